@@ -1,0 +1,51 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace tessaron {
+
+/// Owns a file descriptor and closes it. -1 means none.
+///
+/// Everything this program opens goes through here or a call that sets close-on-exec itself, so
+/// that child processes get descriptors 0, 1 and 2 and nothing else.
+///
+/// Thread safety: one thread at a time, the caller's duty.
+class UniqueFd {
+public:
+    UniqueFd() noexcept = default;
+    explicit UniqueFd(int fd) noexcept : fd_(fd) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept;
+    ~UniqueFd();
+
+    int get() const noexcept { return fd_; }
+    bool is_open() const noexcept { return fd_ >= 0; }
+    int release() noexcept { return std::exchange(fd_, -1); }
+    void reset(int fd = -1) noexcept;
+
+private:
+    int fd_ = -1;
+};
+
+/// `open` with close-on-exec, repeated while a signal interrupts it. `errno` tells why it failed.
+[[nodiscard]] UniqueFd open_file(std::string const& path, int flags, unsigned mode = 0644);
+
+/// The whole of a file, or nothing if it cannot be opened or read.
+[[nodiscard]] std::optional<std::string> read_file(std::string const& path);
+
+/// Writes all bytes, going on after partial writes and interrupting signals. False on an error.
+[[nodiscard]] bool write_all(int fd, std::string_view bytes);
+
+/// Opens with `O_WRONLY | O_CREAT` and the given extra flags (`O_TRUNC`, `O_APPEND`) and writes.
+[[nodiscard]] bool write_file(std::string const& path, std::string_view bytes, int flags,
+                              unsigned mode = 0644);
+
+/// Replaces `path` in one step: writes `path` + `temporary_suffix`, syncs it to the disk, renames it over
+/// `path` and syncs the directory. After a failure, or a power cut, `path` holds its old contents.
+[[nodiscard]] bool replace_file_durably(std::string const& path, std::string_view bytes,
+                                        std::string const& temporary_suffix = ".tmp");
+
+} // namespace tessaron
