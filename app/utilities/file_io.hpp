@@ -43,8 +43,9 @@ private:
 [[nodiscard]] bool write_file(std::string const& path, std::string_view bytes, int flags,
                               unsigned mode = 0644);
 
-/// Replaces `path` in one step: writes `path` + `temporary_suffix`, syncs it to the disk, renames it over
-/// `path` and syncs the directory. After a failure, or a power cut, `path` holds its old contents.
+/// Replaces `path` in one step: writes `path` + `temporary_suffix`, syncs it to the disk, renames
+/// it over `path` and syncs the directory. After a failure, or a power cut, `path` holds its old
+/// contents.
 [[nodiscard]] bool replace_file_durably(std::string const& path, std::string_view bytes,
                                         std::string const& temporary_suffix = ".tmp");
 

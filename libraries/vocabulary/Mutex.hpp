@@ -29,7 +29,8 @@ private:
 /// Holds a `Mutex` for its own lifetime, and can wait on a condition variable:
 ///
 ///     MutexLock lock(mutex_);
-///     changed_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) { return !tasks_.empty(); });
+///     changed_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) { return !tasks_.empty();
+///     });
 ///
 /// Thread safety: one thread at a time, the caller's duty.
 class TESSARON_SCOPED_CAPABILITY MutexLock {

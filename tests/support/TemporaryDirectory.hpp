@@ -11,7 +11,8 @@ namespace tessaron::test {
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "mirel-test-XXXXXX").string();
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "mirel-test-XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr) {
             throw std::runtime_error("no temporary directory");
         }
