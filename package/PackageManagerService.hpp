@@ -103,7 +103,6 @@ public:
 
 private:
     std::string registry_path() const;
-    std::string install_path_of(PackageInstallRequest const& request) const;
     void save_registry() const TESSARON_REQUIRES(mutex_);
 
     PackageManagerReply start_locked(std::string const& name) TESSARON_REQUIRES(mutex_);
