@@ -24,6 +24,7 @@ public:
     int get() const noexcept { return fd_; }
     bool is_open() const noexcept { return fd_ >= 0; }
     int release() noexcept { return std::exchange(fd_, -1); }
+    /// Closes what it holds and takes `fd`. Leaves `errno` alone.
     void reset(int fd = -1) noexcept;
 
 private:
@@ -40,12 +41,16 @@ private:
 [[nodiscard]] bool write_all(int fd, std::string_view bytes);
 
 /// Opens with `O_WRONLY | O_CREAT` and the given extra flags (`O_TRUNC`, `O_APPEND`) and writes.
+/// False on an error, after which a part may have been written.
 [[nodiscard]] bool write_file(std::string const& path, std::string_view bytes, int flags,
                               unsigned mode = 0644);
 
 /// Replaces `path` in one step: writes `path` + `temporary_suffix`, syncs it to the disk, renames
-/// it over `path` and syncs the directory. After a failure, or a power cut, `path` holds its old
-/// contents.
+/// it over `path` and syncs the directory. The permission bits of an existing `path` are kept.
+///
+/// False on a failure. `path` then holds its old contents and the temporary file is gone, unless
+/// the directory alone could not be synced: then the new contents are in place, but might not
+/// survive a power cut. A power cut at any moment leaves the old or the new contents, whole.
 [[nodiscard]] bool replace_file_durably(std::string const& path, std::string_view bytes,
                                         std::string const& temporary_suffix = ".tmp");
 

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -58,7 +59,10 @@ public:
     Value at(std::string const& key) const;
 
 private:
-    // Never null in a value; freed without recursion (see json_value.cpp).
+    class Writer; // dump(), in json_writer.cpp
+
+    // Null only in a value that was moved from, which reads as an empty container; freed without
+    // recursion (see json_value.cpp).
     using ArrayPtr = std::shared_ptr<Array const>;
     using ObjectPtr = std::shared_ptr<Object const>;
 
