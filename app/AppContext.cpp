@@ -15,7 +15,7 @@ AppContext::AppContext(config::ConfigStore<8192>& config, int argc, char** argv)
       app_description_(config.get<std::string>("app_description")), config_(config),
       version_(build_version()), app_dir_(config.get<std::string>("app_dir")),
       executable_path_(detail::get_executable_path()), user_name_(detail::get_username()),
-      logger_(app_name_, time_provider_) {
+      logger_(app_name_, LogLevel::INFO, time_provider_) {
     start_logging(argc, argv);
     incident_dir_ = fs_tools::join_path(fs_tools::join_path(app_dir_, app_name_), "incidents");
 }

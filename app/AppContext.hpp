@@ -1,8 +1,8 @@
 #pragma once
 
 #include "app/ConfigStore.hpp"
-#include "logger/ITimeProvider.hpp"
 #include "logger/Logger.hpp"
+#include "logger/SystemTimeProvider.hpp"
 
 #include <string>
 

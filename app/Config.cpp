@@ -1,6 +1,7 @@
 #include "app/Config.hpp"
 
 #include <stdexcept>
+#include <utility>
 
 namespace tessaron::config {
 
