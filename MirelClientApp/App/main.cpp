@@ -2,6 +2,7 @@
 #include "MirelClientApp/MirelClientApp.hpp"
 #include "app/AppConfig.hpp"
 #include "app/AppContext.hpp"
+#include "app/utilities/file_io.hpp"
 
 #include <cstdio>
 #include <exception>
@@ -13,6 +14,7 @@ constexpr int K_START_FAILURE = 1;
 } // namespace
 
 int main(int argc, char** argv) {
+    tessaron::close_inherited_descriptors_on_exec();
     try {
         // Built in this order and destroyed in reverse at exit: everything below uses what stands
         // above it.
