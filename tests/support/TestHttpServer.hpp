@@ -99,12 +99,11 @@ private:
         auto const [status, found] = look_up(path);
         std::size_t const length =
             found.announced_length > 0 ? found.announced_length : found.body.size();
-        std::string const sent = "HTTP/1.1 " + status + "\r\nContent-Length: " +
-                                 std::to_string(length) + "\r\nConnection: close\r\n\r\n" +
-                                 found.body;
+        std::string const sent = "HTTP/1.1 " + status +
+                                 "\r\nContent-Length: " + std::to_string(length) +
+                                 "\r\nConnection: close\r\n\r\n" + found.body;
         for (std::size_t at = 0; at < sent.size();) {
-            ssize_t const n =
-                send(connection, sent.data() + at, sent.size() - at, MSG_NOSIGNAL);
+            ssize_t const n = send(connection, sent.data() + at, sent.size() - at, MSG_NOSIGNAL);
             if (n <= 0) {
                 return;
             }
@@ -118,7 +117,8 @@ private:
 
     bool receive(int connection, std::string& to) const {
         char buffer[4096];
-        ssize_t const n = wait_readable(connection) ? recv(connection, buffer, sizeof buffer, 0) : 0;
+        ssize_t const n =
+            wait_readable(connection) ? recv(connection, buffer, sizeof buffer, 0) : 0;
         if (n > 0) {
             to.append(buffer, static_cast<std::size_t>(n));
         }

@@ -12,7 +12,9 @@
 
 namespace tessaron::test {
 
-inline std::string quoted(std::string_view value) { return "'" + shell_quote(value) + "'"; }
+inline std::string shell_word(std::string_view value) {
+    return "'" + shell_quote(value) + "'";
+}
 
 /// Runs a command that must succeed for the test to make sense.
 inline void must_run(std::string const& command) {
@@ -40,7 +42,8 @@ inline std::string read_text(std::filesystem::path const& path) {
 
 /// Builds artifacts as a packager does, with the system's own tar and sha256sum.
 ///
-///     std::string artifact = ArtifactBuilder(scratch / "a").program("run", "exec sleep 9").build();
+///     std::string artifact = ArtifactBuilder(scratch / "a").program("run", "exec sleep
+///     9").build();
 ///
 /// Thread safety: one thread at a time, the caller's duty.
 class ArtifactBuilder {
@@ -60,8 +63,7 @@ public:
     /// An executable shell script in the payload, and the manifest's `executable`.
     ArtifactBuilder& program(std::string const& path, std::string_view body) {
         file(path, "#!/bin/sh\n" + std::string(body) + "\n");
-        std::filesystem::permissions(payload_dir() + "/" + path,
-                                     std::filesystem::perms::owner_all);
+        std::filesystem::permissions(payload_dir() + "/" + path, std::filesystem::perms::owner_all);
         executable_ = path;
         return *this;
     }
@@ -103,7 +105,7 @@ public:
     /// Packs the artifact and returns its path.
     std::string build() const {
         std::string const payload = top_dir() + "/payload.tar";
-        must_run("tar -cf " + quoted(payload) + " -C " + quoted(payload_dir()) + " .");
+        must_run("tar -cf " + shell_word(payload) + " -C " + shell_word(payload_dir()) + " .");
         if (!broken_payload_.empty()) {
             write_text(payload, broken_payload_);
         }
@@ -114,10 +116,10 @@ public:
             std::filesystem::remove(payload);
         }
         if (!before_packing_.empty()) {
-            must_run("cd " + quoted(top_dir()) + " && " + before_packing_);
+            must_run("cd " + shell_word(top_dir()) + " && " + before_packing_);
         }
         std::string const artifact = directory_ + "/artifact.tar.gz";
-        must_run("tar -czf " + quoted(artifact) + " -C " + quoted(top_dir()) + " .");
+        must_run("tar -czf " + shell_word(artifact) + " -C " + shell_word(top_dir()) + " .");
         return artifact;
     }
 
@@ -127,7 +129,7 @@ private:
 
     std::string digest_of(std::string const& path) const {
         std::string const result = directory_ + "/digest";
-        must_run("sha256sum < " + quoted(path) + " > " + quoted(result));
+        must_run("sha256sum < " + shell_word(path) + " > " + shell_word(result));
         return read_text(result).substr(0, 64);
     }
 
