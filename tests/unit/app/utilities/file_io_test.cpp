@@ -2,15 +2,13 @@
 
 #include "app/utilities/fs_tools.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
+#include "tests/unit/app/utilities/run_in_child.hpp"
 
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <functional>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -27,18 +25,12 @@ mode_t permissions_of(std::string const& path) {
     return entry.st_mode & 07777;
 }
 
-/// Runs `work` in a child that can't write files beyond `limit` bytes. True if it returned true.
-bool run_with_file_size_limit(rlim_t limit, std::function<bool()> const& work) {
-    pid_t const child = fork();
-    if (child == 0) {
+/// Replaces a file with 5,000 bytes in a child that can't write beyond `limit`.
+bool replace_under_file_size_limit(std::string const& path, rlim_t limit) {
+    return test::run_in_limited_child(RLIMIT_FSIZE, limit, [&] {
         signal(SIGXFSZ, SIG_IGN); // the write then fails with EFBIG
-        rlimit const file_size{limit, limit};
-        bool const succeeded = setrlimit(RLIMIT_FSIZE, &file_size) == 0 && work();
-        _exit(succeeded ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        return replace_file_durably(path, std::string(5000, 'n'));
+    });
 }
 
 TEST(UniqueFd, ClosesWhatItHoldsOnce) {
@@ -184,13 +176,11 @@ TEST_F(ReplaceFileDurably, ReaderSeesOldOrNewContentsAndNeverAPart) {
 }
 
 TEST_F(ReplaceFileDurably, FullDiskLeavesTheOldContentsAlone) {
-    EXPECT_FALSE(run_with_file_size_limit(
-        1000, [&] { return replace_file_durably(path_, std::string(5000, 'n')); }));
+    EXPECT_FALSE(replace_under_file_size_limit(path_, 1000));
     EXPECT_EQ(read_file(path_), "old");
     EXPECT_FALSE(fs_tools::path_exists(temporary_));
     // The same child with enough room succeeds.
-    EXPECT_TRUE(run_with_file_size_limit(
-        10'000, [&] { return replace_file_durably(path_, std::string(5000, 'n')); }));
+    EXPECT_TRUE(replace_under_file_size_limit(path_, 10'000));
 }
 
 TEST_F(ReplaceFileDurably, WriteErrorLeavesTheOldContentsAlone) {

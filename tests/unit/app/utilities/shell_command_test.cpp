@@ -4,6 +4,7 @@
 #include "app/utilities/fs_tools.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 #include "tests/support/wait_until.hpp"
+#include "tests/unit/app/utilities/run_in_child.hpp"
 
 #include <csignal>
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 #include <iterator>
 #include <pthread.h>
 #include <sstream>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -147,6 +149,20 @@ TEST(RunShell, RaceOfStopAndEndGivesOneOfTheTwo) {
     }
 }
 
+TEST(RunShell, CommandRunsThoughNoDescriptorIsLeft) {
+    bool const ran = test::run_in_limited_child(RLIMIT_NOFILE, 64, [] {
+        std::vector<UniqueFd> all;
+        do {
+            all.push_back(open_file("/dev/null", O_RDONLY));
+        } while (all.back().is_open());
+        std::stop_source const source;
+        return WEXITSTATUS(run_shell("exit 7")) == 7 && WEXITSTATUS(run_shell("exit 0")) == 0 &&
+               // To be stoppable, or to be read from, takes a descriptor.
+               run_shell("true", source.get_token()) == -1 && !capture_shell("true");
+    });
+    EXPECT_TRUE(ran);
+}
+
 TEST(CaptureShell, OutputAndStatusComeBack) {
     auto const output = capture_shell("printf 'a\\0b\\n'; exit 4");
     ASSERT_TRUE(output.has_value());
@@ -158,8 +174,15 @@ TEST(CaptureShell, OutputLargerThanAPipeComesBackWhole) {
     EXPECT_TRUE(output_of("head -c 1000000 /dev/zero") == std::string(1'000'000, '\0'));
 }
 
-TEST(CaptureShell, OutputOfABackgroundProcessIsAwaited) {
-    EXPECT_EQ(output_of("(sleep 0.1; echo late) & echo early"), "early\nlate\n");
+TEST_F(StoppedCommand, WithoutAStopOutputOfABackgroundProcessIsAwaited) {
+    std::string const gate = directory_ / "gate";
+    ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+    std::jthread const opener([&] {
+        test::wait_until([&] { return words_of(pids_).size() == 2; }, "the command runs");
+        test::wait_until([&] { return !is_alive(words_of(pids_).front()); }, "the shell ended");
+        EXPECT_TRUE(write_file(gate, "late", 0));
+    });
+    EXPECT_EQ(output_of("cat " + gate + " & echo early;" + write_pids_), "early\nlate");
 }
 
 TEST_F(StoppedCommand, StopEndsTheShellAndItsGrandchild) {
