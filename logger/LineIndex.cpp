@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace tessaron {
 
@@ -46,6 +47,11 @@ LogRange LineIndex::read(std::string const& path, int fd, std::uint64_t from, st
     return range;
 }
 
+void LineIndex::forget() {
+    MutexLock lock(mutex_);
+    begin_locked({});
+}
+
 std::size_t LineIndex::checkpoint_count() const {
     MutexLock lock(mutex_);
     return checkpoints_.size();
@@ -55,15 +61,19 @@ LineIndexCheckpoint LineIndex::start_of_scan(Identity const& file, std::uint64_t
                                              std::uint64_t from) {
     MutexLock lock(mutex_);
     if (indexed_ != file || size < indexed_size_) {
-        indexed_ = file;
-        checkpoints_.clear();
-        indexed_line_count_ = 0;
-        indexed_size_ = 0;
+        begin_locked(file);
     }
     auto const behind = std::upper_bound(
         checkpoints_.begin(), checkpoints_.end(), from,
         [](std::uint64_t line, LineIndexCheckpoint const& c) { return line < c.line_number; });
     return behind == checkpoints_.begin() ? LineIndexCheckpoint{1, 0} : *(behind - 1);
+}
+
+void LineIndex::begin_locked(Identity file) {
+    indexed_ = std::move(file);
+    checkpoints_.clear();
+    indexed_line_count_ = 0;
+    indexed_size_ = 0;
 }
 
 void LineIndex::remember(Identity const& file, std::vector<LineIndexCheckpoint> const& found,

@@ -42,6 +42,9 @@ public:
     LogRange read(std::string const& path, int fd, std::uint64_t from, std::uint64_t to)
         TESSARON_EXCLUDES(mutex_);
 
+    /// For when the file was emptied, and may grow beyond its former size before it is read again.
+    void forget() TESSARON_EXCLUDES(mutex_);
+
     /// Number of checkpoints held at present.
     std::size_t checkpoint_count() const TESSARON_EXCLUDES(mutex_);
 
@@ -53,6 +56,7 @@ private:
         bool operator==(Identity const&) const = default;
     };
 
+    void begin_locked(Identity file) TESSARON_REQUIRES(mutex_);
     /// The nearest checkpoint not behind line `from`; forgets all of them if they are of another
     /// file, or of a longer state of this one.
     LineIndexCheckpoint start_of_scan(Identity const& file, std::uint64_t size, std::uint64_t from)

@@ -147,6 +147,7 @@ void Logger::try_recover_to_intended_path() {
         generation_ = std::max(generation_.load(), log_generations::next(intended));
         former->truncate(); // or its lines would be moved once more some day
     }
+    line_index_.forget(); // if it knows the emptied file
     log_self(LogLevel::INFO, "Recovered '", intended, "' - migrated buffered lines from '",
              fallback, "' here");
 }

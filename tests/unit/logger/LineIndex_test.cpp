@@ -111,10 +111,10 @@ TEST_F(LineIndexTest, GrownFileExtendsTheIndexWhereverTheScanBegan) {
 TEST_F(LineIndexTest, ShrunkFileRebuildsTheIndex) {
     put_file(path, numbered_lines(1, 1000));
     std::ignore = read(1, 0);
-    put_file(path, numbered_lines(1, 600, "other "));
-    LogRange const range = read(514, 514);
-    EXPECT_EQ(range.total_lines, 600U);
-    EXPECT_THAT(range.lines, ElementsAre("other 514"));
+    put_file(path, numbered_lines(1, 300, "other "));
+    LogRange const range = read(258, 258);
+    EXPECT_EQ(range.total_lines, 300U);
+    EXPECT_THAT(range.lines, ElementsAre("other 258"));
 }
 
 TEST_F(LineIndexTest, OtherFileOfTheSameNameRebuildsTheIndexEvenIfItIsLonger) {
@@ -123,6 +123,15 @@ TEST_F(LineIndexTest, OtherFileOfTheSameNameRebuildsTheIndexEvenIfItIsLonger) {
     ASSERT_EQ(std::rename(path.c_str(), (path + ".0").c_str()), 0);
     put_file(path, numbered_lines(1, 900, "a longer line "));
     EXPECT_THAT(read(514, 514).lines, ElementsAre("a longer line 514"));
+}
+
+TEST_F(LineIndexTest, ForgottenFileIsReadFromItsBeginning) {
+    put_file(path, numbered_lines(1, 300));
+    std::ignore = read(1, 0);
+    put_file(path, numbered_lines(1, 400, "emptied and grown "));
+    index.forget();
+    EXPECT_EQ(index.checkpoint_count(), 0U);
+    EXPECT_THAT(read(258, 258).lines, ElementsAre("emptied and grown 258"));
 }
 
 TEST_F(LineIndexTest, LastLineWithoutNewlineCountsAndIsReadWholeLater) {
