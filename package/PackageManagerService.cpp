@@ -7,6 +7,7 @@
 #include "package/registry_file.hpp"
 
 #include <tuple>
+#include <utility>
 
 namespace tessaron {
 

@@ -58,9 +58,9 @@ public:
 
     // PackageManagerService.cpp: life and queries
 
-    /// Ends the supervisor and, with a failing reply and nothing changed, an install that has not
-    /// begun to move its files into place; one that has is completed. May be called repeatedly,
-    /// and does not wait.
+    /// Ends the supervisor and the package script or shell command in progress: an install that has
+    /// not begun to move its files into place fails and is rolled back, one that has is completed,
+    /// as is an uninstall. May be called repeatedly, and does not wait.
     void request_stop() TESSARON_EXCLUDES(wake_mutex_);
 
     /// Always succeeds. The data is an array of objects with `name`, `version`, `arch`, `status`

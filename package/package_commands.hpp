@@ -6,6 +6,9 @@
 
 /// The shell commands of the package store: each is built here and nowhere else, with every value
 /// quoted. Stateless, safe from any thread.
+///
+/// GNU tar itself reads backslash sequences such as \n or \101 in the directory it is given, so a
+/// package whose name or version holds one is refused at its unpacking.
 namespace tessaron::package_commands {
 
 std::string make_directories(std::string const& path);

@@ -335,12 +335,18 @@ TEST_F(Supervision, AStoppedPackageIsNotRespawned) {
     EXPECT_FALSE(fs::exists(run_ + "/pid"));
 }
 
-TEST_F(Supervision, ThePollStartsAndRespawnsPackagesOnItsOwn) {
+TEST_F(Supervision, ThePollStartsWhatShouldRun) {
     expect_success(install("a", "1", sleeper()));
     open(milliseconds(5));
+    EXPECT_TRUE(is_alive(take_pid(run_ + "/pid")));
+    EXPECT_EQ(status_of("a"), "running");
+}
+
+TEST_F(Supervision, ThePollRespawnsWhatDied) {
+    open(milliseconds(5));
+    run(K_RUNS_UNTIL_STOPPED);
     pid_t const first = take_pid(run_ + "/pid");
     kill(first, SIGKILL);
-    wait_until([&] { return status_of("a") == "down"; }, "the poll saw the end");
     EXPECT_NE(take_pid(run_ + "/pid"), first);
 }
 

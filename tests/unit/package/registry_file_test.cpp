@@ -114,8 +114,8 @@ TEST(RegistryFile, TextThatIsNoArrayOfPackagesIsAnEmptyList) {
     }
 }
 
-TEST(RegistryFile, NestedAMillionDeepItLoadsAndSaves) {
-    std::string const manifest = std::string(1 << 20, '[') + std::string(1 << 20, ']');
+TEST(RegistryFile, NestedAHundredThousandDeepItLoadsAndSaves) {
+    std::string const manifest = std::string(100'000, '[') + std::string(100'000, ']');
     PackageEntries const read = from_text(R"([{"name":"n","manifest":)" + manifest + "}]");
     EXPECT_EQ(read.size(), 1u);
     EXPECT_NE(to_text(read).find(manifest), std::string::npos);
