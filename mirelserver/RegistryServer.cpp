@@ -6,6 +6,8 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <csignal>
+#include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
@@ -24,6 +26,17 @@ RegistryFolder existing_folder(std::string const& path) {
                                  " (\"mirelpack publish\" makes one; an empty folder will do too)");
     }
     return RegistryFolder(path);
+}
+
+/// A handler that throws (for want of memory, say) costs its own connection only.
+void run_handlers(asio::io_context& context) {
+    while (!context.stopped()) {
+        try {
+            context.run();
+        } catch (std::exception const& error) {
+            std::fprintf(stderr, "mirelserver: a connection failed: %s\n", error.what());
+        }
+    }
 }
 
 } // namespace
@@ -68,9 +81,9 @@ void RegistryServer::run() {
     parts_->listener->run();
     std::vector<std::jthread> helpers;
     for (unsigned i = 1; i < parts_->thread_count; ++i) {
-        helpers.emplace_back([this] { parts_->context.run(); });
+        helpers.emplace_back([this] { run_handlers(parts_->context); });
     }
-    parts_->context.run();
+    run_handlers(parts_->context);
 }
 
 void RegistryServer::stop() {
