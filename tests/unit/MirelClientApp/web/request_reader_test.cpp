@@ -27,7 +27,8 @@ std::pair<UniqueFd, UniqueFd> connected_pair() {
 /// What the reader makes of a peer that sends all of this and then closes.
 ReadOutcome read_from_peer(std::string const& text) {
     auto [ours, theirs] = connected_pair();
-    auto writer = std::async(std::launch::async, [&text, peer = std::move(theirs)] {
+    auto writer = std::async(std::launch::async, [&text, end = std::move(theirs)]() mutable {
+        UniqueFd const peer = std::move(end); // closed here, not with the future
         std::string_view rest = text;
         while (!rest.empty()) {
             ssize_t const sent = ::send(peer.get(), rest.data(), rest.size(), MSG_NOSIGNAL);
