@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -70,6 +71,23 @@ public:
     bool is_silent() const {
         char byte = 0;
         return ::recv(fd(), &byte, 1, MSG_DONTWAIT | MSG_PEEK) < 0 && errno == EAGAIN;
+    }
+
+    /// This process, as the server, has accepted the connection: it holds the other end.
+    bool accepted() const {
+        sockaddr_in ours{};
+        socklen_t size = sizeof(ours);
+        ::getsockname(fd(), reinterpret_cast<sockaddr*>(&ours), &size);
+        for (auto const& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            int const other = std::atoi(entry.path().filename().c_str());
+            sockaddr_in theirs{};
+            size = sizeof(theirs);
+            if (::getpeername(other, reinterpret_cast<sockaddr*>(&theirs), &size) == 0 &&
+                theirs.sin_family == AF_INET && theirs.sin_port == ours.sin_port) {
+                return true;
+            }
+        }
+        return false;
     }
 
     /// Leaves with a reset, as a peer that is killed with input unread.
