@@ -2,13 +2,13 @@
 
 #include "libraries/vocabulary/Mutex.hpp"
 
-#include <algorithm>
 #include <condition_variable>
+#include <deque>
+#include <optional>
 #include <pthread.h>
 #include <system_error>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace mirelclient {
 
@@ -16,99 +16,167 @@ using tessaron::Mutex;
 using tessaron::MutexLock;
 using tessaron::UniqueFd;
 
-/// The state that the threads share.
-class ConnectionThreads::Pool {
+/// What the threads share. Connections stand in a queue, and as long as one stands there a thread
+/// has been called to it. The called thread takes one and calls the next thread before it begins,
+/// so that each connection gets a thread without waiting for another connection; but a thread that
+/// is just done gets there before a called one, and under load most calls are never made.
+class ConnectionThreads::Pool : public std::enable_shared_from_this<Pool> {
 public:
-    explicit Pool(Job job) : job_(std::move(job)) {}
+    Pool(Job job, std::chrono::milliseconds idle_time)
+        : job_(std::move(job)), idle_time_(idle_time) {}
 
-    /// Hands the connection to a waiting thread; if there is none, it stays with the caller.
-    bool hand_over(UniqueFd& connection) TESSARON_EXCLUDES(mutex_);
-    /// The body of a thread: its first connection, then those that are handed to it.
-    void serve(UniqueFd connection) TESSARON_EXCLUDES(mutex_);
+    void add(std::vector<UniqueFd>& connections) TESSARON_EXCLUDES(mutex_);
     void close() TESSARON_EXCLUDES(mutex_);
 
 private:
-    /// One waiting thread. It is shared so that it can be notified outside the lock, when its
-    /// thread may be gone already.
-    struct Waiter {
+    /// One thread. Shared, so that it can be notified outside the lock, when it may be gone.
+    struct Worker {
         std::condition_variable woken;
-        UniqueFd connection;
+        bool called = false;
     };
+    using WorkerPtr = std::shared_ptr<Worker>;
 
-    /// Waits for another connection; none when it is time to leave.
-    UniqueFd wait_for_connection(std::shared_ptr<Waiter> const& self) TESSARON_EXCLUDES(mutex_);
+    /// The body of a thread.
+    void serve(WorkerPtr const& self) TESSARON_EXCLUDES(mutex_);
+    /// Takes a connection, or waits for it; none when it is time to leave.
+    UniqueFd next_connection(WorkerPtr const& self) TESSARON_EXCLUDES(mutex_);
+    bool wait_until_called_locked(MutexLock& lock, WorkerPtr const& self) TESSARON_REQUIRES(mutex_);
+
+    /// The thread to call, new if none waits; nothing if no connection needs one.
+    std::optional<WorkerPtr> choose_locked() TESSARON_REQUIRES(mutex_);
+    void call(std::optional<WorkerPtr> const& chosen) TESSARON_EXCLUDES(mutex_);
+    void start_thread() TESSARON_EXCLUDES(mutex_);
 
     Job const job_;
+    std::chrono::milliseconds const idle_time_;
     Mutex mutex_;
-    std::vector<std::shared_ptr<Waiter>> waiters_ TESSARON_GUARDED_BY(mutex_);
+    std::deque<UniqueFd> queue_ TESSARON_GUARDED_BY(mutex_);
+    std::vector<WorkerPtr> waiting_ TESSARON_GUARDED_BY(mutex_);
+    /// A thread was called and has not come yet.
+    bool call_pending_ TESSARON_GUARDED_BY(mutex_) = false;
     bool closed_ TESSARON_GUARDED_BY(mutex_) = false;
 };
 
-bool ConnectionThreads::Pool::hand_over(UniqueFd& connection) {
-    std::shared_ptr<Waiter> waiter;
+void ConnectionThreads::Pool::add(std::vector<UniqueFd>& connections) {
+    std::optional<WorkerPtr> chosen;
     {
         MutexLock const lock(mutex_);
-        if (waiters_.empty()) {
-            return false;
+        for (UniqueFd& connection : connections) {
+            queue_.push_back(std::move(connection));
         }
-        waiter = std::move(waiters_.back());
-        waiters_.pop_back();
-        waiter->connection = std::move(connection);
+        chosen = choose_locked();
     }
-    waiter->woken.notify_one();
-    return true;
-}
-
-void ConnectionThreads::Pool::serve(UniqueFd connection) {
-    auto const self = std::make_shared<Waiter>();
-    do {
-        job_(std::move(connection));
-        connection = wait_for_connection(self);
-    } while (connection.is_open());
-}
-
-UniqueFd ConnectionThreads::Pool::wait_for_connection(std::shared_ptr<Waiter> const& self) {
-    MutexLock lock(mutex_);
-    if (closed_ || waiters_.size() >= K_MAX_IDLE) {
-        return {};
-    }
-    waiters_.push_back(self);
-    self->woken.wait_for(lock.native(), K_IDLE_TIME, [this, &self]() TESSARON_REQUIRES(mutex_) {
-        return closed_ || self->connection.is_open();
-    });
-    if (!self->connection.is_open()) {
-        std::erase(waiters_, self);
-    }
-    return std::move(self->connection);
+    connections.clear();
+    call(chosen);
 }
 
 void ConnectionThreads::Pool::close() {
     MutexLock const lock(mutex_);
     closed_ = true;
-    for (auto const& waiter : waiters_) {
-        waiter->woken.notify_one();
+    for (WorkerPtr const& worker : waiting_) {
+        worker->woken.notify_one();
     }
 }
 
-ConnectionThreads::ConnectionThreads(Job job) : pool_(std::make_shared<Pool>(std::move(job))) {
+void ConnectionThreads::Pool::serve(WorkerPtr const& self) {
+    for (;;) {
+        UniqueFd connection = next_connection(self);
+        if (!connection.is_open()) {
+            return;
+        }
+        job_(std::move(connection));
+    }
+}
+
+UniqueFd ConnectionThreads::Pool::next_connection(WorkerPtr const& self) {
+    UniqueFd connection;
+    std::optional<WorkerPtr> chosen;
+    {
+        MutexLock lock(mutex_);
+        for (;;) {
+            if (std::exchange(self->called, false)) {
+                call_pending_ = false;
+            }
+            if (!queue_.empty()) {
+                break;
+            }
+            if (!wait_until_called_locked(lock, self)) {
+                return {};
+            }
+        }
+        connection = std::move(queue_.front());
+        queue_.pop_front();
+        chosen = choose_locked();
+    }
+    call(chosen);
+    return connection;
+}
+
+bool ConnectionThreads::Pool::wait_until_called_locked(MutexLock& lock, WorkerPtr const& self) {
+    if (closed_ || waiting_.size() >= K_MAX_IDLE) {
+        return false;
+    }
+    waiting_.push_back(self);
+    self->woken.wait_for(lock.native(), idle_time_, [this, &self]() TESSARON_REQUIRES(mutex_) {
+        return closed_ || self->called;
+    });
+    if (!self->called) {
+        std::erase(waiting_, self);
+    }
+    return self->called;
+}
+
+std::optional<ConnectionThreads::Pool::WorkerPtr> ConnectionThreads::Pool::choose_locked() {
+    if (queue_.empty() || call_pending_) {
+        return std::nullopt;
+    }
+    call_pending_ = true;
+    if (waiting_.empty()) {
+        return WorkerPtr();
+    }
+    WorkerPtr worker = std::move(waiting_.back());
+    waiting_.pop_back();
+    worker->called = true;
+    return worker;
+}
+
+void ConnectionThreads::Pool::call(std::optional<WorkerPtr> const& chosen) {
+    if (!chosen) {
+        return;
+    }
+    if (*chosen) {
+        (*chosen)->woken.notify_one();
+    } else {
+        start_thread();
+    }
+}
+
+void ConnectionThreads::Pool::start_thread() {
+    auto const worker = std::make_shared<Worker>();
+    worker->called = true;
+    try {
+        std::thread([pool = shared_from_this(), worker] {
+            pthread_setname_np(pthread_self(), "web-connection");
+            pool->serve(worker);
+        }).detach();
+    } catch (std::system_error const&) {
+        std::deque<UniqueFd> unserved;
+        MutexLock const lock(mutex_);
+        call_pending_ = false;
+        unserved.swap(queue_);
+    }
+}
+
+ConnectionThreads::ConnectionThreads(Job job, std::chrono::milliseconds idle_time)
+    : pool_(std::make_shared<Pool>(std::move(job), idle_time)) {
 }
 
 ConnectionThreads::~ConnectionThreads() {
     pool_->close();
 }
 
-void ConnectionThreads::run(UniqueFd connection) {
-    if (pool_->hand_over(connection)) {
-        return;
-    }
-    try {
-        std::thread([pool = pool_, fd = std::move(connection)]() mutable {
-            pthread_setname_np(pthread_self(), "web-connection");
-            pool->serve(std::move(fd));
-        }).detach();
-    } catch (std::system_error const&) {
-        // Out of threads: the connection is closed, the next one may fare better.
-    }
+void ConnectionThreads::run(std::vector<UniqueFd>& connections) {
+    pool_->add(connections);
 }
 
 } // namespace mirelclient

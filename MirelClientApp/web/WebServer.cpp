@@ -150,10 +150,9 @@ void WebServer::accept_loop() {
             continue;
         }
         bool const exhausted = !accept_batch(listen_fd_.get(), batch);
-        for (UniqueFd& connection : batch) {
-            threads_->run(std::move(connection));
+        if (!batch.empty()) {
+            threads_->run(batch);
         }
-        batch.clear();
         if (exhausted && running_) {
             ::poll(nullptr, 0, K_EXHAUSTED_PAUSE_MS);
         }
