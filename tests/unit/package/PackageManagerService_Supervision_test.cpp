@@ -143,22 +143,6 @@ TEST_F(Supervision, TheChildHasItsDirectoryArgumentsEnvironmentAndDescriptorsZer
     unsetenv("CONSOLE_APP_GATEWAY_TCP_PORT_2");
 }
 
-TEST_F(Supervision, APackageIsStoppableThoughItsStarterBlocksAndIgnoresTheSignal) {
-    sigset_t term;
-    sigset_t before;
-    sigemptyset(&term);
-    sigaddset(&term, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &term, &before);
-    auto* const old_action = std::signal(SIGHUP, SIG_IGN);
-    run(K_RUNS_UNTIL_STOPPED);
-    pid_t const pid = take_pid(run_ + "/pid");
-    std::string const status = read_text("/proc/" + std::to_string(pid) + "/status");
-    std::signal(SIGHUP, old_action);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    EXPECT_NE(status.find("SigBlk:\t0000000000000000\n"), std::string::npos) << status;
-    EXPECT_NE(status.find("SigIgn:\t0000000000000000\n"), std::string::npos) << status;
-}
-
 TEST_F(Supervision, AnExecutableThatDoesNotExistLooksLikeACrash) {
     expect_success(install("a", "1", artifact().manifest(R"({"executable":"none"})").build()));
     expect_success(service().start("a"));
