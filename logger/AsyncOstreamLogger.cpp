@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 #include <pthread.h>
+#include <utility>
 
 namespace tessaron {
 
@@ -16,21 +17,16 @@ AsyncOstreamLogger::~AsyncOstreamLogger() {
     stop_async();
 }
 
-void AsyncOstreamLogger::log_impl(LogLevel level, std::string const& time_stamp,
+void AsyncOstreamLogger::log_impl(LogLevel level, std::string_view time_stamp,
                                   std::string const& message) noexcept {
-    constexpr std::size_t K_BRACKETS_AND_LEVEL = 20;
-    std::string line;
-    line.reserve(get_label().size() + time_stamp.size() + message.size() + K_BRACKETS_AND_LEVEL);
-    line.append("[").append(get_label()).append("] [").append(to_string(level));
-    line.append("] [").append(time_stamp).append("] ").append(message);
-
     bool wake = false;
     {
         MutexLock lock(mutex_);
         if (writer_ended_) {
             return;
         }
-        queue_.emplace_back(level, std::move(line));
+        queue_.add(level,
+                   {"[", get_label(), "] [", to_string(level), "] [", time_stamp, "] ", message});
         wake = std::exchange(writer_asleep_, false);
     }
     if (wake) {
@@ -62,20 +58,29 @@ void AsyncOstreamLogger::on_line_streamed_locked(std::string const&) {
 void AsyncOstreamLogger::on_line_lost() {
 }
 
+void AsyncOstreamLogger::on_batch_streamed_locked() {
+}
+
 void AsyncOstreamLogger::log_loop() {
-    std::vector<QueuedLine> batch;
+    LineBatch batch;
     while (take_batch(batch)) {
-        for (QueuedLine& queued : batch) {
-            if (!process(queued)) {
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            if (!process(batch.level(i), batch.text(i))) {
                 end_writer();
                 return;
             }
         }
+        finish_batch();
         batch.clear();
     }
 }
 
-bool AsyncOstreamLogger::take_batch(std::vector<QueuedLine>& batch) {
+void AsyncOstreamLogger::finish_batch() {
+    MutexLock lock(destination_mutex_);
+    on_batch_streamed_locked();
+}
+
+bool AsyncOstreamLogger::take_batch(LineBatch& batch) {
     MutexLock lock(mutex_);
     writing_ = false;
     if (queue_.empty()) {
@@ -95,13 +100,12 @@ bool AsyncOstreamLogger::take_batch(std::vector<QueuedLine>& batch) {
     return true;
 }
 
-bool AsyncOstreamLogger::process(QueuedLine& queued) {
-    auto& [level, line] = queued;
+bool AsyncOstreamLogger::process(LogLevel level, std::string_view line_with_newline) {
     WriteResult result = WriteResult::STREAM_FAILED;
     try {
-        result = write(line);
+        result = write(line_with_newline);
         if (result == WriteResult::WRITTEN) {
-            on_line_written(level, line);
+            on_line_written(level, line_);
         } else if (result == WriteResult::STREAM_FAILED) {
             std::cerr << "Логгер " << get_label() << " в ошибочном состоянии." << std::endl;
             on_line_lost();
@@ -118,7 +122,7 @@ bool AsyncOstreamLogger::process(QueuedLine& queued) {
     return result != WriteResult::NO_BUFFER;
 }
 
-AsyncOstreamLogger::WriteResult AsyncOstreamLogger::write(std::string& line) {
+AsyncOstreamLogger::WriteResult AsyncOstreamLogger::write(std::string_view line_with_newline) {
     MutexLock lock(destination_mutex_);
     if (stream_.rdbuf() == nullptr) {
         return WriteResult::NO_BUFFER;
@@ -126,12 +130,11 @@ AsyncOstreamLogger::WriteResult AsyncOstreamLogger::write(std::string& line) {
     if (stream_.fail()) {
         return WriteResult::STREAM_FAILED;
     }
-    // One write for both, so that no other writer of the same file can get in between.
-    line.push_back('\n');
-    stream_.write(line.data(), static_cast<std::streamsize>(line.size()));
-    line.pop_back();
+    // One write for line and newline, so that no other writer of the file can get in between.
+    stream_.write(line_with_newline.data(), static_cast<std::streamsize>(line_with_newline.size()));
     stream_.flush();
-    on_line_streamed_locked(line);
+    line_.assign(line_with_newline, 0, line_with_newline.size() - 1);
+    on_line_streamed_locked(line_);
     return WriteResult::WRITTEN;
 }
 

@@ -21,7 +21,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -196,6 +198,9 @@ int main(int argc, char** argv) {
     if (argc > 1) {
         std::from_chars(argv[1], argv[1] + std::strlen(argv[1]), rounds);
     }
+    std::stringbuf announcements; // what our logger says before it has its file
+    std::streambuf* const console = std::cout.rdbuf(&announcements);
+    int status = 0;
     try {
         compare("cost of a line to its caller", "ns", rounds, cost_of_a_line);
         for (int const threads : {1, 4}) {
@@ -205,7 +210,8 @@ int main(int argc, char** argv) {
         }
     } catch (std::exception const& failure) {
         std::fprintf(stderr, "logger_bench: %s\n", failure.what());
-        return 1;
+        status = 1;
     }
-    return 0;
+    std::cout.rdbuf(console);
+    return status;
 }
