@@ -1,15 +1,29 @@
 #include "logger/AsyncOstreamLogger.hpp"
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <pthread.h>
 #include <utility>
 
 namespace tessaron {
+namespace {
+
+std::string make_prefix(std::string const& label, int level) {
+    std::string prefix = "[" + label + "] [";
+    return prefix.append(to_string(static_cast<LogLevel>(level))).append("] [");
+}
+
+} // namespace
 
 AsyncOstreamLogger::AsyncOstreamLogger(std::string label, LogLevel level,
                                        ITimeProvider const& clock, std::ostream& stream)
-    : ILogger(std::move(label), level, clock), stream_(stream), writer_([this] { log_loop(); }) {
+    : ILogger(std::move(label), level, clock), prefixes_{make_prefix(get_label(), 0),
+                                                         make_prefix(get_label(), 1),
+                                                         make_prefix(get_label(), 2),
+                                                         make_prefix(get_label(), 3),
+                                                         make_prefix(get_label(), 4)},
+      stream_(stream), writer_([this] { log_loop(); }) {
     pthread_setname_np(writer_.native_handle(), "log-writer");
 }
 
@@ -25,13 +39,16 @@ void AsyncOstreamLogger::log_impl(LogLevel level, std::string_view time_stamp,
         if (writer_ended_) {
             return;
         }
-        queue_.add(level,
-                   {"[", get_label(), "] [", to_string(level), "] [", time_stamp, "] ", message});
+        queue_.add(level, {prefix_of(level), time_stamp, "] ", message});
         wake = std::exchange(writer_asleep_, false);
     }
     if (wake) {
         queued_.notify_one();
     }
+}
+
+std::string const& AsyncOstreamLogger::prefix_of(LogLevel level) const {
+    return prefixes_[std::min<std::size_t>(static_cast<std::size_t>(level), prefixes_.size() - 1)];
 }
 
 void AsyncOstreamLogger::flush() {

@@ -4,6 +4,7 @@
 #include "logger/ILogger.hpp"
 #include "logger/LineBatch.hpp"
 
+#include <array>
 #include <condition_variable>
 #include <string>
 #include <string_view>
@@ -75,6 +76,10 @@ private:
     void finish_batch() TESSARON_EXCLUDES(destination_mutex_);
     void end_writer() TESSARON_EXCLUDES(mutex_);
 
+    /// "[label] [LEVEL] [" for each level, and for all that are none.
+    std::string const& prefix_of(LogLevel level) const;
+
+    std::array<std::string, 5> const prefixes_;
     std::ostream& stream_;
     std::string line_; ///< the writer thread's: the line in hand, without its newline
 
