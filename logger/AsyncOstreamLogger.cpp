@@ -1,14 +1,29 @@
 #include "logger/AsyncOstreamLogger.hpp"
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <pthread.h>
+#include <utility>
 
 namespace tessaron {
+namespace {
+
+std::string make_prefix(std::string const& label, int level) {
+    std::string prefix = "[" + label + "] [";
+    return prefix.append(to_string(static_cast<LogLevel>(level))).append("] [");
+}
+
+} // namespace
 
 AsyncOstreamLogger::AsyncOstreamLogger(std::string label, LogLevel level,
                                        ITimeProvider const& clock, std::ostream& stream)
-    : ILogger(std::move(label), level, clock), stream_(stream), writer_([this] { log_loop(); }) {
+    : ILogger(std::move(label), level, clock), prefixes_{make_prefix(get_label(), 0),
+                                                         make_prefix(get_label(), 1),
+                                                         make_prefix(get_label(), 2),
+                                                         make_prefix(get_label(), 3),
+                                                         make_prefix(get_label(), 4)},
+      stream_(stream), writer_([this] { log_loop(); }) {
     pthread_setname_np(writer_.native_handle(), "log-writer");
 }
 
@@ -16,26 +31,24 @@ AsyncOstreamLogger::~AsyncOstreamLogger() {
     stop_async();
 }
 
-void AsyncOstreamLogger::log_impl(LogLevel level, std::string const& time_stamp,
+void AsyncOstreamLogger::log_impl(LogLevel level, std::string_view time_stamp,
                                   std::string const& message) noexcept {
-    constexpr std::size_t K_BRACKETS_AND_LEVEL = 20;
-    std::string line;
-    line.reserve(get_label().size() + time_stamp.size() + message.size() + K_BRACKETS_AND_LEVEL);
-    line.append("[").append(get_label()).append("] [").append(to_string(level));
-    line.append("] [").append(time_stamp).append("] ").append(message);
-
     bool wake = false;
     {
         MutexLock lock(mutex_);
         if (writer_ended_) {
             return;
         }
-        queue_.emplace_back(level, std::move(line));
+        queue_.add(level, {prefix_of(level), time_stamp, "] ", message});
         wake = std::exchange(writer_asleep_, false);
     }
     if (wake) {
         queued_.notify_one();
     }
+}
+
+std::string const& AsyncOstreamLogger::prefix_of(LogLevel level) const {
+    return prefixes_[std::min<std::size_t>(static_cast<std::size_t>(level), prefixes_.size() - 1)];
 }
 
 void AsyncOstreamLogger::flush() {
@@ -62,20 +75,29 @@ void AsyncOstreamLogger::on_line_streamed_locked(std::string const&) {
 void AsyncOstreamLogger::on_line_lost() {
 }
 
+void AsyncOstreamLogger::on_batch_streamed_locked() {
+}
+
 void AsyncOstreamLogger::log_loop() {
-    std::vector<QueuedLine> batch;
+    LineBatch batch;
     while (take_batch(batch)) {
-        for (QueuedLine& queued : batch) {
-            if (!process(queued)) {
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            if (!process(batch.level(i), batch.text(i))) {
                 end_writer();
                 return;
             }
         }
+        finish_batch();
         batch.clear();
     }
 }
 
-bool AsyncOstreamLogger::take_batch(std::vector<QueuedLine>& batch) {
+void AsyncOstreamLogger::finish_batch() {
+    MutexLock lock(destination_mutex_);
+    on_batch_streamed_locked();
+}
+
+bool AsyncOstreamLogger::take_batch(LineBatch& batch) {
     MutexLock lock(mutex_);
     writing_ = false;
     if (queue_.empty()) {
@@ -95,13 +117,12 @@ bool AsyncOstreamLogger::take_batch(std::vector<QueuedLine>& batch) {
     return true;
 }
 
-bool AsyncOstreamLogger::process(QueuedLine& queued) {
-    auto& [level, line] = queued;
+bool AsyncOstreamLogger::process(LogLevel level, std::string_view line_with_newline) {
     WriteResult result = WriteResult::STREAM_FAILED;
     try {
-        result = write(line);
+        result = write(line_with_newline);
         if (result == WriteResult::WRITTEN) {
-            on_line_written(level, line);
+            on_line_written(level, line_);
         } else if (result == WriteResult::STREAM_FAILED) {
             std::cerr << "Логгер " << get_label() << " в ошибочном состоянии." << std::endl;
             on_line_lost();
@@ -118,7 +139,7 @@ bool AsyncOstreamLogger::process(QueuedLine& queued) {
     return result != WriteResult::NO_BUFFER;
 }
 
-AsyncOstreamLogger::WriteResult AsyncOstreamLogger::write(std::string& line) {
+AsyncOstreamLogger::WriteResult AsyncOstreamLogger::write(std::string_view line_with_newline) {
     MutexLock lock(destination_mutex_);
     if (stream_.rdbuf() == nullptr) {
         return WriteResult::NO_BUFFER;
@@ -126,12 +147,11 @@ AsyncOstreamLogger::WriteResult AsyncOstreamLogger::write(std::string& line) {
     if (stream_.fail()) {
         return WriteResult::STREAM_FAILED;
     }
-    // One write for both, so that no other writer of the same file can get in between.
-    line.push_back('\n');
-    stream_.write(line.data(), static_cast<std::streamsize>(line.size()));
-    line.pop_back();
+    // One write for line and newline, so that no other writer of the file can get in between.
+    stream_.write(line_with_newline.data(), static_cast<std::streamsize>(line_with_newline.size()));
     stream_.flush();
-    on_line_streamed_locked(line);
+    line_.assign(line_with_newline, 0, line_with_newline.size() - 1);
+    on_line_streamed_locked(line_);
     return WriteResult::WRITTEN;
 }
 

@@ -2,13 +2,13 @@
 
 #include "libraries/vocabulary/Mutex.hpp"
 #include "logger/ILogger.hpp"
+#include "logger/LineBatch.hpp"
 
-#include <atomic>
+#include <array>
 #include <condition_variable>
 #include <string>
+#include <string_view>
 #include <thread>
-#include <utility>
-#include <vector>
 
 namespace tessaron {
 
@@ -33,7 +33,7 @@ public:
     /// The stream belongs to the writer thread; others may use it only while nothing is logged.
     std::ostream& get_stream() override { return stream_; }
 
-    void log_impl(LogLevel level, std::string const& time_stamp,
+    void log_impl(LogLevel level, std::string_view time_stamp,
                   std::string const& message) noexcept override TESSARON_EXCLUDES(mutex_);
 
     /// Waits until every queued line is written and `on_line_written` has returned for the last
@@ -51,6 +51,10 @@ protected:
     virtual void on_line_streamed_locked(std::string const& line)
         TESSARON_REQUIRES(destination_mutex_);
 
+    /// Called on the writer thread, under the same lock, when the lines taken at once are written,
+    /// and before a `flush` that waits for them returns.
+    virtual void on_batch_streamed_locked() TESSARON_REQUIRES(destination_mutex_);
+
     /// Called on the writer thread after a line was lost to a stream in a failed state.
     virtual void on_line_lost();
 
@@ -59,23 +63,30 @@ protected:
     mutable Mutex destination_mutex_;
 
 private:
-    using QueuedLine = std::pair<LogLevel, std::string>;
     enum class WriteResult { WRITTEN, STREAM_FAILED, NO_BUFFER };
 
     void log_loop() TESSARON_EXCLUDES(mutex_);
     /// Waits for lines and takes them all; false when the logger stops and none are left.
-    bool take_batch(std::vector<QueuedLine>& batch) TESSARON_EXCLUDES(mutex_);
+    bool take_batch(LineBatch& batch) TESSARON_EXCLUDES(mutex_);
     /// Writes and reports one line; false when the writer cannot go on.
-    bool process(QueuedLine& queued) TESSARON_EXCLUDES(mutex_, destination_mutex_);
-    WriteResult write(std::string& line) TESSARON_EXCLUDES(mutex_, destination_mutex_);
+    bool process(LogLevel level, std::string_view line_with_newline)
+        TESSARON_EXCLUDES(mutex_, destination_mutex_);
+    WriteResult write(std::string_view line_with_newline)
+        TESSARON_EXCLUDES(mutex_, destination_mutex_);
+    void finish_batch() TESSARON_EXCLUDES(destination_mutex_);
     void end_writer() TESSARON_EXCLUDES(mutex_);
 
+    /// "[label] [LEVEL] [" for each level, and for all that are none.
+    std::string const& prefix_of(LogLevel level) const;
+
+    std::array<std::string, 5> const prefixes_;
     std::ostream& stream_;
+    std::string line_; ///< the writer thread's: the line in hand, without its newline
 
     Mutex mutex_;
     std::condition_variable queued_;
     std::condition_variable drained_;
-    std::vector<QueuedLine> queue_ TESSARON_GUARDED_BY(mutex_);
+    LineBatch queue_ TESSARON_GUARDED_BY(mutex_);
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;
     /// True while the writer holds lines that are not wholly dealt with.
     bool writing_ TESSARON_GUARDED_BY(mutex_) = false;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 namespace tessaron {
 
@@ -27,11 +28,13 @@ public:
     virtual std::ostream& get_stream() = 0;
 
     /// Takes one message that passed the minimum level.
-    virtual void log_impl(LogLevel level, std::string const& time_stamp,
+    virtual void log_impl(LogLevel level, std::string_view time_stamp,
                           std::string const& message) noexcept = 0;
 
-    /// Called on the logging thread for every message, also for one below the minimum level.
-    virtual void on_log_call(LogLevel level, std::string const& message) noexcept;
+    /// Called on the logging thread for every message, also for one below the minimum level. `time`
+    /// is that of the call: the clock is looked at once, so that it agrees with the time stamp.
+    virtual void on_log_call(LogLevel level, std::string const& message,
+                             ITimeProvider::TimePoint time) noexcept;
 
     /// Called after a line (without its newline) was written, on the thread that wrote it.
     virtual void on_line_written(LogLevel level, std::string const& line);

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace tessaron {
 
@@ -17,8 +20,23 @@ public:
 
     virtual TimePoint now() const = 0;
 
-    /// `now()` in local time with milliseconds: `2024-01-31_12:34:56.789`.
+    /// `now()` as the text of a `TimeStamp`.
     std::string time_stamp() const;
+};
+
+/// A time in local time with milliseconds: `2024-01-31_12:34:56.789`. It holds its own text, so
+/// that stamping a line allocates nothing.
+///
+/// Thread safety: immutable after construction.
+class TimeStamp {
+public:
+    explicit TimeStamp(ITimeProvider::TimePoint time);
+
+    std::string_view text() const noexcept { return {text_.data(), length_}; }
+
+private:
+    std::array<char, 32> text_;
+    std::size_t length_;
 };
 
 } // namespace tessaron

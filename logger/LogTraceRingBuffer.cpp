@@ -34,19 +34,22 @@ std::size_t copy_truncated(char* destination, std::size_t capacity,
 
 void write_slot(LogTraceEntry& slot, std::uint64_t timestamp, LogLevel level,
                 std::string_view text) noexcept {
-    LogTraceEntry entry;
-    entry.timestamp = timestamp;
-    entry.level = level;
-    std::size_t const length = copy_truncated(entry.text, sizeof entry.text, text);
-
     // What stands behind the NUL of a shorter text is left from the slot's former one; the last
     // byte of a slot is never anything but NUL.
+    alignas(LogTraceEntry) char bytes[sizeof(LogTraceEntry)];
+    std::memcpy(bytes + offsetof(LogTraceEntry, timestamp), &timestamp, sizeof timestamp);
+    std::memcpy(bytes + offsetof(LogTraceEntry, level), &level, sizeof level);
+    std::size_t const length =
+        copy_truncated(bytes + offsetof(LogTraceEntry, text), LogTraceEntry::K_TEXT_SIZE, text);
     std::size_t const used = offsetof(LogTraceEntry, text) + length + 1;
     std::size_t const words = (used + sizeof(Word) - 1) / sizeof(Word);
-    auto const* from = reinterpret_cast<Word const*>(&entry);
+    std::memset(bytes + used, 0, words * sizeof(Word) - used);
+
     auto* to = reinterpret_cast<Word*>(&slot);
     for (std::size_t i = 0; i < words; ++i) {
-        __atomic_store_n(to + i, from[i], __ATOMIC_RELAXED);
+        std::uint64_t word = 0;
+        std::memcpy(&word, bytes + i * sizeof word, sizeof word);
+        __atomic_store_n(to + i, word, __ATOMIC_RELAXED);
     }
 }
 

@@ -26,9 +26,9 @@ Logger::~Logger() {
     stop_async(); // the writer thread uses the members below
 }
 
-void Logger::on_log_call(LogLevel level, std::string const& message) noexcept {
-    auto const since_epoch = clock().now().time_since_epoch();
-    trace_.record(static_cast<std::uint64_t>(since_epoch.count()), level, message);
+void Logger::on_log_call(LogLevel level, std::string const& message,
+                         ITimeProvider::TimePoint time) noexcept {
+    trace_.record(static_cast<std::uint64_t>(time.time_since_epoch().count()), level, message);
     if (level != LogLevel::ERROR) {
         return;
     }
@@ -50,6 +50,10 @@ void Logger::on_line_streamed_locked(std::string const& line) {
     written_.generation = generation_;
     written_.on_console = file_ == nullptr;
     written_.file_outgrown = file_outgrown_locked();
+}
+
+void Logger::on_batch_streamed_locked() {
+    confirm_file_locked();
 }
 
 void Logger::on_line_written(LogLevel level, std::string const& line) {

@@ -70,7 +70,8 @@ public:
     Logger(std::string label, LogLevel level, ITimeProvider const& clock);
     ~Logger() override;
 
-    void on_log_call(LogLevel level, std::string const& message) noexcept override;
+    void on_log_call(LogLevel level, std::string const& message,
+                     ITimeProvider::TimePoint time) noexcept override;
     void on_line_written(LogLevel level, std::string const& line) override;
 
     // Logger_Destination.cpp
@@ -121,6 +122,7 @@ private:
 
     void on_line_streamed_locked(std::string const& line) override
         TESSARON_REQUIRES(destination_mutex_);
+    void on_batch_streamed_locked() override TESSARON_REQUIRES(destination_mutex_);
     void on_line_lost() override;
 
     template <typename... Args>
@@ -136,6 +138,8 @@ private:
     std::unique_ptr<ResilientFileBuffer>
     switch_file_locked(std::unique_ptr<ResilientFileBuffer> file)
         TESSARON_REQUIRES(destination_mutex_);
+    /// Makes sure of the lines written so far, and counts anew if the file is another one now.
+    void confirm_file_locked() TESSARON_REQUIRES(destination_mutex_);
     void write_pending_locked() TESSARON_REQUIRES(destination_mutex_);
     void rotate_no_flush() TESSARON_EXCLUDES(destination_mutex_);
     void maybe_recover_destination() TESSARON_EXCLUDES(destination_mutex_);

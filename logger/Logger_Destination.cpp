@@ -47,6 +47,7 @@ bool Logger::redirect_to_file(std::string const& path) {
     }
     {
         MutexLock lock(destination_mutex_);
+        confirm_file_locked();
         switch_file_locked(std::move(file));
         intended_path_ = path;
         write_pending_locked();
@@ -68,6 +69,16 @@ Logger::switch_file_locked(std::unique_ptr<ResilientFileBuffer> file) {
     return std::exchange(file_, std::move(file));
 }
 
+void Logger::confirm_file_locked() {
+    if (file_ == nullptr) {
+        return;
+    }
+    file_->confirm();
+    if (file_->take_reopened()) {
+        line_count_ = count_lines(current_path_);
+    }
+}
+
 void Logger::write_pending_locked() {
     for (std::string& line : pending_lines_) {
         line.push_back('\n');
@@ -81,7 +92,7 @@ void Logger::write_pending_locked() {
 
 bool Logger::file_outgrown_locked() const {
     std::uint64_t const limit = max_file_size_;
-    return limit != 0 && file_ != nullptr && file_->size_after_write().value_or(0) > limit;
+    return limit != 0 && file_ != nullptr && file_->size().value_or(0) > limit;
 }
 
 void Logger::rotate_no_flush() {
@@ -114,6 +125,7 @@ void Logger::maybe_recover_destination() {
         if (intended_path_.empty()) {
             return;
         }
+        confirm_file_locked();
         on_fallback = current_path_ != intended_path_;
         degraded = file_ != nullptr && file_->is_degraded_to_console();
     }
@@ -136,6 +148,7 @@ void Logger::try_recover_to_intended_path() {
         }
         fallback = current_path_;
         intended = intended_path_;
+        confirm_file_locked();
         stream_.flush();
         auto file = open_log_file(intended);
         if (!file->append_contents_of(fallback)) {

@@ -14,7 +14,6 @@ namespace tessaron {
 namespace {
 
 constexpr std::size_t K_COPY_BLOCK = 64 * 1024;
-constexpr int K_APPEND = O_WRONLY | O_CREAT | O_APPEND;
 
 bool copy_all(int from, int to) {
     std::vector<char> block(K_COPY_BLOCK);
@@ -38,27 +37,52 @@ bool copy_all(int from, int to) {
 } // namespace
 
 ResilientFileBuffer::ResilientFileBuffer(std::string path) : path_(std::move(path)) {
-    reopen();
+    open(0);
+}
+
+bool ResilientFileBuffer::open(int extra_flags) {
+    file_.reset();
+    size_.reset();
+    file_ = open_file(path_, O_WRONLY | O_CREAT | O_APPEND | extra_flags);
+    struct stat now {};
+    if (is_open() && fstat(file_.get(), &now) == 0) {
+        size_ = static_cast<std::uint64_t>(now.st_size);
+    }
+    return is_open();
 }
 
 bool ResilientFileBuffer::reopen() {
-    file_.reset();
-    file_ = open_file(path_, K_APPEND);
-    return is_open();
+    reopened_ = true;
+    return open(0);
 }
 
 bool ResilientFileBuffer::rotate(std::string const& backup_path) {
+    confirm();
     file_.reset();
-    size_after_write_.reset();
     bool const renamed = std::rename(path_.c_str(), backup_path.c_str()) == 0;
-    return reopen() && renamed;
+    return open(0) && renamed;
 }
 
 bool ResilientFileBuffer::truncate() {
+    unconfirmed_.clear();
+    return open(O_TRUNC);
+}
+
+void ResilientFileBuffer::confirm() {
+    if (unconfirmed_.empty()) {
+        return;
+    }
+    std::string lost;
+    lost.swap(unconfirmed_);
+    struct stat now {};
+    if (is_open() && fstat(file_.get(), &now) == 0 && now.st_nlink > 0) {
+        size_ = static_cast<std::uint64_t>(now.st_size);
+        lost.clear();
+        unconfirmed_.swap(lost); // its memory serves the next lines
+        return;
+    }
     file_.reset();
-    size_after_write_.reset();
-    file_ = open_file(path_, K_APPEND | O_TRUNC);
-    return is_open();
+    std::ignore = put(lost); // the console's refusal is the last word
 }
 
 bool ResilientFileBuffer::append_contents_of(std::string const& source_path) {
@@ -75,44 +99,42 @@ bool ResilientFileBuffer::append_contents_of(std::string const& source_path) {
 }
 
 bool ResilientFileBuffer::write_to_file(std::string_view& bytes) {
-    if (!is_open()) {
-        return false;
-    }
-    std::string_view left = bytes;
-    while (!left.empty()) {
-        ssize_t const count = ::write(file_.get(), left.data(), left.size());
+    while (!bytes.empty()) {
+        ssize_t const count = ::write(file_.get(), bytes.data(), bytes.size());
         if (count >= 0) {
-            left.remove_prefix(static_cast<std::size_t>(count));
+            auto const written = static_cast<std::size_t>(count);
+            unconfirmed_.append(bytes, 0, written);
+            bytes.remove_prefix(written);
+            size_ = size_.value_or(0) + written;
         } else if (errno != EINTR) {
-            bytes = left;
             return false;
         }
     }
-    // Writing to a deleted file succeeds, and the bytes are gone: nothing is left of this write.
-    struct stat now {};
-    if (fstat(file_.get(), &now) != 0 || now.st_nlink == 0) {
-        return false;
-    }
-    size_after_write_ = static_cast<std::uint64_t>(now.st_size);
     return true;
+}
+
+std::streamsize ResilientFileBuffer::put(std::string_view bytes) {
+    auto const count = static_cast<std::streamsize>(bytes.size());
+    bool const open = is_open() || reopen();
+    if (open && (write_to_file(bytes) || (reopen() && write_to_file(bytes)))) {
+        degraded_ = false;
+        return count;
+    }
+    degraded_ = true;
+    size_.reset();
+    auto const unwritten = static_cast<std::streamsize>(bytes.size());
+    return count - unwritten + std::cout.rdbuf()->sputn(bytes.data(), unwritten);
 }
 
 std::streamsize ResilientFileBuffer::xsputn(char const* bytes, std::streamsize count) {
     if (count < 1) {
         return 0;
     }
-    if (!is_open()) {
-        reopen();
+    std::streamsize const taken = put({bytes, static_cast<std::size_t>(count)});
+    if (unconfirmed_.size() >= K_UNCONFIRMED_LIMIT) {
+        confirm();
     }
-    std::string_view left(bytes, static_cast<std::size_t>(count));
-    if (write_to_file(left) || (reopen() && write_to_file(left))) {
-        degraded_ = false;
-        return count;
-    }
-    degraded_ = true;
-    size_after_write_.reset();
-    auto const unwritten = static_cast<std::streamsize>(left.size());
-    return count - unwritten + std::cout.rdbuf()->sputn(left.data(), unwritten);
+    return taken;
 }
 
 ResilientFileBuffer::int_type ResilientFileBuffer::overflow(int_type character) {

@@ -7,12 +7,17 @@
 #include <streambuf>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tessaron {
 
 /// An append-only file that does not give up: when a write fails, or the file turns out to have
 /// been deleted, it is opened again by its path, and what still cannot be written goes to the
 /// standard output stream instead ("degraded"). The next write tries the file first.
+///
+/// Writes into a file that was deleted succeed, and asking after each one would cost half as much
+/// as the write. So the bytes are remembered until `confirm` has found the file still there; if it
+/// is not, they are written again.
 ///
 /// Unbuffered: each write of the stream is one write to the file. The descriptor is close-on-exec
 /// from birth, which a standard file buffer could not promise.
@@ -21,6 +26,9 @@ namespace tessaron {
 /// Errors: a write fails only if the standard output stream refuses the bytes too.
 class ResilientFileBuffer final : public std::streambuf {
 public:
+    /// So many bytes are confirmed at the latest.
+    static constexpr std::size_t K_UNCONFIRMED_LIMIT = 64 * 1024;
+
     /// Opens `path` for appending, and creates it if need be; look at `is_open` for the outcome.
     explicit ResilientFileBuffer(std::string path);
 
@@ -28,9 +36,13 @@ public:
     bool is_degraded_to_console() const noexcept { return degraded_; }
     std::string const& path() const noexcept { return path_; }
 
-    /// Size of the file after the last write to it; empty when that write did not succeed.
-    std::optional<std::uint64_t> size_after_write() const noexcept { return size_after_write_; }
+    /// Size of the file; empty while it cannot be written.
+    std::optional<std::uint64_t> size() const noexcept { return size_; }
+    /// True once after the file was opened again, and so may hold other lines than were written.
+    bool take_reopened() noexcept { return std::exchange(reopened_, false); }
 
+    /// Makes sure that what was written stands in a file that still has a name.
+    void confirm();
     bool reopen();
     /// Renames the file to `backup_path` and begins a new one. False if either step failed; the
     /// buffer then goes on with whatever stands at its path.
@@ -47,13 +59,19 @@ protected:
     int sync() override;
 
 private:
-    /// Writes all bytes to a file that still has a name; on failure what is left stays in `bytes`.
+    bool open(int extra_flags);
+    /// Writes `bytes` to the file, opened again if need be, or to the console; returns how many
+    /// either took.
+    std::streamsize put(std::string_view bytes);
+    /// Writes all bytes; on failure what is left stays in `bytes`.
     bool write_to_file(std::string_view& bytes);
 
     std::string path_;
     UniqueFd file_;
     bool degraded_ = false;
-    std::optional<std::uint64_t> size_after_write_;
+    bool reopened_ = false;
+    std::optional<std::uint64_t> size_;
+    std::string unconfirmed_;
 };
 
 } // namespace tessaron

@@ -7,6 +7,7 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tessaron {
@@ -21,16 +22,20 @@ public:
     RecordingLogger(LogLevel level, ITimeProvider const& clock) : ILogger("label", level, clock) {}
 
     std::ostream& get_stream() override { return stream_; }
-    void log_impl(LogLevel level, std::string const& time_stamp,
+    void log_impl(LogLevel level, std::string_view time_stamp,
                   std::string const& message) noexcept override {
-        logged.push_back(std::string(to_string(level)) + " " + time_stamp + " " + message);
+        logged.push_back(std::string(to_string(level)).append(" ").append(time_stamp) + " " +
+                         message);
     }
-    void on_log_call(LogLevel, std::string const& message) noexcept override {
+    void on_log_call(LogLevel, std::string const& message,
+                     ITimeProvider::TimePoint time) noexcept override {
         called.push_back(message);
+        called_at = time;
     }
 
     std::vector<std::string> logged;
     std::vector<std::string> called;
+    ITimeProvider::TimePoint called_at;
 
 private:
     std::ostringstream stream_;
@@ -105,11 +110,12 @@ TEST(ILogger, OnLogCallSeesEveryLevelAndLogImplOnlyTheWanted) {
     EXPECT_EQ(logger.logged.size(), 2U);
 }
 
-TEST(ILogger, BelowTheMinimumLevelTheClockIsNotAsked) {
+TEST(ILogger, ClockIsLookedAtOnceForAMessage) {
     FakeTimeProvider clock;
     RecordingLogger logger(LogLevel::WARNING, clock);
-    logger.log(LogLevel::INFO, "quiet");
-    EXPECT_EQ(clock.reads(), 0);
+    logger.log(LogLevel::WARNING, "loud");
+    EXPECT_EQ(clock.reads(), 1);
+    EXPECT_EQ(logger.called_at, clock.now());
 }
 
 TEST(ILogger, SetLevelActsOnTheNextMessage) {

@@ -224,6 +224,15 @@ TEST_F(Destination, DirectoryBackBeforeTheCheckIsWrittenToWithoutAnyFallback) {
     EXPECT_THAT(messages_of(path), ElementsAre("in the file", "checked"));
 }
 
+TEST_F(Destination, LineCountIsThatOfTheFileAfterItWasDeletedAndMadeAgain) {
+    redirect();
+    log("in the deleted file");
+    std::filesystem::remove(path);
+    log("in the new one");
+    EXPECT_THAT(messages_of(path), ElementsAre("in the new one"));
+    EXPECT_EQ(logger.stats().line_count, 1U);
+}
+
 TEST_F(Destination, LostFileWithoutFallbackStaysOnTheConsole) {
     redirect();
     block_directory();
@@ -247,9 +256,12 @@ TEST_F(Destination, StreamThatFailedFindsItsWayToTheFallback) {
     test::CapturedStream errors(std::cerr);
     RefusingBuffer refusing;
     std::streambuf* const former = std::cout.rdbuf(&refusing);
+    log("cannot be confirmed");
     log("fails the stream");
-    clock.advance(K_INTERVAL);
     log("is lost");
+    EXPECT_EQ(errors.text(), "Логгер " + label + " в ошибочном состоянии.\n");
+    clock.advance(K_INTERVAL);
+    log("is lost too, but drives the check");
     log("is written");
     std::cout.clear();
     std::cout.rdbuf(former);

@@ -1,5 +1,6 @@
 #include "logger/ResilientFileBuffer.hpp"
 
+#include "app/utilities/fs_tools.hpp"
 #include "logger/ConsoleStreamBuffer.hpp"
 #include "tests/support/CapturedStream.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
@@ -34,7 +35,10 @@ struct ResilientFile : testing::Test {
         std::filesystem::create_directory(folder);
     }
     static std::streamsize put(ResilientFileBuffer& buffer, std::string_view text) {
-        return buffer.sputn(text.data(), static_cast<std::streamsize>(text.size()));
+        std::streamsize const taken =
+            buffer.sputn(text.data(), static_cast<std::streamsize>(text.size()));
+        buffer.confirm();
+        return taken;
     }
 
     test::TemporaryDirectory directory;
@@ -51,7 +55,7 @@ TEST_F(ResilientFile, AppendsToWhatIsThere) {
     EXPECT_EQ(put(buffer, "new\n"), 4);
     EXPECT_EQ(buffer.sputc('c'), 'c');
     EXPECT_EQ(text_of(path), "old\nnew\nc");
-    EXPECT_EQ(buffer.size_after_write(), 9U);
+    EXPECT_EQ(buffer.size(), 9U);
     EXPECT_EQ(console.text(), "");
 }
 
@@ -86,13 +90,49 @@ TEST_F(ResilientFile, DeletedFileIsMadeAgainAndGetsTheWholeWrite) {
     EXPECT_EQ(console.text(), "");
 }
 
+TEST_F(ResilientFile, AllBytesSinceTheLastConfirmationAreWrittenAgain) {
+    ResilientFileBuffer buffer(path);
+    put(buffer, "confirmed\n");
+    buffer.sputn("one\n", 4);
+    std::filesystem::remove(path);
+    buffer.sputn("two\n", 4);
+    EXPECT_FALSE(fs_tools::path_exists(path));
+    buffer.confirm();
+    EXPECT_EQ(text_of(path), "one\ntwo\n");
+    EXPECT_EQ(buffer.size(), 8U);
+    EXPECT_TRUE(buffer.take_reopened());
+    EXPECT_FALSE(buffer.take_reopened());
+    buffer.confirm();
+    EXPECT_EQ(text_of(path), "one\ntwo\n");
+}
+
+TEST_F(ResilientFile, ManyBytesAreConfirmedWithoutBeingAsked) {
+    ResilientFileBuffer buffer(path);
+    std::filesystem::remove(path);
+    std::string const block(ResilientFileBuffer::K_UNCONFIRMED_LIMIT / 2, 'x');
+    auto const size = static_cast<std::streamsize>(block.size());
+    buffer.sputn(block.data(), size);
+    EXPECT_FALSE(fs_tools::path_exists(path));
+    buffer.sputn(block.data(), size);
+    EXPECT_EQ(text_of(path), block + block);
+}
+
+TEST_F(ResilientFile, DeletedFileIsNoticedBeforeItIsRotated) {
+    ResilientFileBuffer buffer(path);
+    std::filesystem::remove(path);
+    buffer.sputn("kept\n", 5);
+    EXPECT_TRUE(buffer.rotate(path + ".0"));
+    EXPECT_EQ(text_of(path + ".0"), "kept\n");
+    EXPECT_EQ(text_of(path), "");
+}
+
 TEST_F(ResilientFile, LostDirectorySendsTheBytesToTheConsole) {
     ResilientFileBuffer buffer(path);
     lose_directory();
     EXPECT_EQ(put(buffer, "homeless\n"), 9);
     EXPECT_EQ(buffer.pubsync(), 0);
     EXPECT_TRUE(buffer.is_degraded_to_console());
-    EXPECT_EQ(buffer.size_after_write(), std::nullopt);
+    EXPECT_EQ(buffer.size(), std::nullopt);
     EXPECT_EQ(console.text(), "homeless\n");
 }
 
@@ -145,8 +185,8 @@ TEST_F(ResilientFile, PartialWriteGoesOnWhereItStopped) {
 }
 
 TEST_F(ResilientFile, WriteFailsOnlyIfTheConsoleRefusesToo) {
-    ResilientFileBuffer buffer(path);
     lose_directory();
+    ResilientFileBuffer buffer(path);
     RefusingBuffer refusing;
     std::streambuf* const former = std::cout.rdbuf(&refusing);
     std::streamsize const written = put(buffer, "nowhere");
