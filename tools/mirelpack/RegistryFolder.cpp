@@ -165,24 +165,34 @@ void RegistryFolder::refresh_manifest(BuildId const& id) {
     }
 }
 
+std::optional<BuildId> RegistryFolder::read_journal() const {
+    auto const text = tessaron::read_file(paths_.journal());
+    if (!text) {
+        return std::nullopt;
+    }
+    try {
+        Value const entry = Value::parse(*text);
+        BuildId id{entry.at("name").as_string(""), entry.at("channel").as_string(""),
+                   entry.at("version").as_string(""), entry.at("arch").as_string("")};
+        check_build_id(id);
+        return id;
+    } catch (std::exception const& error) {
+        // Written by other hands; it says nothing that could be finished.
+        std::fprintf(stderr, "mirelpack: warning: %s: %s\n", paths_.journal().c_str(),
+                     error.what());
+        return std::nullopt;
+    }
+}
+
 void RegistryFolder::recover() {
-    auto const journal = tessaron::read_file(paths_.journal());
-    if (journal) {
-        try {
-            Value const entry = Value::parse(*journal);
-            BuildId const id{entry.at("name").as_string(""), entry.at("channel").as_string(""),
-                             entry.at("version").as_string(""), entry.at("arch").as_string("")};
-            check_build_id(id);
-            if (fs_tools::path_exists(paths_.build(id) + RegistryPaths::K_TOMBSTONE)) {
-                finish_removal(id);
-            } else if (is_whole(id)) {
-                refresh_manifest(id);
-            }
-            index_.rebuild(id.name, id.channel);
-        } catch (std::invalid_argument const& error) {
-            std::fprintf(stderr, "mirelpack: warning: %s: %s\n", paths_.journal().c_str(),
-                         error.what());
+    if (auto const id = read_journal()) {
+        if (fs_tools::path_exists(paths_.build(*id) + RegistryPaths::K_TOMBSTONE)) {
+            finish_removal(*id);
+        } else if (is_whole(*id)) {
+            refresh_manifest(*id);
         }
+        rmdir(paths_.version(*id).c_str()); // of a removal that came further than its mark
+        index_.rebuild(id->name, id->channel);
     }
     remove_tree(paths_.incoming());
 }

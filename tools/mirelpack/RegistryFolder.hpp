@@ -4,6 +4,7 @@
 #include "tools/mirelpack/RegistryIndex.hpp"
 #include "tools/mirelpack/RegistryPaths.hpp"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,7 @@ public:
     std::vector<BuildId> list(std::string const& only_name) const;
 
 private:
+    std::optional<BuildId> read_journal() const;
     void recover();
     void finish_removal(BuildId const& id);
     void refresh_manifest(BuildId const& id);

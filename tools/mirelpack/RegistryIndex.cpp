@@ -123,8 +123,9 @@ void RegistryIndex::rebuild(std::string const& name, std::string const& channel)
 }
 
 std::vector<std::string> RegistryIndex::read_names(std::string const& path, char const* key) const {
+    Value const list = read_json(path).value_or(Value()).at(key);
     std::vector<std::string> names;
-    for (auto const& item : read_json(path).value_or(Value()).at(key).as_array()) {
+    for (auto const& item : list.as_array()) {
         names.push_back(item.as_string(""));
     }
     return names;
