@@ -97,8 +97,9 @@ PackageManagerReply PackageManagerService::stop_locked(std::string const& name) 
 void PackageManagerService::supervise_once(RespawnCooldown& cooldown,
                                            RespawnCooldown::Clock::time_point now) {
     MutexLock lock(mutex_);
+    bool const look_at_each = child_process::some_child_may_have_ended();
     for (auto& [name, entry] : entries_) {
-        if (entry.pid >= 1 && child_process::has_ended(entry.pid)) {
+        if (entry.pid >= 1 && look_at_each && child_process::has_ended(entry.pid)) {
             entry.pid = -1;
         }
         if (entry.pid < 1 && !entry.administratively_stopped && cooldown.try_attempt(name, now)) {

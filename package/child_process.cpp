@@ -27,6 +27,13 @@ bool has_ended(pid_t pid) {
     return result == pid || (result < 0 && errno == ECHILD);
 }
 
+bool some_child_may_have_ended() {
+    siginfo_t ended{};
+    // WNOWAIT: whose child it is, and who reaps it, is not known here.
+    int const result = waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT);
+    return result != 0 || ended.si_pid != 0;
+}
+
 void wait_for_end(pid_t pid) {
     if (pid > 0) {
         wait_uninterrupted(pid, 0);
