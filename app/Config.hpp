@@ -18,7 +18,7 @@ public:
     /// One `FieldSpec` per field, in order.
     template <typename... Specs>
     explicit Config(std::tuple<Specs...> const& specs) {
-        std::apply([this](auto const&... spec) { (add_one(spec), ...); }, specs);
+        std::apply([this](auto const&... spec) { (this->add_one(spec), ...); }, specs);
     }
 
     ConfigField const& find(std::string const& name) const;
