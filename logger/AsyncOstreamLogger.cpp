@@ -14,6 +14,18 @@ std::string make_prefix(std::string const& label, int level) {
     return prefix.append(to_string(static_cast<LogLevel>(level))).append("] [");
 }
 
+/// Tells what was thrown at the writer thread: by a sink of somebody else's, or for want of memory.
+/// The thread goes on.
+void report_caught(std::string const& label) {
+    try {
+        throw;
+    } catch (std::exception const& failure) {
+        std::cerr << label << ": a log sink failed: " << failure.what() << std::endl;
+    } catch (...) {
+        std::cerr << label << ": a log sink failed" << std::endl;
+    }
+}
+
 } // namespace
 
 AsyncOstreamLogger::AsyncOstreamLogger(std::string label, LogLevel level,
@@ -93,8 +105,12 @@ void AsyncOstreamLogger::log_loop() {
 }
 
 void AsyncOstreamLogger::finish_batch() {
-    MutexLock lock(destination_mutex_);
-    on_batch_streamed_locked();
+    try {
+        MutexLock lock(destination_mutex_);
+        on_batch_streamed_locked();
+    } catch (...) {
+        report_caught(get_label());
+    }
 }
 
 bool AsyncOstreamLogger::take_batch(LineBatch& batch) {
@@ -130,11 +146,8 @@ bool AsyncOstreamLogger::process(LogLevel level, std::string_view line_with_newl
             std::cerr << "Логгер " << get_label() << " больше недоступен (null rdbuf)."
                       << std::endl;
         }
-    } catch (std::exception const& failure) {
-        // A sink of somebody else's, or no memory: the writer goes on with the next line.
-        std::cerr << get_label() << ": a log sink failed: " << failure.what() << std::endl;
     } catch (...) {
-        std::cerr << get_label() << ": a log sink failed" << std::endl;
+        report_caught(get_label());
     }
     return result != WriteResult::NO_BUFFER;
 }

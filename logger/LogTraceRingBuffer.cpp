@@ -36,14 +36,16 @@ void write_slot(LogTraceEntry& slot, std::uint64_t timestamp, LogLevel level,
                 std::string_view text) noexcept {
     // What stands behind the NUL of a shorter text is left from the slot's former one; the last
     // byte of a slot is never anything but NUL.
-    alignas(LogTraceEntry) char bytes[sizeof(LogTraceEntry)];
-    std::memcpy(bytes + offsetof(LogTraceEntry, timestamp), &timestamp, sizeof timestamp);
-    std::memcpy(bytes + offsetof(LogTraceEntry, level), &level, sizeof level);
-    std::size_t const length =
-        copy_truncated(bytes + offsetof(LogTraceEntry, text), LogTraceEntry::K_TEXT_SIZE, text);
+    std::size_t const length = std::min(text.size(), LogTraceEntry::K_TEXT_SIZE - 1);
     std::size_t const used = offsetof(LogTraceEntry, text) + length + 1;
     std::size_t const words = (used + sizeof(Word) - 1) / sizeof(Word);
-    std::memset(bytes + used, 0, words * sizeof(Word) - used);
+
+    alignas(LogTraceEntry) char bytes[sizeof(LogTraceEntry)];
+    std::uint64_t const zero = 0;
+    std::memcpy(bytes + (words - 1) * sizeof zero, &zero, sizeof zero); // its end may stay unused
+    std::memcpy(bytes + offsetof(LogTraceEntry, timestamp), &timestamp, sizeof timestamp);
+    std::memcpy(bytes + offsetof(LogTraceEntry, level), &level, sizeof level);
+    copy_truncated(bytes + offsetof(LogTraceEntry, text), LogTraceEntry::K_TEXT_SIZE, text);
 
     auto* to = reinterpret_cast<Word*>(&slot);
     for (std::size_t i = 0; i < words; ++i) {

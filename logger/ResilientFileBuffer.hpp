@@ -38,8 +38,9 @@ public:
 
     /// Size of the file; empty while it cannot be written.
     std::optional<std::uint64_t> size() const noexcept { return size_; }
-    /// True once after the file was opened again, and so may hold other lines than were written.
-    bool take_reopened() noexcept { return std::exchange(reopened_, false); }
+    /// True once after the file was opened again and is written to, and so may hold other lines
+    /// than those that were written before.
+    bool take_reopened() noexcept { return !degraded_ && std::exchange(reopened_, false); }
 
     /// Makes sure that what was written stands in a file that still has a name.
     void confirm();

@@ -1,11 +1,11 @@
 #include "app/utilities/fs_tools.hpp"
-#include "logger/log_generations.hpp"
-#include "tests/unit/logger/LoggerFixture.hpp"
+#include "tests/support/RefusingBuffer.hpp"
+#include "tests/unit/logger/DestinationFixture.hpp"
 
 #include <algorithm>
+#include <cstdio>
 #include <gmock/gmock.h>
 #include <map>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -16,44 +16,13 @@ using test::lines_of;
 using test::messages_of;
 using test::put_file;
 using test::text_of;
-using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 using testing::SizeIs;
+
+using Destination = test::DestinationFixture;
 
 constexpr std::chrono::seconds K_INTERVAL = Logger::K_RECOVERY_CHECK_INTERVAL;
 std::string const K_REDIRECTED = "Log output redirected here from a previous destination";
-
-struct Destination : test::LoggerFixture {
-    /// No directory can be made where a file stands, not even by root.
-    void block_directory() {
-        std::filesystem::remove_all(log_directory);
-        put_file(log_directory, "in the way");
-    }
-    void unblock_directory() { std::filesystem::remove(log_directory); }
-
-    std::string redirecting() const { return "Redirecting log output to '" + path + "'"; }
-    std::string could_not_open() const {
-        return "Could not open '" + path + "' - falling back to '" + fallback_path + "'";
-    }
-    std::string recovered() const {
-        return "Recovered '" + path + "' - migrated buffered lines from '" + fallback_path +
-               "' here";
-    }
-    std::string lost() const {
-        return "Lost '" + path + "' mid-run - falling back to '" + fallback_path + "'";
-    }
-    void redirect() {
-        ASSERT_TRUE(logger.redirect_to_file(path));
-        logger.flush();
-    }
-    /// Lets the file end `missing` bytes short of the default limit, whatever it holds so far.
-    void fill_up_to(std::uint64_t size) {
-        std::uint64_t const line = logger.stats().file_size_bytes;
-        std::string const overhead = "[" + label + "] [INFO] [" + clock.time_stamp() + "] " + "\n";
-        log(std::string(size - line - overhead.size(), 'x'));
-    }
-};
 
 TEST_F(Destination, LinesLoggedDuringStartReachTheFile) {
     log("one");
@@ -245,16 +214,11 @@ TEST_F(Destination, LostFileWithoutFallbackStaysOnTheConsole) {
     EXPECT_EQ(logger.stats().path, path);
 }
 
-/// A console that refuses everything, as a closed one does.
-class RefusingBuffer final : public std::streambuf {
-    int sync() override { return -1; }
-};
-
 TEST_F(Destination, StreamThatFailedFindsItsWayToTheFallback) {
     redirect();
     block_directory();
     test::CapturedStream errors(std::cerr);
-    RefusingBuffer refusing;
+    test::RefusingBuffer refusing; // as a closed console is
     std::streambuf* const former = std::cout.rdbuf(&refusing);
     log("cannot be confirmed");
     log("fails the stream");
@@ -267,131 +231,6 @@ TEST_F(Destination, StreamThatFailedFindsItsWayToTheFallback) {
     std::cout.rdbuf(former);
     EXPECT_EQ(logger.stats().path, fallback_path);
     EXPECT_THAT(messages_of(fallback_path), ElementsAre(lost(), "is written"));
-}
-
-TEST_F(Destination, FileOfExactlyTheLimitIsNotRotatedAndOneByteMoreIs) {
-    redirect();
-    fill_up_to(Logger::K_DEFAULT_MAX_FILE_SIZE);
-    EXPECT_EQ(logger.stats().file_size_bytes, 1'000'000U);
-    EXPECT_EQ(logger.stats().generation, 0U);
-    EXPECT_FALSE(fs_tools::path_exists(path + ".0"));
-
-    log("x");
-    EXPECT_EQ(logger.stats().generation, 1U);
-    EXPECT_EQ(logger.stats().line_count, 0U);
-    EXPECT_EQ(text_of(path), "");
-    EXPECT_GT(text_of(path + ".0").size(), 1'000'000U);
-}
-
-TEST_F(Destination, FileOneByteAboveTheLimitIsRotated) {
-    redirect();
-    fill_up_to(1'000'001);
-    EXPECT_EQ(text_of(path + ".0").size(), 1'000'001U);
-    EXPECT_EQ(text_of(path), "");
-}
-
-TEST_F(Destination, LimitOfZeroNeverRotates) {
-    redirect();
-    logger.set_max_file_size(0);
-    fill_up_to(1'000'001);
-    EXPECT_EQ(logger.stats().generation, 0U);
-}
-
-TEST_F(Destination, NextBackupNumberIsOneAboveTheHighestAndOtherNamesAreIgnored) {
-    std::filesystem::create_directory(log_directory);
-    for (auto const* suffix : {".3", ".9", ".old"}) {
-        put_file(path + suffix, "x\n");
-    }
-    redirect();
-    EXPECT_EQ(logger.stats().generation, 10U);
-    fill_up_to(1'000'001);
-    EXPECT_TRUE(fs_tools::is_reg(path + ".10"));
-    EXPECT_TRUE(fs_tools::is_reg(path + ".old"));
-    EXPECT_EQ(logger.stats().generation, 11U);
-}
-
-TEST_F(Destination, RotationKeepsTheFiveNewestBackups) {
-    redirect();
-    logger.set_max_file_size(1);
-    for (int i = 0; i < 8; ++i) {
-        log("line " + std::to_string(i));
-    }
-    auto backups = log_generations::existing(path);
-    std::ranges::sort(backups);
-    EXPECT_THAT(backups, ElementsAre(3U, 4U, 5U, 6U, 7U));
-    EXPECT_THAT(messages_of(path + ".7"), ElementsAre("line 7"));
-}
-
-TEST_F(Destination, KeepingZeroGenerationsKeepsAll) {
-    redirect();
-    logger.set_max_file_size(1);
-    logger.set_kept_generations(0);
-    for (int i = 0; i < 8; ++i) {
-        log("line");
-    }
-    EXPECT_THAT(log_generations::existing(path), SizeIs(8));
-}
-
-TEST_F(Destination, LineSinkNumbersBeginAgainWithEachGeneration) {
-    std::vector<std::string> calls;
-    redirect();
-    logger.register_line_sink(
-        [&calls](std::uint64_t number, std::string const& line, std::uint64_t generation) {
-            calls.push_back(test::message_of(line) + " " + std::to_string(number) + " " +
-                            std::to_string(generation));
-        });
-    log("a");
-    logger.set_max_file_size(1);
-    log("b"); // still belongs to the file that is rotated behind it
-    logger.set_max_file_size(0);
-    log("c");
-    EXPECT_THAT(calls, ElementsAre("a 3 0", "b 4 0", "c 1 1"));
-}
-
-TEST_F(Destination, BackupIsReadByItsGenerationUntilItIsPruned) {
-    redirect();
-    logger.set_max_file_size(1);
-    log("line 0");
-    LogRange const kept = logger.read_lines(0, 1, 0);
-    EXPECT_TRUE(kept.available);
-    EXPECT_EQ(kept.total_lines, 3U);
-    EXPECT_EQ(test::message_of(kept.lines.at(2)), "line 0");
-
-    logger.set_kept_generations(1);
-    log("line 1");
-    LogRange const pruned = logger.read_lines(0, 1, 0);
-    EXPECT_FALSE(pruned.available);
-    EXPECT_THAT(pruned.lines, SizeIs(0));
-    EXPECT_FALSE(logger.read_lines(99, 1, 0).available);
-}
-
-TEST_F(Destination, ReadingAfterARotationDoesNotUseTheFormerFilesIndex) {
-    redirect();
-    for (int i = 0; i < 600; ++i) {
-        logger.log(LogLevel::INFO, "old ", i);
-    }
-    EXPECT_EQ(logger.read_lines(0, 1, 0).total_lines, 602U);
-    logger.set_max_file_size(1);
-    log("rotates");
-    logger.set_max_file_size(0);
-    for (int i = 1; i <= 700; ++i) {
-        logger.log(LogLevel::INFO, "a new and longer line ", i);
-    }
-    LogRange const range = logger.read_lines(1, 514, 514);
-    EXPECT_EQ(range.total_lines, 700U);
-    EXPECT_EQ(test::message_of(range.lines.at(0)), "a new and longer line 514");
-}
-
-TEST_F(Destination, RotationThatFailsKeepsTheFileAndItsNumber) {
-    redirect();
-    std::filesystem::create_directories(path + ".0/not-empty"); // nothing can be renamed over it
-    ASSERT_TRUE(logger.redirect_to_file(path));
-    logger.flush();
-    std::filesystem::create_directories(path + ".1/not-empty");
-    logger.set_max_file_size(1);
-    log("stays");
-    EXPECT_EQ(logger.stats().generation, 1U);
-    EXPECT_THAT(messages_of(path), Contains("stays"));
 }
 
 /// Every line that the threads logged, in each thread's order, without gaps or doubles.
@@ -433,34 +272,6 @@ TEST_F(Destination, LinesLoggedDuringARedirectLandInTheFileOnceAndInOrder) {
         expect_complete(messages, K_THREADS, K_LINES_PER_THREAD);
         EXPECT_EQ(stats.line_count, messages.size());
     }
-}
-
-TEST_F(Destination, ReadersRotationAndRedirectsGoTogether) {
-    redirect();
-    logger.set_max_file_size(5'000);
-    logger.set_kept_generations(0);
-    std::thread writer([this] {
-        for (int i = 0; i < 2'000; ++i) {
-            logger.log(LogLevel::INFO, "hammer 0 ", i);
-        }
-    });
-    std::string const other = directory / "other.log";
-    for (int i = 0; i < 10; ++i) {
-        LogStats const stats = logger.stats();
-        std::ignore = logger.read_lines(stats.generation, 1, 0);
-        ASSERT_TRUE(logger.redirect_to_file(i % 2 == 0 ? other : path));
-    }
-    writer.join();
-    logger.flush();
-
-    std::size_t total = 0;
-    for (std::string const& base : {path, other}) {
-        total += lines_of(base).size();
-        for (std::uint64_t const generation : log_generations::existing(base)) {
-            total += lines_of(log_generations::backup_path(base, generation)).size();
-        }
-    }
-    EXPECT_EQ(total, 2'000U + 2U + 20U); // and two announcements for each redirect
 }
 
 } // namespace

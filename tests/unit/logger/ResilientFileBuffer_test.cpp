@@ -3,6 +3,7 @@
 #include "app/utilities/fs_tools.hpp"
 #include "logger/ConsoleStreamBuffer.hpp"
 #include "tests/support/CapturedStream.hpp"
+#include "tests/support/RefusingBuffer.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 #include "tests/unit/logger/file_helpers.hpp"
 
@@ -17,12 +18,8 @@ namespace tessaron {
 namespace {
 
 using test::put_file;
+using test::RefusingBuffer;
 using test::text_of;
-
-/// A device that takes nothing.
-class RefusingBuffer final : public std::streambuf {
-    int sync() override { return -1; }
-};
 
 struct ResilientFile : testing::Test {
     /// Removes the directory of the file, and puts a file in its way.
@@ -140,9 +137,11 @@ TEST_F(ResilientFile, WriteAfterTheDirectoryIsBackEndsTheDegradedState) {
     ResilientFileBuffer buffer(path);
     lose_directory();
     put(buffer, "homeless\n");
+    EXPECT_FALSE(buffer.take_reopened());
     restore_directory();
     EXPECT_EQ(put(buffer, "home\n"), 5);
     EXPECT_FALSE(buffer.is_degraded_to_console());
+    EXPECT_TRUE(buffer.take_reopened());
     EXPECT_EQ(text_of(path), "home\n");
 }
 
