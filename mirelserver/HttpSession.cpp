@@ -1,11 +1,14 @@
 #include "mirelserver/HttpSession.hpp"
 
 #include <algorithm>
+#include <array>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
 #include <chrono>
+#include <ctime>
+#include <string>
 #include <unistd.h>
 #include <utility>
 
@@ -27,6 +30,15 @@ constexpr std::size_t K_CHUNK_SIZE = 64 * 1024;
 
 std::string_view view_of(beast::string_view text) {
     return {text.data(), text.size()};
+}
+
+/// "Sun, 06 Nov 1994 08:49:37 GMT"; the names stay English, as the locale is never set.
+std::string http_date() {
+    std::time_t const now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    std::array<char, 64> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%a, %d %b %Y %T GMT", &parts)};
 }
 
 } // namespace
@@ -86,6 +98,7 @@ void HttpSession::fill_header(Message& message, Reply const& reply) const {
     message.version(http_version_);
     message.result(reply.status);
     message.set(http::field::server, "mirelserver");
+    message.set(http::field::date, http_date());
     message.set(http::field::content_type, reply.content_type);
     for (auto const& [name, value] : reply.headers) {
         message.set(name, value);

@@ -22,13 +22,12 @@ std::optional<OpenFile> RegistryFolder::open(std::vector<std::string> const& com
     // Non-blocking, so that a pipe in the place of a file cannot hold a thread.
     OpenFile file{UniqueFd(openat(folder.get(), components.back().c_str(),
                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)),
-                  0, 0};
+                  0};
     struct stat info {};
     if (!file.fd.is_open() || fstat(file.fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         return std::nullopt;
     }
     file.size = static_cast<std::uint64_t>(info.st_size);
-    file.modified = info.st_mtime;
     return file;
 }
 

@@ -3,7 +3,6 @@
 #include "app/utilities/file_io.hpp"
 
 #include <cstdint>
-#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +14,6 @@ namespace mirelserver {
 struct OpenFile {
     tessaron::UniqueFd fd;
     std::uint64_t size = 0;
-    std::time_t modified = 0;
 };
 
 /// Opens files below the registry folder and nowhere else: no symbolic link below the folder is

@@ -56,7 +56,7 @@ Reply error_reply(unsigned status, std::string const& text) {
 }
 
 std::optional<RegistryTarget> map_registry_path(std::vector<std::string> const& components) {
-    if (!std::all_of(components.begin(), components.end(), is_registry_name) ||
+    if (!std::all_of(components.begin(), components.end(), is_plain_name) ||
         components.size() < 2 || components[0] != "api" || components[1] != "packages") {
         return std::nullopt;
     }

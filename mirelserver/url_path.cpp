@@ -16,10 +16,6 @@ int hex_digit(char c) {
     return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
 }
 
-bool is_letter_or_digit(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
-
 } // namespace
 
 std::string_view path_of_target(std::string_view target) {
@@ -72,12 +68,9 @@ std::optional<std::vector<std::string>> split_path(std::string_view path) {
     }
 }
 
-bool is_registry_name(std::string_view name) {
-    return !name.empty() && is_letter_or_digit(name.front()) &&
-           std::all_of(name.begin(), name.end(), [](char c) {
-               return is_letter_or_digit(c) ||
-                      std::string_view("._+~-").find(c) != std::string_view::npos;
-           });
+bool is_plain_name(std::string_view component) {
+    return !component.empty() && component.front() != '.' &&
+           component.find('/') == std::string_view::npos;
 }
 
 } // namespace mirelserver

@@ -19,8 +19,8 @@ std::optional<std::string> percent_decode(std::string_view text);
 /// path does not begin with "/" or cannot be decoded.
 std::optional<std::vector<std::string>> split_path(std::string_view path);
 
-/// True for a name of a package, channel, version or arch: letters, digits and ". _ + ~ -", a
-/// letter or digit first. Such a name can neither climb out of a folder nor name a hidden file.
-bool is_registry_name(std::string_view name);
+/// True for a component that names something in the folder it is looked up in: it can neither
+/// climb out of that folder nor name a hidden file.
+bool is_plain_name(std::string_view component);
 
 } // namespace mirelserver

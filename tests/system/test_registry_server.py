@@ -59,7 +59,8 @@ UNKNOWN = [
     "/api/packages/hello/main/versions.json", "/api/packages/hello/channels.json",
     "/packages.json", "/packages/hello/channels.json", "/packages/hello/main/1.0.0/linux-x86_64/artifact",
     "/.lock", "/api/packages/.incoming/channels", "/favicon.ico", "/api/clients",
-    "/registry-bad-request",
+    "/registry-bad-request", f"/api/packages/{'n' * 300}/channels",
+    "/api/packages/hello/channels%0a", "/api/packages/hello/main%0a", ARTIFACT_URL + "%0a",
 ]
 
 TRAVERSAL = [
