@@ -309,9 +309,7 @@ TEST_F(Install, WhatAnEarlierInstallLeftInStagingIsRemoved) {
 
 TEST_F(Install, ReinstallingTheRunningVersionReplacesFilesThenStopsThenStarts) {
     std::string const order = scratch_ / "order";
-    std::string const program =
-        "trap 'cat " + path_of("a", "1") + "/tag >> " + order +
-        "; kill $!; exit 0' TERM; echo $$ > pid.new; mv pid.new pid; sleep 1000 & wait $!";
+    std::string const program = runs_until_asked("cat " + path_of("a", "1") + "/tag >> " + order);
     expect_success(
         install("a", "1", artifact().program("run", program).file("tag", "old ").build(), true));
     pid_t const old_pid = take_pid(path_of("a", "1") + "/pid");

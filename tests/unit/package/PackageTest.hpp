@@ -25,6 +25,14 @@ protected:
     static constexpr char const* K_RUNS_UNTIL_STOPPED =
         "echo $$ > pid.new && mv pid.new pid && exec sleep 1000";
 
+    /// The same for a program that runs this command, and then ends, when it is asked to end. No
+    /// child of it lasts, whenever the signal comes.
+    static std::string runs_until_asked(std::string const& last_command) {
+        return "trap '" + last_command +
+               "; exit 0' TERM; echo $$ > pid.new && mv pid.new pid; "
+               "while :; do sleep 0.02; done";
+    }
+
     PackageTest() { open(); }
 
     void TearDown() override {
