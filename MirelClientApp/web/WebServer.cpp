@@ -23,7 +23,8 @@ using tessaron::UniqueFd;
 namespace {
 
 constexpr int K_BACKLOG = 32;
-constexpr int K_ACCEPT_POLL_MS = 200;
+/// `stop` ends the poll by shutting the listener down, so an idle server need not wake up to look.
+constexpr int K_NO_TIME_OUT = -1;
 /// How long accepting rests when the process is out of descriptors or memory: the connection stays
 /// in the queue, and polling for it would only spin.
 constexpr int K_EXHAUSTED_PAUSE_MS = 20;
@@ -146,7 +147,7 @@ void WebServer::accept_loop() {
     batch.reserve(K_ACCEPT_BATCH);
     while (running_) {
         pollfd input{listen_fd_.get(), POLLIN, 0};
-        if (::poll(&input, 1, K_ACCEPT_POLL_MS) <= 0) {
+        if (::poll(&input, 1, K_NO_TIME_OUT) <= 0) {
             continue;
         }
         bool const exhausted = !accept_batch(listen_fd_.get(), batch);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -67,6 +68,10 @@ UniqueFd open_file(std::string const& path, int flags, unsigned mode) {
         fd = open(path.c_str(), flags | O_CLOEXEC, mode);
     } while (fd < 0 && errno == EINTR);
     return UniqueFd(fd);
+}
+
+void close_inherited_descriptors_on_exec() {
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
 }
 
 std::optional<std::string> read_file(std::string const& path) {

@@ -34,6 +34,10 @@ private:
 /// `open` with close-on-exec, repeated while a signal interrupts it. `errno` tells why it failed.
 [[nodiscard]] UniqueFd open_file(std::string const& path, int flags, unsigned mode = 0644);
 
+/// Marks every descriptor from 3 on that this process was started with close-on-exec, so that
+/// what its parent left open does not reach its children either.
+void close_inherited_descriptors_on_exec();
+
 /// The whole of a file, or nothing if it cannot be opened or read.
 [[nodiscard]] std::optional<std::string> read_file(std::string const& path);
 

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "MirelClientApp/remote/RegistryClient.hpp"
+#include "MirelClientApp/web/WebServer.hpp"
+#include "app/AppShell.hpp"
+#include "package/PackageManagerService.hpp"
+
+#include <chrono>
+#include <string>
+
+namespace mirelclient {
+
+/// The version that every build claims, so that whatever is published compares as newer.
+inline constexpr char const* K_RUNNING_VERSION_CORE = "0.0.0";
+
+/// The daemon: it owns the services, lets the web surface drive them, and is the one place where
+/// the registry server and the package store meet.
+///
+/// Construction provisions the packages of the bootstrap list (blocking) before the web server
+/// listens. Destruction ends the transfers and shell commands under way, lets the running web
+/// handlers return and leaves the packages' processes running.
+///
+/// Ownership: services by value; the context must outlive the object.
+/// Thread safety: `fetch_install` and `stop` from any thread; the rest only on the main thread.
+/// Errors: a standard exception from the constructor ends the start of the process.
+class MirelClientApp : public tessaron::AppShell<MirelClientApp> {
+public:
+    explicit MirelClientApp(tessaron::AppContext& context);
+    ~MirelClientApp() override;
+
+    void stop() { request_stop(); }
+
+    /// Downloads a build's artifact and installs it. An empty channel means "main".
+    [[nodiscard]] tessaron::PackageManagerReply
+    fetch_install(std::string const& name, std::string const& channel, std::string const& version,
+                  std::string const& arch, bool start_after_install);
+
+    /// Runs "mkdir -p"; the result is ignored, since what is done in the directory reports for
+    /// itself.
+    static void mkdir_recursive(std::string const& path);
+
+private:
+    int run_impl() override;
+
+    void apply_bootstrap_package_list();
+    void apply_bootstrap_entry(tessaron::json::Value const& entry);
+    void start_web_server();
+
+    std::string downloads_dir_;
+    RegistryClient registry_;
+    tessaron::PackageManagerService packages_;
+    WebServer web_server_;
+    std::chrono::steady_clock::time_point start_time_;
+};
+
+} // namespace mirelclient

@@ -1,0 +1,85 @@
+// Where the registry server and the package store meet: one fetch and install, and the list of
+// packages a fresh machine receives. Runs on the main thread during start (the list) and on
+// whatever thread asks (one fetch); touches the registry client, the package service, the log.
+
+#include "MirelClientApp/App/config_fields.hpp"
+#include "MirelClientApp/MirelClientApp.hpp"
+#include "app/utilities/file_io.hpp"
+
+#include <exception>
+#include <optional>
+
+namespace mirelclient {
+
+using tessaron::LogLevel;
+using tessaron::json::Value;
+
+namespace {
+
+constexpr char const* K_DEFAULT_CHANNEL = "main";
+
+} // namespace
+
+tessaron::PackageManagerReply MirelClientApp::fetch_install(std::string const& name,
+                                                            std::string const& channel,
+                                                            std::string const& version,
+                                                            std::string const& arch,
+                                                            bool start_after_install) {
+    std::string const destination =
+        downloads_dir_ + "/" + name + "-" + version + "-" + arch + ".tar.gz";
+    ErrorText const error = registry_.fetch_artifact(
+        name, channel.empty() ? K_DEFAULT_CHANNEL : channel, version, arch, destination);
+    if (error) {
+        return tessaron::PackageManagerReply::failure("fetch_install: " + *error);
+    }
+    return packages_.install({name, version, arch, destination, start_after_install});
+}
+
+void MirelClientApp::apply_bootstrap_package_list() {
+    std::string const path = context().config().as_str(config::K_BOOTSTRAP_PACKAGE_LIST_PATH);
+    if (path.empty()) {
+        return;
+    }
+    std::optional<std::string> const text = tessaron::read_file(path);
+    if (!text) {
+        context().log().log(LogLevel::WARNING,
+                            "bootstrap_package_list_path is set but couldn't open ", path,
+                            " - skipping");
+        return;
+    }
+    Value list;
+    try {
+        list = Value::parse(*text);
+    } catch (std::exception const& error) {
+        context().log().log(LogLevel::ERROR, "bootstrap package list at ", path,
+                            " is not valid JSON: ", error.what());
+        return;
+    }
+    for (Value const& entry : list.as_array()) {
+        apply_bootstrap_entry(entry);
+    }
+}
+
+void MirelClientApp::apply_bootstrap_entry(Value const& entry) {
+    std::string const name = entry.at("name").as_string("");
+    std::string const version = entry.at("version").as_string("");
+    std::string const arch = entry.at("arch").as_string("");
+    if (name.empty() || version.empty() || arch.empty()) {
+        context().log().log(LogLevel::WARNING,
+                            "bootstrap package list: skipping entry missing name/version/arch");
+        return;
+    }
+    if (packages_.manifest(name).ok) {
+        return; // Present, in whatever version: the list never upgrades.
+    }
+    context().log().log(LogLevel::INFO, "bootstrap: installing ", name, " ", version, " (", arch,
+                        ")");
+    tessaron::PackageManagerReply const reply =
+        fetch_install(name, entry.at("channel").as_string(""), version, arch, true);
+    if (!reply.ok) {
+        context().log().log(LogLevel::ERROR, "bootstrap: failed to install ", name, ": ",
+                            reply.error);
+    }
+}
+
+} // namespace mirelclient

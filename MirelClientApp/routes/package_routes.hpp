@@ -1,0 +1,12 @@
+#pragma once
+
+#include "MirelClientApp/web/WebServer.hpp"
+#include "package/PackageManagerService.hpp"
+
+namespace mirelclient {
+
+/// "/api/packages...": what is installed, and what an operator does with it. The service must
+/// outlive the server.
+void register_package_routes(WebServer& server, tessaron::PackageManagerService& packages);
+
+} // namespace mirelclient

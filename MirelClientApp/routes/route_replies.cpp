@@ -1,0 +1,40 @@
+#include "MirelClientApp/routes/route_replies.hpp"
+
+#include "app/utilities/json_value.hpp"
+
+#include <exception>
+
+namespace mirelclient {
+
+using tessaron::json::Value;
+
+HttpResponse pkgmgr_response(tessaron::PackageManagerReply const& reply) {
+    if (!reply.ok) {
+        return HttpResponse::error(reply.error, 400);
+    }
+    return HttpResponse::json(Value(Value::Object{{"ok", true}, {"body", reply.data}}).dump());
+}
+
+HttpResponse manifest_response(tessaron::PackageManagerReply const& reply) {
+    if (!reply.ok) {
+        return HttpResponse::error(reply.error, 404);
+    }
+    return HttpResponse::json(reply.data.dump());
+}
+
+HttpResponse ok_response() {
+    return HttpResponse::json(Value(Value::Object{{"ok", true}}).dump());
+}
+
+std::string parse_body_field(std::string const& body, std::string const& key) {
+    if (body.empty()) {
+        return "";
+    }
+    try {
+        return Value::parse(body).at(key).as_string("");
+    } catch (std::exception const&) {
+        return "";
+    }
+}
+
+} // namespace mirelclient

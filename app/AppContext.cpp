@@ -1,0 +1,68 @@
+#include "app/AppContext.hpp"
+
+#include "app/build_info.hpp"
+#include "app/utilities/fs_tools.hpp"
+#include "app/utilities/process_identity.hpp"
+
+#include <cstdint>
+#include <string_view>
+#include <tuple>
+
+namespace tessaron {
+
+AppContext::AppContext(config::ConfigStore<8192>& config, int argc, char** argv)
+    : app_name_(config.get<std::string>("app_name")),
+      app_description_(config.get<std::string>("app_description")), config_(config),
+      version_(build_version()), app_dir_(config.get<std::string>("app_dir")),
+      executable_path_(detail::get_executable_path()), user_name_(detail::get_username()),
+      logger_(app_name_, LogLevel::INFO, time_provider_) {
+    start_logging(argc, argv);
+    incident_dir_ = fs_tools::join_path(fs_tools::join_path(app_dir_, app_name_), "incidents");
+}
+
+void AppContext::start_logging(int argc, char** argv) {
+    logger_.set_verbose_console_echo(detail::argv_requests_verbose(argc, argv));
+    auto const min_level = static_cast<std::uint8_t>(config_.get<long long>("log_min_level"));
+    logger_.set_level(static_cast<LogLevel>(min_level));
+    log().log(LogLevel::INFO, "Logger started, writing to console");
+    log_config_load_report(config_);
+    // Where neither the file nor its fallback can be opened, the log stays on the console.
+    std::ignore = logger_.redirect_to_directory(config_.get<std::string>("log_dir"));
+}
+
+void AppContext::log_config_load_report(config::ConfigStore<8192> const& config) {
+    using Status = config::LoadReport::Status;
+    config::LoadReport const report = config.last_load_report();
+    switch (report.status) {
+    case Status::none:
+        break;
+    case Status::created:
+        log().log(LogLevel::INFO, "config: '", report.path, "' not found, created with defaults");
+        break;
+    case Status::loaded:
+        log().log(LogLevel::INFO, "config: loaded '", report.path, "'");
+        break;
+    case Status::healed:
+        log().log(LogLevel::WARNING, "config: '", report.path, "' had ", report.issues.size(),
+                  " issue(s), healed:");
+        for (config::DecodeIssue const& issue : report.issues) {
+            log().log(LogLevel::WARNING, "  - ", issue.field.empty() ? "(file)" : issue.field, ": ",
+                      issue.message);
+        }
+        break;
+    }
+}
+
+namespace detail {
+
+bool argv_requests_verbose(int argc, char const* const* argv) {
+    for (int index = 1; index < argc; ++index) {
+        if (std::string_view(argv[index]) == "--verbose") {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace detail
+} // namespace tessaron

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "app/ConfigStore.hpp"
+#include "logger/Logger.hpp"
+#include "logger/SystemTimeProvider.hpp"
+
+#include <string>
+
+namespace tessaron {
+
+/// The process-wide context: who this application is, its configuration and its logger. Everything
+/// receives it by reference.
+///
+/// Construction starts the logger on the console, reports how the configuration was loaded and
+/// then moves the log to its file; lines logged before that reach the file too.
+///
+/// Ownership: the configuration store must outlive the context.
+/// Thread safety: immutable after construction; the store and the logger lock for themselves.
+/// Errors: a standard exception from the constructor ends the start of the process.
+class AppContext {
+public:
+    AppContext(config::ConfigStore<8192>& config, int argc, char** argv);
+    AppContext(AppContext const&) = delete;
+    AppContext& operator=(AppContext const&) = delete;
+
+    std::string const& app_name() const { return app_name_; }
+    std::string const& app_description() const { return app_description_; }
+    config::ConfigStore<8192>& config() { return config_; }
+    std::string const& version() const { return version_; }
+    /// The value of the setting `app_dir`, below which all operational data lie.
+    std::string const& app_dir() const { return app_dir_; }
+    /// Where incident reports go; below `app_dir` and the application's name.
+    std::string const& incident_dir() const { return incident_dir_; }
+    std::string const& executable_path() const { return executable_path_; }
+    std::string const& user_name() const { return user_name_; }
+    Logger& logger() { return logger_; }
+    /// What the application's own code logs through.
+    ILogger& log() { return logger_; }
+
+private:
+    void start_logging(int argc, char** argv);
+    void log_config_load_report(config::ConfigStore<8192> const& config);
+
+    std::string app_name_;
+    std::string app_description_;
+    config::ConfigStore<8192>& config_;
+    std::string version_;
+    std::string app_dir_;
+    std::string incident_dir_;
+    std::string executable_path_;
+    std::string user_name_;
+    SystemTimeProvider time_provider_;
+    Logger logger_;
+};
+
+namespace detail {
+
+/// True if "--verbose" stands anywhere behind the program's name. The echo must be known before
+/// the command line is parsed, hence the scan by hand.
+bool argv_requests_verbose(int argc, char const* const* argv);
+
+} // namespace detail
+} // namespace tessaron

@@ -1,0 +1,81 @@
+"""Fixtures of the system tests: the real daemon on its stock paths and ports, a real registry.
+
+Every test file runs in a sandbox of its own (scripts/run-system-tests), so a test may kill, fill and
+wipe what it likes; each test begins with empty folders.
+"""
+import os
+import pathlib
+import shutil
+import subprocess
+
+import pytest
+
+from daemon import Daemon, DAEMON_ROOT, LOG_ROOT
+from registry import Registry
+
+
+def pytest_configure(config):
+    addresses = subprocess.run(["ip", "-o", "addr"], capture_output=True, text=True).stdout
+    if any(" lo " not in line for line in addresses.splitlines()):
+        pytest.exit("run the system tests through scripts/run-system-tests: they need a sandbox", 2)
+
+
+def wipe(folder):
+    folder = pathlib.Path(folder)
+    folder.mkdir(parents=True, exist_ok=True)
+    for entry in folder.iterdir():
+        if entry.is_dir() and not entry.is_symlink():
+            shutil.rmtree(entry, ignore_errors=True)
+        else:
+            entry.unlink()
+
+
+def end_leftovers():
+    """Ends what earlier daemons left running, as they should: their packages."""
+    for entry in pathlib.Path("/proc").iterdir():
+        if not entry.name.isdigit() or int(entry.name) in (1, os.getpid(), os.getppid()):
+            continue
+        try:
+            executable = os.readlink(entry / "exe")
+            directory = os.readlink(entry / "cwd")
+        except OSError:
+            continue
+        if directory.startswith("/usr/local/daemon/") or executable.startswith("/usr/local/daemon/"):
+            try:
+                os.kill(int(entry.name), 9)
+            except ProcessLookupError:
+                pass
+
+
+@pytest.fixture(autouse=True)
+def fresh_machine():
+    wipe("/usr/local/daemon")
+    wipe("/mnt")
+    wipe("/tmp/mirelclient")
+    LOG_ROOT.mkdir(parents=True)
+    yield
+    end_leftovers()
+
+
+@pytest.fixture
+def daemon(tmp_path):
+    daemon = Daemon(tmp_path / "daemon.out")
+    yield daemon
+    daemon.kill()
+
+
+@pytest.fixture
+def registry(tmp_path):
+    registry = Registry(tmp_path)
+    yield registry
+    registry.stop()
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """A failure prints the daemon's log."""
+    report = (yield).get_result()
+    daemon = item.funcargs.get("daemon") if hasattr(item, "funcargs") else None
+    if report.failed and daemon is not None:
+        report.sections.append(("daemon output", daemon.output()[-4000:]))
+        report.sections.append(("daemon log", daemon.log()[-4000:]))

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tessaron::test {
+
+/// Runs `work` in a forked child that lives under a resource limit. True if it returned true.
+template <typename Work>
+bool run_in_limited_child(__rlimit_resource resource, rlim_t limit, Work work) {
+    pid_t const child = fork();
+    if (child == 0) {
+        rlimit const both{limit, limit};
+        bool const succeeded = setrlimit(resource, &both) == 0 && work();
+        _exit(succeeded ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+} // namespace tessaron::test
