@@ -368,16 +368,12 @@ def read_json(path):
 
 
 def listed_builds(registry):
-    """All builds that a client finds, level by level; a level that is gone meanwhile is empty."""
-    def names(path, key):
-        try:
-            return read_json(path)[key]
-        except FileNotFoundError:
-            return []
-    for name in names(registry / "packages.json", "packages"):
+    """All builds that a client finds, level by level. What one level lists the next one has."""
+    index = registry / "packages.json"
+    for name in read_json(index)["packages"] if index.exists() else []:
         package = registry / "packages" / name
-        for channel in names(package / "channels.json", "channels"):
-            for build_entry in names(package / channel / "versions.json", "versions"):
+        for channel in read_json(package / "channels.json")["channels"]:
+            for build_entry in read_json(package / channel / "versions.json")["versions"]:
                 yield (name, channel, build_entry["version"], build_entry["arch"]), \
                     build_entry["manifest"]
 
@@ -477,7 +473,8 @@ def test_publishers_killed_at_any_moment_never_show_a_build_that_is_not_whole(tm
     reader.start()
     killed = 0
     for index in range(150):
-        build_id = (f"app{index % 2}", f"c{index % 3}", f"1.{index}", "any")
+        # A new package or channel each time, so that every index is new once.
+        build_id = (f"app{index // 2}", f"c{index % 2}", f"1.{index}", "any")
         process = subprocess.Popen([MIRELPACK, "publish", artifacts[index % 2], "--registry",
                                     registry, *id_arguments(build_id)], stdout=subprocess.DEVNULL)
         try:
