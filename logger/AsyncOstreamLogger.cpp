@@ -44,7 +44,7 @@ AsyncOstreamLogger::~AsyncOstreamLogger() {
 }
 
 void AsyncOstreamLogger::log_impl(LogLevel level, std::string_view time_stamp,
-                                  std::string const& message) noexcept {
+                                  std::string_view message) noexcept {
     bool wake = false;
     {
         MutexLock lock(mutex_);

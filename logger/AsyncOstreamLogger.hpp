@@ -34,7 +34,7 @@ public:
     std::ostream& get_stream() override { return stream_; }
 
     void log_impl(LogLevel level, std::string_view time_stamp,
-                  std::string const& message) noexcept override TESSARON_EXCLUDES(mutex_);
+                  std::string_view message) noexcept override TESSARON_EXCLUDES(mutex_);
 
     /// Waits until every queued line is written and `on_line_written` has returned for the last
     /// one. Must not be called from `on_line_written`, or anything that it calls: the writer would

@@ -29,11 +29,11 @@ public:
 
     /// Takes one message that passed the minimum level.
     virtual void log_impl(LogLevel level, std::string_view time_stamp,
-                          std::string const& message) noexcept = 0;
+                          std::string_view message) noexcept = 0;
 
     /// Called on the logging thread for every message, also for one below the minimum level. `time`
     /// is that of the call: the clock is looked at once, so that it agrees with the time stamp.
-    virtual void on_log_call(LogLevel level, std::string const& message,
+    virtual void on_log_call(LogLevel level, std::string_view message,
                              ITimeProvider::TimePoint time) noexcept;
 
     /// Called after a line (without its newline) was written, on the thread that wrote it.
@@ -48,11 +48,12 @@ public:
     /// Streams the arguments one after the other, without separators, into one message.
     template <typename... Args>
     void log(LogLevel level, Args const&... args) noexcept {
-        submit(level, detail::stream_text(args...));
+        detail::with_stream_text([&](std::string_view message) { submit(level, message); },
+                                 args...);
     }
 
 private:
-    void submit(LogLevel level, std::string const& message) noexcept;
+    void submit(LogLevel level, std::string_view message) noexcept;
 
     std::string const label_;
     std::atomic<LogLevel> level_;

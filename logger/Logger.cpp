@@ -26,7 +26,7 @@ Logger::~Logger() {
     stop_async(); // the writer thread uses the members below
 }
 
-void Logger::on_log_call(LogLevel level, std::string const& message,
+void Logger::on_log_call(LogLevel level, std::string_view message,
                          ITimeProvider::TimePoint time) noexcept {
     trace_.record(static_cast<std::uint64_t>(time.time_since_epoch().count()), level, message);
     if (level != LogLevel::ERROR) {
@@ -38,7 +38,7 @@ void Logger::on_log_call(LogLevel level, std::string const& message,
         sink = incident_trigger_sink_;
     }
     if (sink) {
-        (*sink)(level, message);
+        (*sink)(level, std::string(message));
     }
 }
 

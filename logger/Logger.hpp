@@ -70,7 +70,7 @@ public:
     Logger(std::string label, LogLevel level, ITimeProvider const& clock);
     ~Logger() override;
 
-    void on_log_call(LogLevel level, std::string const& message,
+    void on_log_call(LogLevel level, std::string_view message,
                      ITimeProvider::TimePoint time) noexcept override;
     void on_line_written(LogLevel level, std::string const& line) override;
 

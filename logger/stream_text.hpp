@@ -1,7 +1,10 @@
 #pragma once
 
+#include <array>
 #include <charconv>
 #include <concepts>
+#include <cstddef>
+#include <memory_resource>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -16,10 +19,10 @@ namespace tessaron::detail {
 template <typename T, typename... Candidates>
 concept AnyOf = (std::same_as<T, Candidates> || ...);
 
+// clang-format off
 template <typename T>
-concept PlainString = AnyOf < std::decay_t<T>,
-        std::string, std::string_view,
-char*, char const* > ;
+concept PlainString = AnyOf<std::decay_t<T>, std::string, std::string_view, char*, char const*>;
+// clang-format on
 
 template <typename T>
 concept PlainCharacter = AnyOf<T, char, signed char, unsigned char>;
@@ -55,8 +58,8 @@ std::size_t longest_text_of(T const& argument) {
     }
 }
 
-template <PlainArgument T>
-void append(std::string& text, T const& argument) {
+template <typename Text, PlainArgument T>
+void append(Text& text, T const& argument) {
     if constexpr (PlainString<T>) {
         text.append(view_of(argument));
     } else if constexpr (PlainCharacter<T>) {
@@ -70,19 +73,26 @@ void append(std::string& text, T const& argument) {
     }
 }
 
+/// Longest message that needs no memory from the heap.
+inline constexpr std::size_t K_SHORT_MESSAGE = 256;
+
+/// Calls `consume` with the text of the arguments, which lives until `consume` returns.
+///
 /// One argument of another kind sends all of them through one stream, since a manipulator acts on
 /// the arguments behind it.
-template <typename... Args>
-std::string stream_text(Args const&... args) {
+template <typename Consume, typename... Args>
+void with_stream_text(Consume&& consume, Args const&... args) {
     if constexpr ((PlainArgument<Args> && ...)) {
-        std::string text;
+        std::array<std::byte, K_SHORT_MESSAGE + 1> block; // the string ends it with a NUL
+        std::pmr::monotonic_buffer_resource memory(block.data(), block.size());
+        std::pmr::string text(&memory);
         text.reserve((std::size_t{0} + ... + longest_text_of(args)));
         (append(text, args), ...);
-        return text;
+        consume(std::string_view(text));
     } else {
         std::ostringstream stream;
         (stream << ... << args);
-        return std::move(stream).str();
+        consume(std::string_view(std::move(stream).str()));
     }
 }
 

@@ -23,13 +23,16 @@ public:
 
     std::ostream& get_stream() override { return stream_; }
     void log_impl(LogLevel level, std::string_view time_stamp,
-                  std::string const& message) noexcept override {
-        logged.push_back(std::string(to_string(level)).append(" ").append(time_stamp) + " " +
-                         message);
+                  std::string_view message) noexcept override {
+        logged.push_back(std::string(to_string(level))
+                             .append(" ")
+                             .append(time_stamp)
+                             .append(" ")
+                             .append(message));
     }
-    void on_log_call(LogLevel, std::string const& message,
+    void on_log_call(LogLevel, std::string_view message,
                      ITimeProvider::TimePoint time) noexcept override {
-        called.push_back(message);
+        called.emplace_back(message);
         called_at = time;
     }
 

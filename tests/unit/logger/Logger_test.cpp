@@ -182,7 +182,7 @@ public:
     explicit SelfSink(ILogger& target)
         : ILogger("self", LogLevel::TRACE, target.clock()), target_(target) {}
     std::ostream& get_stream() override { return target_.get_stream(); }
-    void log_impl(LogLevel level, std::string_view, std::string const& message) noexcept override {
+    void log_impl(LogLevel level, std::string_view, std::string_view message) noexcept override {
         target_.log(level, "[self] ", message);
     }
 
