@@ -11,8 +11,8 @@ namespace tessaron::child_process {
 /// too: its id may by now belong to a stranger.
 [[nodiscard]] bool has_ended(pid_t pid);
 
-/// False if certainly no child of this process waits to be reaped. One call for all of them, so that
-/// looking after hundreds of children that live costs no more than looking after one.
+/// False if certainly no child of this process waits to be reaped. One call for all of them, so
+/// that looking after hundreds of children that live costs no more than looking after one.
 [[nodiscard]] bool some_child_may_have_ended();
 
 /// Blocks until the child has ended and reaps it.

@@ -26,8 +26,8 @@ inline constexpr TextField K_APP_DESCRIPTION{"app_description", "One line for a 
 inline constexpr TextField K_APP_DIR{"app_dir", "Folder of this application's own data",
                                      "/usr/local/daemon/diskwatch"};
 inline constexpr TextField K_LOG_DIR{"log_dir", "Folder of the log", "/usr/local/daemon/diskwatch"};
-inline constexpr IntField K_LOG_MIN_LEVEL{"log_min_level",
-                                          "0=TRACE, 1=INFO, 2=WARNING, 3=ERROR", 1};
+inline constexpr IntField K_LOG_MIN_LEVEL{"log_min_level", "0=TRACE, 1=INFO, 2=WARNING, 3=ERROR",
+                                          1};
 inline constexpr TextField K_WATCHED_PATH{"watched_path", "A path on the file system to watch",
                                           "/"};
 inline constexpr IntField K_INTERVAL_SECONDS{"interval_seconds", "Time between two looks", 10};
@@ -60,8 +60,9 @@ private:
         }
         auto const free_percent = static_cast<long long>(disk.f_bavail * 100 / disk.f_blocks);
         bool const low = free_percent < context().config().as_int(K_WARN_BELOW_PERCENT);
-        context().log().log(low ? LogLevel::WARNING : LogLevel::INFO, "'", path, "': ",
-                            free_percent, "% free, ", disk.f_bavail * disk.f_frsize, " bytes");
+        context().log().log(low ? LogLevel::WARNING : LogLevel::INFO, "'", path,
+                            "': ", free_percent, "% free, ", disk.f_bavail * disk.f_frsize,
+                            " bytes");
     }
 };
 

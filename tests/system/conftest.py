@@ -10,7 +10,7 @@ import subprocess
 
 import pytest
 
-from daemon import Daemon, DAEMON_ROOT, LOG_ROOT
+from daemon import Daemon, LOG_ROOT
 from registry import Registry
 
 

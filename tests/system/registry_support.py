@@ -14,7 +14,7 @@ MIRELSERVER = BIN / "mirelserver"
 NGINX_CONF = ROOT / "packaging/nginx-registry.conf"
 DEADLINE = 20
 
-BUILD = ("hello", "main", "1.0.0", "linux-x86_64")
+BUILD = ("hello", "main", "1.0.0", "x86_64-linux")
 
 
 def mirelpack(*arguments, check=True, **options):
@@ -37,6 +37,11 @@ def publish(registry, artifact, build=BUILD, *extra, check=True):
 
 def remove(registry, build=BUILD, check=True):
     return mirelpack("remove", "--registry", registry, *id_arguments(build), check=check)
+
+
+def build(folder, output, *extra, executable="bin/hello", check=True, **options):
+    return mirelpack("build", folder, "--executable", executable, "-o", output, *extra,
+                     check=check, **options)
 
 
 def make_program_folder(folder, text="hello", executable="bin/hello"):

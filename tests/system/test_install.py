@@ -1,11 +1,10 @@
 """Fetching, checking and installing real packages on a fresh machine."""
 import hashlib
 import os
-import pathlib
 import subprocess
 
 import pytest
-from daemon import APP_DIR, DAEMON_ROOT, DOWNLOADS, STORE, wait_until
+from daemon import DAEMON_ROOT, DOWNLOADS, STORE, wait_until
 from preloaded import preload
 from registry import ARCH, SLEEPER, entry
 

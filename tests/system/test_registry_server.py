@@ -15,7 +15,7 @@ import pytest
 from registry_support import (BUILD, DEADLINE, MIRELSERVER, make_artifact, publish, remove,
                               running_mirelserver, running_nginx, wait_until)
 
-ARTIFACT_URL = "/api/packages/hello/main/1.0.0/linux-x86_64/artifact"
+ARTIFACT_URL = "/api/packages/hello/main/1.0.0/x86_64-linux/artifact"
 
 
 @pytest.fixture
@@ -23,7 +23,7 @@ def registry(tmp_path):
     folder = tmp_path / "registry"
     artifact = make_artifact(tmp_path)
     publish(folder, artifact)
-    publish(folder, artifact, ("hello", "main", "1.10.0-dev.2+b~1", "linux-x86_64"))
+    publish(folder, artifact, ("hello", "main", "1.10.0-dev.2+b~1", "x86_64-linux"))
     publish(folder, artifact, ("other_app", "beta", "2.0", "any"))
     return folder
 
@@ -45,19 +45,19 @@ GOOD = {
     "/api/packages/hello/main": None,
     ARTIFACT_URL: None,
     ARTIFACT_URL + "?a=/../b": None,
-    "/api/packages/hello/main/1.10.0-dev.2+b~1/linux-x86_64/artifact": None,
-    "/api/packages/hello/main/1.10.0-dev.2%2Bb%7e1/linux-x86_64/artifact": None,
+    "/api/packages/hello/main/1.10.0-dev.2+b~1/x86_64-linux/artifact": None,
+    "/api/packages/hello/main/1.10.0-dev.2%2Bb%7e1/x86_64-linux/artifact": None,
 }
 
 UNKNOWN = [
     "/", "/api", "/api/", "/api/packages/", "/API/packages", "/api/packages/hello",
     "/api/packages/hello/", "/api/packages/hello/main/", "/api/packages/nobody/channels",
     "/api/packages/hello/nightly", "/api/packages/hello/main/1.0.0",
-    "/api/packages/hello/main/1.0.0/linux-x86_64", ARTIFACT_URL + "/", ARTIFACT_URL + "/more",
-    "/api/packages/hello/main/9.9.9/linux-x86_64/artifact",
-    "/api/packages/hello/main/1.0.0/linux-x86_64/manifest.json",
+    "/api/packages/hello/main/1.0.0/x86_64-linux", ARTIFACT_URL + "/", ARTIFACT_URL + "/more",
+    "/api/packages/hello/main/9.9.9/x86_64-linux/artifact",
+    "/api/packages/hello/main/1.0.0/x86_64-linux/manifest.json",
     "/api/packages/hello/main/versions.json", "/api/packages/hello/channels.json",
-    "/packages.json", "/packages/hello/channels.json", "/packages/hello/main/1.0.0/linux-x86_64/artifact",
+    "/packages.json", "/packages/hello/channels.json", "/packages/hello/main/1.0.0/x86_64-linux/artifact",
     "/.lock", "/api/packages/.incoming/channels", "/favicon.ico", "/api/clients",
     "/registry-bad-request", f"/api/packages/{'n' * 300}/channels",
     "/api/packages/hello/channels%0a", "/api/packages/hello/main%0a", ARTIFACT_URL + "%0a",
@@ -68,7 +68,7 @@ TRAVERSAL = [
     "/api/./packages", "/api/%2e/packages", "//api/packages", "/api//packages",
     "/api/packages/hello%2Fmain", "/api/packages/hello%2fchannels", "/api%2fpackages",
     "/api/packages/../../../../../../etc/passwd", "/api/packages/..%2f..%2fetc/passwd",
-    "/api/packages/hello/main/1.0.0/linux-x86_64/../linux-x86_64/artifact",
+    "/api/packages/hello/main/1.0.0/x86_64-linux/../x86_64-linux/artifact",
     "/api/packages/hello/main/../channels", "/api/packages/hello/..", "/..", "/../", "/%2e%2e/",
     "/api/packages/hello/%20", "/api/packages/hello/a%0ab", "/api/packages/hello/%c3%bc",
     "/api/packages#fragment", "/api/packages/hello/main%23x", "/api/packages/-x/channels",
@@ -90,7 +90,7 @@ def test_both_serve_the_same_for_what_exists(servers, registry, target):
     assert status == 200
     if "artifact" in target:
         assert content_type == "application/octet-stream"
-        assert body == (registry / "packages/hello/main/1.0.0/linux-x86_64/artifact").read_bytes()
+        assert body == (registry / "packages/hello/main/1.0.0/x86_64-linux/artifact").read_bytes()
     else:
         assert content_type == "application/json"
         assert json.loads(body)
@@ -102,7 +102,7 @@ def test_versions_carry_arch_version_and_manifest(servers):
     _, _, body = both(servers, "/api/packages/hello/main")
     versions = json.loads(body)["versions"]
     assert [v["version"] for v in versions] == ["1.10.0-dev.2+b~1", "1.0.0"]
-    assert versions[1]["arch"] == "linux-x86_64"
+    assert versions[1]["arch"] == "x86_64-linux"
     assert versions[1]["manifest"]["description"] == "says hello"
 
 
@@ -171,7 +171,7 @@ def test_a_pipe_in_the_place_of_an_index_holds_nothing_up(servers, registry):
     ("bytes=5-99999999", slice(5, None)), ("bytes=3-3", slice(3, 4)),
 ])
 def test_a_download_can_be_resumed(servers, registry, header, expected):
-    whole = (registry / "packages/hello/main/1.0.0/linux-x86_64/artifact").read_bytes()
+    whole = (registry / "packages/hello/main/1.0.0/x86_64-linux/artifact").read_bytes()
     status, _, body = both(servers, ARTIFACT_URL, headers={"Range": header})
     assert (status, body) == (206, whole[expected])
 
@@ -183,7 +183,7 @@ def test_a_range_behind_the_end_is_refused(servers):
 
 @pytest.mark.parametrize("header", ["bytes=9-2", "bytes=a-b", "lines=1-2", "bytes=-"])
 def test_a_range_without_sense_gives_the_whole_file_from_us(servers, registry, header):
-    whole = (registry / "packages/hello/main/1.0.0/linux-x86_64/artifact").read_bytes()
+    whole = (registry / "packages/hello/main/1.0.0/x86_64-linux/artifact").read_bytes()
     status, _, body = servers[0].get(ARTIFACT_URL, headers={"Range": header})
     assert (status, body) == (200, whole)
 
@@ -194,7 +194,7 @@ def test_curl_fetches_as_the_daemon_does(servers, registry, tmp_path):
         target = tmp_path / "fetched"
         subprocess.run(["curl", "-fsS", "-o", target, base + ARTIFACT_URL], check=True)
         assert target.read_bytes() == (
-            registry / "packages/hello/main/1.0.0/linux-x86_64/artifact").read_bytes()
+            registry / "packages/hello/main/1.0.0/x86_64-linux/artifact").read_bytes()
         missing = subprocess.run(["curl", "-fsS", base + "/api/packages/no/main"],
                                  capture_output=True)
         assert (missing.returncode, missing.stdout) == (22, b"")
@@ -207,7 +207,7 @@ def resident_kib(pid):
 
 def make_large_artifact(registry, size):
     """In the folder by hand: what is served does not depend on what it holds."""
-    folder = registry / "packages/hello/main/3.0.0/linux-x86_64"
+    folder = registry / "packages/hello/main/3.0.0/x86_64-linux"
     folder.mkdir(parents=True)
     digest = hashlib.sha256()
     with open(folder / "artifact", "wb") as file:
@@ -215,7 +215,7 @@ def make_large_artifact(registry, size):
             block = hashlib.sha256(str(index).encode()).digest() * (1 << 15)
             digest.update(block)
             file.write(block)
-    return "/api/packages/hello/main/3.0.0/linux-x86_64/artifact", digest.hexdigest()
+    return "/api/packages/hello/main/3.0.0/x86_64-linux/artifact", digest.hexdigest()
 
 
 def open_request(port, target):

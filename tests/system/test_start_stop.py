@@ -6,7 +6,7 @@ import signal
 import socket
 
 import pytest
-from daemon import APP_DIR, CONFIG_DIR, DAEMON_ROOT, DOWNLOADS, LOG_FILE, LOG_ROOT, STORE, wait_until
+from daemon import CONFIG_DIR, DAEMON_ROOT, DOWNLOADS, LOG_FILE, LOG_ROOT, STORE, wait_until
 from preloaded import preload
 
 SLEEP = "#!/bin/sh\nexec sleep 1000\n"

@@ -1,0 +1,63 @@
+#include "MirelClientApp/routes/route_replies.hpp"
+
+#include "MirelClientApp/routes/json_helpers.hpp"
+
+#include <gtest/gtest.h>
+
+namespace mirelclient {
+namespace {
+
+using tessaron::PackageManagerReply;
+using tessaron::json::Value;
+
+TEST(RouteReplies, APackageReplyWrapsItsData) {
+    HttpResponse const answer = pkgmgr_response(PackageManagerReply::success(Value::Array{1, "b"}));
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.content_type, "application/json");
+    EXPECT_EQ(answer.body, R"({"body":[1,"b"],"ok":true})");
+}
+
+TEST(RouteReplies, APackageReplyWithoutDataHasANullBody) {
+    EXPECT_EQ(pkgmgr_response(PackageManagerReply::success()).body, R"({"body":null,"ok":true})");
+}
+
+TEST(RouteReplies, AFailedPackageReplyIsABadRequestWithItsText) {
+    HttpResponse const answer =
+        pkgmgr_response(PackageManagerReply::failure("stop: \"x\" is not installed"));
+    EXPECT_EQ(answer.status, 400);
+    EXPECT_EQ(answer.body, R"({"error":"stop: \"x\" is not installed"})");
+}
+
+TEST(RouteReplies, AManifestComesWithoutAWrapper) {
+    EXPECT_EQ(
+        manifest_response(PackageManagerReply::success(Value::Object{{"executable", "run"}})).body,
+        R"({"executable":"run"})");
+}
+
+TEST(RouteReplies, AMissingManifestIsNotFound) {
+    HttpResponse const answer = manifest_response(PackageManagerReply::failure("manifest: gone"));
+    EXPECT_EQ(answer.status, 404);
+    EXPECT_EQ(answer.body, R"({"error":"manifest: gone"})");
+}
+
+TEST(RouteReplies, ABodyFieldIsTheStringAtItsKey) {
+    EXPECT_EQ(parse_body_field(R"({"name":"web_port","value":"80"})", "value"), "80");
+}
+
+TEST(RouteReplies, WhateverElseABodyMayBeHasNoField) {
+    for (std::string const body :
+         {"", "no json", "[]", "5", "{}", R"({"version":1})", R"({"version":null})",
+          R"({"version":1e999})", R"({"version":"1")"}) {
+        EXPECT_EQ(parse_body_field(body, "version"), "") << body;
+    }
+    EXPECT_EQ(parse_body_field(std::string(1 << 20, '['), "version"), "");
+}
+
+TEST(RouteReplies, AConfigurationFieldHasItsKeysInOrder) {
+    EXPECT_EQ(json_helpers::config_field({"n", "int", "d", "1", "2", false}).dump(),
+              R"({"current_value":"1","default_value":"2","description":"d","is_default":false,)"
+              R"("name":"n","type_name":"int"})");
+}
+
+} // namespace
+} // namespace mirelclient
