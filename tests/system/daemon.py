@@ -6,10 +6,9 @@ import pathlib
 import signal
 import socket
 import subprocess
-import time
 
-CHECKOUT = pathlib.Path(__file__).resolve().parents[2]
-BIN = pathlib.Path(os.environ.get("MIREL_BIN", CHECKOUT / "build/release/bin"))
+from programs import BIN, DEADLINE, wait_until
+
 DAEMON_ROOT = pathlib.Path("/usr/local/daemon")
 APP_DIR = DAEMON_ROOT / "mirelclient"
 CONFIG_DIR = APP_DIR / "mirelclient"
@@ -18,17 +17,6 @@ DOWNLOADS = APP_DIR / "downloads"
 LOG_ROOT = pathlib.Path("/mnt/nand_disk_ext/mirelclient")
 LOG_FILE = LOG_ROOT / "mirelclient/app.log"
 WEB_PORT = 7080
-DEADLINE = 60
-
-
-def wait_until(condition, what, deadline=DEADLINE):
-    end = time.monotonic() + deadline
-    while True:
-        result = condition()
-        if result:
-            return result
-        assert time.monotonic() < end, f"waited in vain until {what}"
-        time.sleep(0.02)
 
 
 class Answer:

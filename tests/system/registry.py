@@ -4,7 +4,7 @@ import socket
 import stat
 import subprocess
 
-from daemon import BIN, wait_until
+from programs import BIN, wait_until
 
 ARCH = "x86_64-linux" if subprocess.run(["uname", "-m"], capture_output=True, text=True
                                         ).stdout.strip() == "x86_64" else "arm64-linux"

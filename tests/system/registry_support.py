@@ -2,17 +2,14 @@
 import contextlib
 import http.client
 import os
-import pathlib
 import socket
 import subprocess
-import time
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-BIN = pathlib.Path(os.environ.get("MIREL_BIN", ROOT / "build/release/bin"))
+from programs import BIN, CHECKOUT, DEADLINE, wait_until
+
 MIRELPACK = BIN / "mirelpack"
 MIRELSERVER = BIN / "mirelserver"
-NGINX_CONF = ROOT / "packaging/nginx-registry.conf"
-DEADLINE = 20
+NGINX_CONF = CHECKOUT / "packaging/nginx-registry.conf"
 
 BUILD = ("hello", "main", "1.0.0", "x86_64-linux")
 
@@ -23,6 +20,12 @@ def mirelpack(*arguments, check=True, **options):
                           errors="surrogateescape", **options)
     assert not check or done.returncode == 0, done.stderr
     return done
+
+
+def digest_of(data):
+    """By the tool that an installer uses."""
+    return subprocess.run(["sha256sum"], input=data, capture_output=True,
+                          check=True).stdout.decode().split()[0]
 
 
 def id_arguments(build):
@@ -66,13 +69,6 @@ def free_port():
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
-
-
-def wait_until(condition, what):
-    end = time.monotonic() + DEADLINE
-    while not condition():
-        assert time.monotonic() < end, f"waited in vain until {what}"
-        time.sleep(0.01)
 
 
 def request(port, target, method="GET", headers=None, body=None):

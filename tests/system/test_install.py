@@ -4,8 +4,9 @@ import os
 import subprocess
 
 import pytest
-from daemon import DAEMON_ROOT, DOWNLOADS, STORE, wait_until
+from daemon import DAEMON_ROOT, DOWNLOADS, STORE
 from preloaded import preload
+from programs import wait_until
 from registry import ARCH, SLEEPER, entry
 
 

@@ -7,8 +7,9 @@ import threading
 import time
 
 import pytest
-from daemon import APP_DIR, DOWNLOADS, STORE, wait_until
+from daemon import APP_DIR, DOWNLOADS, STORE
 from preloaded import preload
+from programs import wait_until
 from registry import ARCH, SLEEPER, entry
 
 NEW = STORE / "store/new/1.0.0"

@@ -2,11 +2,10 @@
 import gzip
 import io
 import json
-import subprocess
 import tarfile
 
 import pytest
-from registry_support import build, make_program_folder, mirelpack, publish
+from registry_support import build, digest_of, make_program_folder, mirelpack, publish
 
 
 def tar_of(members):
@@ -27,11 +26,6 @@ def link(name, target, kind=tarfile.SYMTYPE):
     info = tarfile.TarInfo(name)
     info.type, info.linkname = kind, target
     return info
-
-
-def digest_of(data):
-    return subprocess.run(["sha256sum"], input=data, capture_output=True,
-                          check=True).stdout.decode().split()[0]
 
 
 def hand_made(payload_members, manifest=None, extra=(), executable="app", **changes):

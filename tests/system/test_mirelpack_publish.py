@@ -10,8 +10,8 @@ import tarfile
 import threading
 
 import pytest
-from registry_support import (BUILD, DEADLINE, MIRELPACK, id_arguments, make_artifact,
-                              mirelpack, publish, remove, wait_until)
+from registry_support import (BUILD, DEADLINE, MIRELPACK, digest_of, id_arguments,
+                              make_artifact, mirelpack, publish, remove, wait_until)
 
 
 def read_json(path):

@@ -3,8 +3,9 @@ import json
 import os
 
 import pytest
-from daemon import CONFIG_DIR, wait_until
+from daemon import CONFIG_DIR
 from preloaded import entry_text, preload, write_registry
+from programs import wait_until
 from registry import ARCH, entry
 
 SLEEP = "#!/bin/sh\nexec sleep 1000\n"

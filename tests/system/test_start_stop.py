@@ -6,8 +6,9 @@ import signal
 import socket
 
 import pytest
-from daemon import CONFIG_DIR, DAEMON_ROOT, DOWNLOADS, LOG_FILE, LOG_ROOT, STORE, wait_until
+from daemon import CONFIG_DIR, DAEMON_ROOT, DOWNLOADS, LOG_FILE, LOG_ROOT, STORE
 from preloaded import preload
+from programs import wait_until
 
 SLEEP = "#!/bin/sh\nexec sleep 1000\n"
 

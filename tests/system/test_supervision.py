@@ -4,8 +4,9 @@ import pathlib
 import signal
 import time
 
-from daemon import DAEMON_ROOT, STORE, wait_until
+from daemon import DAEMON_ROOT, STORE
 from preloaded import entry_text, preload, write_registry
+from programs import wait_until
 
 SLEEP = "#!/bin/sh\nexec sleep 1000\n"
 
