@@ -132,15 +132,23 @@ def test_ten_thousand_files(tmp_path):
     assert facts["files"] == 10_001
 
 
-def test_a_large_payload_needs_little_memory(tmp_path):
+def peak_memory(*arguments):
+    """Largest resident size in kilobytes of one run of mirelpack."""
+    process = subprocess.Popen([MIRELPACK, *arguments], stdout=subprocess.DEVNULL)
+    _, status, usage = os.wait4(process.pid, 0)
+    assert status == 0
+    return usage.ru_maxrss
+
+
+def test_the_size_of_a_payload_does_not_show_in_the_memory(tmp_path):
     source = make_program_folder(tmp_path / "source")
+    artifact = tmp_path / "artifact"
+    commands = (("build", source, "--executable", "bin/hello", "-o", artifact), ("inspect", artifact))
+    small = [peak_memory(*command) for command in commands]
     with open(source / "large", "wb") as file:
         file.truncate(400 << 20)
-    limit = 96 << 10  # KiB of address space
-    for command in (f"build {source} --executable bin/hello -o {tmp_path}/artifact",
-                    f"inspect {tmp_path}/artifact"):
-        subprocess.run(["sh", "-c", f"ulimit -v {limit}; exec {MIRELPACK} {command}"], check=True,
-                       capture_output=True)
+    large = [peak_memory(*command) for command in commands]
+    assert all(after < before + (40 << 10) for before, after in zip(small, large)), (small, large)
 
 
 def written_out_of_sight(pid):
