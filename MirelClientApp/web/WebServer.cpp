@@ -2,6 +2,7 @@
 
 #include "MirelClientApp/web/ConnectionHandler.hpp"
 #include "MirelClientApp/web/ConnectionThreads.hpp"
+#include "MirelClientApp/web/SilentConnections.hpp"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -23,8 +24,6 @@ using tessaron::UniqueFd;
 namespace {
 
 constexpr int K_BACKLOG = 32;
-/// `stop` ends the poll by shutting the listener down, so an idle server need not wake up to look.
-constexpr int K_NO_TIME_OUT = -1;
 /// How long accepting rests when the process is out of descriptors or memory: the connection stays
 /// in the queue, and polling for it would only spin.
 constexpr int K_EXHAUSTED_PAUSE_MS = 20;
@@ -113,8 +112,14 @@ std::string WebServer::start() {
         return with_error_text("listen() failed: ", errno);
     }
 
+    auto silent = std::make_unique<SilentConnections>(listener.get());
+    if (!silent->is_open()) {
+        return with_error_text("epoll_create1() failed: ", errno);
+    }
+
     bound_port_ = local_port(listener.get());
     listen_fd_ = std::move(listener);
+    silent_ = std::move(silent);
     threads_ = std::make_unique<ConnectionThreads>(
         [handler = handler_](UniqueFd fd) { handler->handle_connection(std::move(fd)); });
     handler_->open();
@@ -132,29 +137,29 @@ void WebServer::stop() {
     handler_->close();
     running_ = false;
     if (listen_fd_.is_open()) {
-        ::shutdown(listen_fd_.get(), SHUT_RDWR); // ends the accept thread's poll at once
+        ::shutdown(listen_fd_.get(), SHUT_RDWR); // wakes the accept thread
     }
     if (accept_thread_.joinable()) {
         accept_thread_.join();
     }
+    silent_.reset();
     threads_.reset();
     listen_fd_.reset();
 }
 
 void WebServer::accept_loop() {
     pthread_setname_np(pthread_self(), "web-accept");
-    std::vector<UniqueFd> batch;
-    batch.reserve(K_ACCEPT_BATCH);
+    std::vector<UniqueFd> accepted;
+    std::vector<UniqueFd> talking;
+    accepted.reserve(K_ACCEPT_BATCH);
     while (running_) {
-        pollfd input{listen_fd_.get(), POLLIN, 0};
-        if (::poll(&input, 1, K_NO_TIME_OUT) <= 0) {
-            continue;
+        bool const listener = silent_->wait(talking);
+        bool const exhausted = listener && running_ && !accept_batch(listen_fd_.get(), accepted);
+        silent_->add(accepted);
+        if (!talking.empty()) {
+            threads_->run(talking);
         }
-        bool const exhausted = !accept_batch(listen_fd_.get(), batch);
-        if (!batch.empty()) {
-            threads_->run(batch);
-        }
-        if (exhausted && running_) {
+        if (exhausted) {
             ::poll(nullptr, 0, K_EXHAUSTED_PAUSE_MS);
         }
     }

@@ -14,10 +14,12 @@ namespace mirelclient {
 
 class ConnectionHandler;
 class ConnectionThreads;
+class SilentConnections;
 
 /// A small HTTP/1.1 server: plain TCP over IPv4, one thread and exactly one request per
-/// connection, a fixed table of routes and one of WebSocket routes. No TLS, authentication,
-/// keep-alive or chunked transfer, no read time-out and no limit on connections.
+/// connection (the thread begins when the client does), a fixed table of routes and one of
+/// WebSocket routes. No TLS, authentication, keep-alive or chunked transfer, no read time-out and
+/// no limit on connections.
 ///
 ///     WebServer server("127.0.0.1", 7080);
 ///     server.route("GET", "/api/packages/{name}", handler);
@@ -55,9 +57,9 @@ public:
     /// A server that runs already is left alone.
     [[nodiscard]] std::string start();
 
-    /// Takes no further connection and enters no further handler; a connection whose request is
-    /// complete only now is closed without an answer. Waits neither for running handlers nor for
-    /// peers. May be repeated.
+    /// Takes no further connection and enters no further handler; a connection that has said
+    /// nothing yet, or whose request is complete only now, is closed without an answer. Waits
+    /// neither for running handlers nor for peers. May be repeated.
     void stop();
 
     /// The port that is really bound while the server runs, else the configured one.
@@ -75,6 +77,8 @@ private:
     /// The routes and all else that a connection thread touches; those threads share it.
     std::shared_ptr<ConnectionHandler> handler_;
     std::unique_ptr<ConnectionThreads> threads_;
+    /// The accept thread's while it runs.
+    std::unique_ptr<SilentConnections> silent_;
 };
 
 } // namespace mirelclient

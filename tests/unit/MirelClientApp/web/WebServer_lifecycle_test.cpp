@@ -154,18 +154,30 @@ TEST(WebServerStop, ARequestThatIsCompleteOnlyAfterwardsEntersNoHandler) {
         ++entered;
     });
     ASSERT_EQ(server->start(), "");
+    wait_until([] { return thread_count() == 0; }, "the threads of earlier servers have left");
     LoopbackClient early(server->port());
     LoopbackClient early_ws(server->port());
-    wait_until([&] { return early.accepted() && early_ws.accepted(); }, "both are accepted");
+    early.send("GET / HTTP/1.1\r\n");
+    early_ws.send("GET /ws HTTP/1.1\r\n");
+    wait_until([&] { return thread_count() == 2; }, "both have their threads");
     server->stop();
     EXPECT_TRUE(early.is_silent());
-    early.send(get("/"));
+    early.send("\r\n");
     EXPECT_EQ(early.read_all(), "");
-    server.reset(); // does not wait for the silent one
+    server.reset(); // does not wait for the unfinished one
     EXPECT_TRUE(early_ws.is_silent());
-    early_ws.send(get("/ws"));
+    early_ws.send("\r\n");
     EXPECT_EQ(early_ws.read_all(), "");
     EXPECT_EQ(entered, 0);
+}
+
+TEST(WebServerStop, AConnectionThatHasSaidNothingIsClosed) {
+    WebServer server("127.0.0.1", 0);
+    ASSERT_EQ(server.start(), "");
+    LoopbackClient silent(server.port());
+    wait_until([&] { return silent.accepted(); }, "the connection is accepted");
+    server.stop();
+    EXPECT_EQ(silent.read_all(), "");
 }
 
 TEST(WebServerStop, DoesNotWaitForARunningHandlerWhoseAnswerStillArrives) {
@@ -231,16 +243,18 @@ TEST(WebServerDestructor, WaitsForAWebSocketHandlerUntilItsSocketIsShutDown) {
     EXPECT_TRUE(finished);
 }
 
-TEST(WebServerDestructor, DestroysTheHandlersAlthoughAConnectionIsSilent) {
+TEST(WebServerDestructor, DestroysTheHandlersAlthoughARequestIsUnfinished) {
     auto const captured = std::make_shared<int>(0);
     auto server = std::make_unique<WebServer>("127.0.0.1", static_cast<unsigned short>(0));
     server->route("GET", "/", [captured](auto const& request) { return ok(request); });
     ASSERT_EQ(server->start(), "");
-    LoopbackClient silent(server->port());
-    wait_until([&] { return silent.accepted(); }, "the connection is accepted");
+    wait_until([] { return thread_count() == 0; }, "the threads of earlier servers have left");
+    LoopbackClient unfinished(server->port());
+    unfinished.send("GET");
+    wait_until([&] { return thread_count() == 1; }, "it has its thread");
     server.reset();
     EXPECT_EQ(captured.use_count(), 1);
-    EXPECT_TRUE(silent.is_silent());
+    EXPECT_TRUE(unfinished.is_silent());
 }
 
 TEST(WebServerDescriptors, AreCloseOnExecAndAConnectionBlocks) {
