@@ -103,22 +103,39 @@ private:
 
 using Make = std::function<std::unique_ptr<Contender>(std::string const&)>;
 
-/// Median cost of a line in a burst. Lines are timed a few at a time, so that looking at the clock,
-/// which costs as much as a quarter of a line, weighs little.
-double cost_of_a_line(Make const& make) {
-    TemporaryDirectory const directory;
-    auto const contender = make(directory.path());
+/// Times one thread's share of a burst. Lines are timed a few at a time, so that looking at the
+/// clock, which costs as much as a quarter of a line, weighs little.
+std::vector<double> time_lines(Contender& contender, int blocks) {
     std::vector<double> costs;
-    costs.reserve(K_BLOCKS);
-    for (int block = 0; block < K_BLOCKS; ++block) {
+    costs.reserve(static_cast<std::size_t>(blocks));
+    for (int block = 0; block < blocks; ++block) {
         auto const before = Clock::now();
         for (int i = 0; i < K_LINES_PER_BLOCK; ++i) {
-            contender->log_line(block + i);
+            contender.log_line(block + i);
         }
         costs.push_back(nanoseconds(Clock::now() - before) / K_LINES_PER_BLOCK);
     }
+    return costs;
+}
+
+/// Median cost of a line to the threads that log, in a burst shared by all of them.
+double cost_of_a_line(Make const& make, int thread_count) {
+    TemporaryDirectory const directory;
+    auto const contender = make(directory.path());
+    std::vector<std::vector<double>> costs(static_cast<std::size_t>(thread_count));
+    std::vector<std::thread> threads;
+    for (std::vector<double>& share : costs) {
+        threads.emplace_back([&] { share = time_lines(*contender, K_BLOCKS / thread_count); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
     contender->drain();
-    return median(std::move(costs));
+    std::vector<double> all;
+    for (std::vector<double> const& share : costs) {
+        all.insert(all.end(), share.begin(), share.end());
+    }
+    return median(std::move(all));
 }
 
 /// Request lines in all files of a directory; each must read as the first one does.
@@ -164,7 +181,7 @@ double lines_per_second(Make const& make, int thread_count) {
 }
 
 /// Lets both take turns and prints the medians and the median ratio.
-void compare(char const* what, char const* unit, int rounds,
+void compare(std::string const& what, char const* unit, int rounds,
              std::function<double(Make const&)> const& measure) {
     Make const make_ours = [](std::string const& d) { return std::make_unique<Ours>(d); };
     Make const make_peer = [](std::string const& d) { return std::make_unique<Spdlog>(d); };
@@ -182,8 +199,8 @@ void compare(char const* what, char const* unit, int rounds,
         }
         ratios.push_back(ours.back() / peer.back());
     }
-    std::printf("%-34s ours %9.0f  spdlog %9.0f  %-8s ours/spdlog %.2f\n", what, median(ours),
-                median(peer), unit, median(ratios));
+    std::printf("%-42s ours %9.0f  spdlog %9.0f  %-8s ours/spdlog %.2f\n", what.c_str(),
+                median(ours), median(peer), unit, median(ratios));
 }
 
 } // namespace
@@ -197,10 +214,11 @@ int main(int argc, char** argv) {
     std::streambuf* const console = std::cout.rdbuf(&announcements);
     int status = 0;
     try {
-        compare("cost of a line to its caller", "ns", rounds, cost_of_a_line);
         for (int const threads : {1, 4}) {
-            std::string const what = "lines on disk, " + std::to_string(threads) + " thread(s)";
-            compare(what.c_str(), "lines/s", rounds,
+            std::string const who = ", " + std::to_string(threads) + " thread(s)";
+            compare("cost of a line to its caller" + who, "ns", rounds,
+                    [threads](Make const& make) { return cost_of_a_line(make, threads); });
+            compare("lines on disk" + who, "lines/s", rounds,
                     [threads](Make const& make) { return lines_per_second(make, threads); });
         }
     } catch (std::exception const& failure) {
