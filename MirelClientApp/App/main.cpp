@@ -4,6 +4,7 @@
 #include "app/AppContext.hpp"
 #include "app/utilities/file_io.hpp"
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 
@@ -15,6 +16,8 @@ constexpr int K_START_FAILURE = 1;
 
 int main(int argc, char** argv) {
     tessaron::close_inherited_descriptors_on_exec();
+    // A reader that goes away is an error of the write, not the end of the daemon.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
         // Built in this order and destroyed in reverse at exit: everything below uses what stands
         // above it.

@@ -74,7 +74,10 @@ double Value::as_double(double fallback) const noexcept {
 
 std::string Value::as_string(std::string fallback) const {
     std::string const* const value = std::get_if<std::string>(&data_);
-    return value != nullptr ? *value : fallback;
+    if (value != nullptr) {
+        return *value;
+    }
+    return fallback;
 }
 
 Value::Array const& Value::as_array() const noexcept {

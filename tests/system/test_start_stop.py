@@ -4,11 +4,12 @@ import os
 import pathlib
 import signal
 import socket
+import subprocess
 
 import pytest
 from daemon import CONFIG_DIR, DAEMON_ROOT, DOWNLOADS, LOG_FILE, LOG_ROOT, STORE
 from preloaded import preload
-from programs import wait_until
+from programs import BIN, wait_until
 
 SLEEP = "#!/bin/sh\nexec sleep 1000\n"
 
@@ -99,6 +100,27 @@ def test_a_megabyte_of_brackets_as_configuration_is_healed(daemon):
 def test_verbose_shows_the_lines_of_the_file_on_the_console(daemon):
     daemon.start(arguments=["--verbose"])
     assert "Log output redirected here from a previous destination" in daemon.output()
+
+
+def test_a_console_whose_reader_has_gone_does_not_end_the_daemon(daemon):
+    reader, writer = os.pipe()
+    daemon.process = subprocess.Popen([BIN / "mirelclient", "--verbose"], stdin=subprocess.DEVNULL,
+                                      stdout=writer, stderr=subprocess.STDOUT)
+    os.close(writer)
+    os.close(reader)
+    daemon.wait_ready()
+    assert "Log output redirected here" in daemon.log()
+    assert daemon.stop() == 143
+
+
+def test_a_package_does_not_inherit_ignored_signals(daemon):
+    preload(daemon, "sleeper", SLEEP)
+    daemon.start()
+    daemon.wait_status("sleeper", "running")
+    child, = daemon.children()
+    status = pathlib.Path(f"/proc/{child}/status").read_text()
+    ignored = int(next(line for line in status.splitlines() if line.startswith("SigIgn:")).split()[1], 16)
+    assert ignored & (1 << (signal.SIGPIPE - 1)) == 0
 
 
 def test_a_taken_web_port_does_not_end_the_daemon(daemon):
