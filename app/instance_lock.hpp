@@ -1,0 +1,50 @@
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace tessaron {
+
+/// Another process of the same application name holds the instance lock.
+class AlreadyRunningError : public std::runtime_error {
+public:
+    AlreadyRunningError(std::string const& app_name, std::string const& holder_info)
+        : std::runtime_error(build_message(app_name, holder_info)) {}
+
+    /// "\"name\" is already running", then ":\n" and the holder's own text, or "." without one.
+    static std::string build_message(std::string const& app_name, std::string const& holder_info);
+};
+
+// The instance lock before there is a logger: a refused process must not have touched the files of
+// the one that runs. Nothing here takes the lock for good (`InstanceLock` does), and all of it runs
+// on the main thread.
+namespace detail {
+
+/// "/tmp/<name>.lock", with "_" for each blank and "/" of the name, and the value of the
+/// environment variable CONSOLE_APP_LOCK_SUFFIX behind another "_" where it is set and not empty.
+std::string make_lock_file_path(std::string const& app_name);
+
+/// What the holder of the lock says of itself (may be empty), or nothing if nobody holds it or the
+/// file cannot be opened.
+std::optional<std::string> peek_existing_instance_holder(std::string const& app_name);
+
+/// The process id in a holder's text: what follows the first "pid=". Nothing if there is none; a
+/// number that cannot be read is 0.
+std::optional<long> holder_pid(std::string const& holder_info);
+
+/// The command line is not parsed yet at this stage, hence the scan by hand: "--instance-policy=X"
+/// or "--instance-policy X", with the exact (lower-case) words or numbers of the policies.
+bool argv_requests_wait_or_kill_policy(int argc, char const* const* argv);
+bool argv_requests_kill_policy(int argc, char const* const* argv);
+
+/// Clears the way, as the command line asks: waits for the holder to exit, for ever, or ends it by
+/// SIGTERM and 3 seconds later by SIGKILL. After another 3 seconds it returns in any case.
+void resolve_instance_conflict_before_logging_starts(std::string const& app_name, int argc,
+                                                     char const* const* argv);
+
+/// Deletes the lock file if CONSOLE_APP_LOCK_SUFFIX is set and not empty; otherwise the file stays.
+void remove_lock_file_if_test_suffixed(std::string const& app_name);
+
+} // namespace detail
+} // namespace tessaron
