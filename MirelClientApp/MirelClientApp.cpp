@@ -18,6 +18,10 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
     : AppShell(context), downloads_dir_(context.app_dir() + "/downloads"),
       registry_(context.config().as_str(config::K_REGISTRY_URL)),
       packages_(context.app_dir() + "/store"),
+      self_updater_(registry_, context.config().as_str(config::K_SELF_UPDATE_PACKAGE_NAME),
+                    detect_platform_arch(), K_RUNNING_VERSION_CORE,
+                    [this](std::string const& reason) { request_restart(reason); }),
+      package_updater_(update_steps()),
       web_server_(context.config().as_str(config::K_WEB_ADDR),
                   static_cast<std::uint16_t>(context.config().as_int(config::K_WEB_PORT))),
       start_time_(std::chrono::steady_clock::now()) {
@@ -27,9 +31,11 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
 }
 
 MirelClientApp::~MirelClientApp() {
-    // The web server waits for its running handlers, so whatever they may be blocked in ends first.
+    // The web server waits for its running handlers and the updater for its updates, so whatever
+    // they may be blocked in ends first.
     registry_.request_stop();
     packages_.request_stop();
+    self_updater_.request_stop();
 }
 
 int MirelClientApp::run_impl() {
@@ -37,15 +43,18 @@ int MirelClientApp::run_impl() {
     return 0;
 }
 
+void MirelClientApp::request_restart(std::string const& /*reason*/) {
+    stop();
+}
+
 void MirelClientApp::mkdir_recursive(std::string const& path) {
     std::ignore = tessaron::run_shell("mkdir -p '" + tessaron::shell_quote(path) + "'");
 }
 
 void MirelClientApp::start_web_server() {
-    register_package_routes(web_server_, packages_);
+    register_package_routes(web_server_, packages_, package_updater_);
     register_registry_routes(web_server_, registry_);
-    register_self_routes(web_server_, {context().config(), registry_, K_RUNNING_VERSION_CORE,
-                                       detect_platform_arch(), start_time_});
+    register_self_routes(web_server_, {context().config(), registry_, self_updater_, start_time_});
     std::string const error = web_server_.start();
     if (!error.empty()) {
         std::fprintf(stderr, "mirelClient: web server failed to start: %s\n", error.c_str());

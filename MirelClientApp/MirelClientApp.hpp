@@ -1,5 +1,8 @@
 #pragma once
 
+#include "MirelClientApp/PackageUpdater.hpp"
+#include "MirelClientApp/SelfUpdater.hpp"
+#include "MirelClientApp/remote/ErrorText.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "app/AppShell.hpp"
@@ -18,7 +21,7 @@ inline constexpr char const* K_RUNNING_VERSION_CORE = "0.0.0";
 ///
 /// Construction provisions the packages of the bootstrap list (blocking) before the web server
 /// listens. Destruction ends the transfers and shell commands under way, lets the running web
-/// handlers return and leaves the packages' processes running.
+/// handlers and updates end, and leaves the packages' processes running.
 ///
 /// Ownership: services by value; the context must outlive the object.
 /// Thread safety: `fetch_install` and `stop` from any thread; the rest only on the main thread.
@@ -41,6 +44,16 @@ public:
 
 private:
     int run_impl() override;
+    /// The program's file was replaced by a newer build's: makes way for that.
+    void request_restart(std::string const& reason);
+
+    /// Where a build's artifact lies once it was fetched.
+    std::string artifact_path(std::string const& name, std::string const& version,
+                              std::string const& arch) const;
+    /// Fetches it there. An empty channel means "main".
+    ErrorText fetch_artifact(std::string const& name, std::string const& channel,
+                             std::string const& version, std::string const& arch) const;
+    PackageUpdater::Steps update_steps();
 
     void apply_bootstrap_package_list();
     void apply_bootstrap_entry(tessaron::json::Value const& entry);
@@ -49,7 +62,9 @@ private:
     std::string downloads_dir_;
     RegistryClient registry_;
     tessaron::PackageManagerService packages_;
-    WebServer web_server_;
+    SelfUpdater self_updater_;
+    PackageUpdater package_updater_; // Its threads use what stands above,
+    WebServer web_server_;           // and the handlers all of it.
     std::chrono::steady_clock::time_point start_time_;
 };
 
