@@ -1,5 +1,6 @@
 """Updates of packages over the REST API: phases, failures, updates at the same time."""
 import os
+import pathlib
 
 import pytest
 from daemon import APP_DIR, DOWNLOADS, STORE
@@ -166,6 +167,17 @@ def test_an_update_in_error_can_be_followed_by_a_good_one(machine, registry):
     registry.serve()
     update(machine, "one", "2.0.0")
     wait_phase(machine, "one", "done")
+
+
+@pytest.mark.parametrize("field", ["version", "arch", "channel"])
+@pytest.mark.parametrize("value", ["$(touch /tmp/mirelclient/canary)", "'; touch /tmp/mirelclient/canary; '", "../../..", "-o",
+                                   "a b\\nc", "%s\"\\\\"])
+def test_values_are_no_shell_words_and_no_paths(machine, field, value):
+    pathlib.Path("/tmp/mirelclient").mkdir(exist_ok=True)
+    update(machine, "one", **{"version": "7.7.7", field: value})
+    assert wait_phase(machine, "one", "error")["error"].startswith("download failed: ")
+    assert not os.listdir("/tmp/mirelclient") and not os.listdir(DOWNLOADS)
+    expect_whole(machine, "one", ["1.0.0"])
 
 
 @pytest.mark.parametrize("make, error", [

@@ -1,11 +1,15 @@
 """What the daemon says of newer builds of itself, and its own updates that fail."""
 import hashlib
 import os
+import pathlib
+import threading
 
 import pytest
-from programs import BIN
+from held_registry import HeldRegistry
+from programs import BIN, wait_until
 from registry import ARCH
 from test_install import artifact_of, replace_artifact
+from test_update_kill import STOPPED_BY_SIGTERM
 
 
 def publish_self(registry, *versions, **build):
@@ -104,3 +108,30 @@ def test_a_daemons_update_that_fails_leaves_it_as_it_was(daemon, registry, tmp_p
     assert not (BIN / "mirelclient.new").exists()
     assert not os.path.exists(f"/tmp/mirelclient-self-update-{daemon.pid}")
     assert daemon.get("/api/self").status == 200
+
+
+def test_a_stop_ends_the_daemons_update_and_nothing_has_changed(daemon, registry, tmp_path):
+    publish_self(registry, "1.0.0")
+    replace_artifact(registry, "mirelclient", artifact_of(tmp_path, '{"executable":"none"}'), "1.0.0")
+    server = HeldRegistry(registry.folder, ["1.0.0"])
+    try:
+        daemon.configure(registry_url=server.url)
+        daemon.start()
+        before = hashlib.sha256((BIN / "mirelclient").read_bytes()).hexdigest()
+        work = pathlib.Path(f"/tmp/mirelclient-self-update-{daemon.pid}")
+        answers = []
+        asking = [threading.Thread(target=lambda: answers.append(daemon.post("/api/self/update", {"version": "1.0.0"})))
+                  for _ in range(2)]
+        for thread in asking:
+            thread.start()
+        wait_until((work / "artifact.tar.gz.tmp").exists, "the download is under way")
+        assert daemon.stop() == STOPPED_BY_SIGTERM
+        for thread in asking:
+            thread.join()
+        url = f"{server.url}/api/packages/mirelclient/main/1.0.0/{ARCH}/artifact"
+        assert [(answer.status, answer.text) for answer in answers] == (
+            [(500, f'{{"error":"download failed: {url}"}}')] * 2)
+        assert not work.exists()
+        assert hashlib.sha256((BIN / "mirelclient").read_bytes()).hexdigest() == before
+    finally:
+        server.stop()
