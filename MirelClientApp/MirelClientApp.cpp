@@ -14,8 +14,16 @@
 
 namespace mirelclient {
 
+namespace {
+
+/// How long a restart waits for the answers on their way to their callers, among them that of the
+/// request that asked for it.
+constexpr std::chrono::milliseconds K_ANSWER_GRACE{500};
+
+} // namespace
+
 MirelClientApp::MirelClientApp(tessaron::AppContext& context)
-    : AppShell(context), downloads_dir_(context.app_dir() + "/downloads"),
+    : ConsoleApp(context), downloads_dir_(context.app_dir() + "/downloads"),
       registry_(context.config().as_str(config::K_REGISTRY_URL)),
       packages_(context.app_dir() + "/store"),
       web_server_(context.config().as_str(config::K_WEB_ADDR),
@@ -28,8 +36,17 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
 
 MirelClientApp::~MirelClientApp() {
     // The web server waits for its running handlers, so whatever they may be blocked in ends first.
+    end_what_is_under_way();
+}
+
+void MirelClientApp::end_what_is_under_way() {
     registry_.request_stop();
     packages_.request_stop();
+}
+
+void MirelClientApp::prepare_for_restart() {
+    end_what_is_under_way();
+    std::ignore = web_server_.wait_until_answered(K_ANSWER_GRACE);
 }
 
 int MirelClientApp::run_impl() {

@@ -2,7 +2,7 @@
 
 #include "MirelClientApp/remote/RegistryClient.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
-#include "app/AppShell.hpp"
+#include "app/ConsoleApp.hpp"
 #include "package/PackageManagerService.hpp"
 
 #include <chrono>
@@ -23,12 +23,13 @@ inline constexpr char const* K_RUNNING_VERSION_CORE = "0.0.0";
 /// Ownership: services by value; the context must outlive the object.
 /// Thread safety: `fetch_install` and `stop` from any thread; the rest only on the main thread.
 /// Errors: a standard exception from the constructor ends the start of the process.
-class MirelClientApp : public tessaron::AppShell<MirelClientApp> {
+class MirelClientApp : public tessaron::ConsoleApp<MirelClientApp> {
 public:
     explicit MirelClientApp(tessaron::AppContext& context);
     ~MirelClientApp() override;
 
     void stop() { request_stop(); }
+    void user_signal_handler(int /*signal_number*/) override { stop(); }
 
     /// Downloads a build's artifact and installs it. An empty channel means "main".
     [[nodiscard]] tessaron::PackageManagerReply
@@ -41,7 +42,9 @@ public:
 
 private:
     int run_impl() override;
+    void prepare_for_restart() override;
 
+    void end_what_is_under_way();
     void apply_bootstrap_package_list();
     void apply_bootstrap_entry(tessaron::json::Value const& entry);
     void start_web_server();

@@ -3,6 +3,7 @@
 #include "package/PackageManagerService.hpp"
 
 #include "app/utilities/shell_command.hpp"
+#include "app/utilities/start_thread.hpp"
 #include "package/package_commands.hpp"
 #include "package/registry_file.hpp"
 
@@ -44,7 +45,7 @@ PackageManagerService::PackageManagerService(std::string store_root,
         MutexLock lock(mutex_);
         entries_ = registry_file::load(registry_path());
     }
-    supervisor_ = std::thread([this] { supervise_loop(); });
+    supervisor_ = start_thread("pkg-supervisor", [this] { supervise_loop(); });
 }
 
 PackageManagerService::~PackageManagerService() {

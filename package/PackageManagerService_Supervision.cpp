@@ -10,7 +10,6 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
-#include <pthread.h>
 #include <tuple>
 
 namespace tessaron {
@@ -110,7 +109,6 @@ void PackageManagerService::supervise_once(RespawnCooldown& cooldown,
 }
 
 void PackageManagerService::supervise_loop() {
-    pthread_setname_np(pthread_self(), "pkg-supervisor");
     RespawnCooldown cooldown;
     while (!stop_requested_) {
         {
