@@ -2,6 +2,7 @@
 
 #include <array>
 #include <csignal>
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <string>
@@ -33,13 +34,13 @@ TEST(StartThread, TheThreadHasItsNameAndASignalStack) {
 }
 
 /// Where a signal handler of the test ran.
-char volatile* s_handler_frame = nullptr;
+std::uintptr_t volatile s_handler_frame = 0;
 
 TEST(StartThread, AHandlerThatAsksForItRunsOnTheSignalStack) {
     struct sigaction action {};
     action.sa_handler = [](int) {
         char volatile here = 0;
-        s_handler_frame = &here;
+        s_handler_frame = reinterpret_cast<std::uintptr_t>(&here);
     };
     action.sa_flags = SA_ONSTACK;
     struct sigaction former {};
@@ -49,7 +50,7 @@ TEST(StartThread, AHandlerThatAsksForItRunsOnTheSignalStack) {
         stack_t stack{};
         ::sigaltstack(nullptr, &stack);
         ::pthread_kill(pthread_self(), SIGUSR1);
-        auto const* const begin = static_cast<char const volatile*>(stack.ss_sp);
+        auto const begin = reinterpret_cast<std::uintptr_t>(stack.ss_sp);
         inside = s_handler_frame >= begin && s_handler_frame < begin + stack.ss_size;
     }).join();
     ::sigaction(SIGUSR1, &former, nullptr);
