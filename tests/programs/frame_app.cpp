@@ -24,6 +24,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <limits>
 #include <poll.h>
 #include <stdexcept>
@@ -87,8 +88,9 @@ WITHOUT_SANITIZERS void write_to_nowhere() {
 }
 
 WITHOUT_SANITIZERS int divide_by_zero() {
+    int volatile number = 7;
     int volatile zero = 0;
-    return 1 / zero;
+    return number / zero;
 }
 
 void touch_behind_the_end_of_a_file() {
@@ -272,6 +274,7 @@ private:
 
 int main(int argc, char** argv) {
     try {
+        std::filesystem::create_directories(K_APP_DIR.default_value);
         static tessaron::config::AppConfig<K_ALL_FIELDS> config;
         static tessaron::AppContext context(config.store(), argc, argv);
         return FrameApp::instance(context).run(argc, argv);
