@@ -21,14 +21,6 @@ constexpr std::string_view K_RUNTIME = " runtime=";
 constexpr std::string_view K_ARGS = " args=";
 constexpr std::string_view K_REASON = " reason=";
 
-std::string join_arguments(std::vector<std::string> const& args) {
-    std::string joined;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        joined.append(i == 0 ? 0 : 1, K_ARGUMENT_SEPARATOR).append(args[i]);
-    }
-    return joined;
-}
-
 std::vector<std::string> split_arguments(std::string_view joined) {
     std::vector<std::string> args;
     if (joined.empty()) {
@@ -206,7 +198,7 @@ std::string format_session_start(SessionRecord const& record) {
     return one_line("event=start ts=" + seconds_text(record.ts) + " pid=" +
                     std::to_string(record.pid) + " exe=" + record.exe + " user=" + record.user +
                     " cwd=" + record.cwd + position_text(record) + std::string(K_RUNTIME) +
-                    record.runtime + std::string(K_ARGS) + join_arguments(record.args));
+                    record.runtime + std::string(K_ARGS) + join(record.args, K_ARGUMENT_SEPARATOR));
 }
 
 std::string format_session_stop(SessionRecord const& record) {

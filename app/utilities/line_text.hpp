@@ -1,10 +1,12 @@
 #pragma once
 
 #include <charconv>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 /// What the readers and writers of line-oriented files share. Thread safety: stateless.
 namespace tessaron {
@@ -30,6 +32,15 @@ inline std::string one_line(std::string_view text) {
         }
     }
     return line;
+}
+
+/// The parts with one `separator` between any two.
+inline std::string join(std::vector<std::string> const& parts, char separator) {
+    std::string joined;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        joined.append(i == 0 ? 0 : 1, separator).append(parts[i]);
+    }
+    return joined;
 }
 
 /// The line without the carriage returns that an editor of another system left at its end.

@@ -31,6 +31,12 @@ TEST(OneLine, EachLineBreakBecomesABlank) {
     EXPECT_EQ(one_line("tab\tand blank stay"), "tab\tand blank stay");
 }
 
+TEST(Join, EmptyPartsAreKept) {
+    EXPECT_EQ(join({"", "a", "", "b"}, '|'), "|a||b");
+    EXPECT_EQ(join({"a"}, '|'), "a");
+    EXPECT_EQ(join({}, '|'), "");
+}
+
 TEST(WithoutCarriageReturns, OnlyTheEndOfTheLineIsCut) {
     EXPECT_EQ(without_carriage_returns("a\rb\r\r"), "a\rb");
     EXPECT_EQ(without_carriage_returns("\r"), "");
