@@ -178,19 +178,27 @@ TEST_F(InstanceLockTest, WaitTakesTheLockWhenTheHolderExits) {
     EXPECT_EQ(errors_.text(), said_as_lines());
 }
 
-std::atomic<int> s_interruptions = 0;
+/// True while a signal for the thread has not reached it.
+bool has_pending_signal(pid_t thread) {
+    std::string const status =
+        read_file("/proc/self/task/" + std::to_string(thread) + "/status").value_or("");
+    return status.find("\nSigPnd:\t0000000000000000\n") == std::string::npos;
+}
 
 TEST_F(InstanceLockTest, AWaitThatASignalInterruptsGoesOn) {
     struct sigaction interrupt {}; // Without SA_RESTART: system calls end with EINTR.
     struct sigaction former {};
-    interrupt.sa_handler = [](int) { ++s_interruptions; };
-    s_interruptions = 0;
+    interrupt.sa_handler = [](int) {};
     ASSERT_EQ(sigaction(SIGUSR1, &interrupt, &former), 0);
     PausedChild holder(hold_lock_by_name());
-    std::thread waiter([this] { lock_.wait_for_single_instance(); });
+    std::atomic<pid_t> thread = 0;
+    std::thread waiter([&] {
+        thread = gettid();
+        lock_.wait_for_single_instance();
+    });
     test::wait_until([this] { return waits_for_lock(); }, "the lock is waited for");
     pthread_kill(waiter.native_handle(), SIGUSR1);
-    test::wait_until([] { return s_interruptions > 0; }, "the signal has arrived");
+    test::wait_until([&] { return !has_pending_signal(thread); }, "the signal has arrived");
     test::wait_until([this] { return waits_for_lock(); }, "the lock is waited for again");
     holder.end();
     waiter.join();
@@ -256,6 +264,7 @@ TEST_F(InstanceLockTest, AHolderWhoseProcessIdIsNoneIsNotKilled) {
         // In a process group of its own, which is all that a signal to process 0 would reach.
         EXPECT_TRUE(test::run_in_child([&] {
             setpgid(0, 0);
+            alarm(30); // Were it to kill and then to wait, it would do so for ever.
             lock_.acquire_single_instance_lock();
             lock_.kill_existing_instance_and_wait();
             EXPECT_EQ(said_, (std::vector<Said>{
