@@ -210,6 +210,9 @@ std::string format_session_stop(SessionRecord const& record) {
 
 std::optional<SessionRecord> parse_session_line(std::string_view line) {
     line = without_carriage_returns(line);
+    if (line.find_first_of("\r\n") != line.npos) {
+        return parse_session_line(one_line(line)); // as it would have been written
+    }
     std::string_view const event = event_of(line);
     if (event != "start" && event != "stop") {
         return std::nullopt;
