@@ -1,6 +1,6 @@
 #include "app/session_log_range.hpp"
 
-#include "app/session_archive.hpp"
+#include "app/session_crash.hpp"
 #include "app/utilities/line_text.hpp"
 #include "logger/log_generations.hpp"
 
