@@ -14,10 +14,21 @@
 
 namespace mirelclient {
 
+namespace {
+
+/// How long a restart waits for the answers on their way to their callers, among them that of the
+/// request that asked for it.
+constexpr std::chrono::milliseconds K_ANSWER_GRACE{500};
+/// How long it waits for the updates under way, once all that they may be blocked in was ended.
+constexpr std::chrono::milliseconds K_UPDATE_GRACE{500};
+
+} // namespace
+
 MirelClientApp::MirelClientApp(tessaron::AppContext& context)
-    : AppShell(context), downloads_dir_(context.app_dir() + "/downloads"),
+    : ConsoleApp(context), downloads_dir_(context.app_dir() + "/downloads"),
       registry_(context.config().as_str(config::K_REGISTRY_URL)),
-      packages_(context.app_dir() + "/store"),
+      packages_(context.app_dir() + "/store", tessaron::K_PACKAGE_MANAGER_SUPERVISE_POLL,
+                tessaron::InheritedChildren::of_this_process()),
       self_updater_(registry_, context.config().as_str(config::K_SELF_UPDATE_PACKAGE_NAME),
                     detect_platform_arch(), K_RUNNING_VERSION_CORE,
                     [this](std::string const& reason) { request_restart(reason); }),
@@ -33,9 +44,21 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
 MirelClientApp::~MirelClientApp() {
     // The web server waits for its running handlers and the updater for its updates, so whatever
     // they may be blocked in ends first.
+    end_what_is_under_way();
+}
+
+void MirelClientApp::end_what_is_under_way() {
     registry_.request_stop();
     packages_.request_stop();
     self_updater_.request_stop();
+}
+
+void MirelClientApp::prepare_for_restart() {
+    end_what_is_under_way();
+    // Those that last longer end as if the process had been killed: at any moment of an update the
+    // package is whole.
+    std::ignore = package_updater_.wait_until_idle(K_UPDATE_GRACE);
+    std::ignore = web_server_.wait_until_answered(K_ANSWER_GRACE);
 }
 
 int MirelClientApp::run_impl() {
@@ -43,8 +66,8 @@ int MirelClientApp::run_impl() {
     return 0;
 }
 
-void MirelClientApp::request_restart(std::string const& /*reason*/) {
-    stop();
+void MirelClientApp::request_restart(std::string const& reason) {
+    app_control().request_reboot(reason);
 }
 
 void MirelClientApp::mkdir_recursive(std::string const& path) {

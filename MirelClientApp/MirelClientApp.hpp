@@ -5,7 +5,7 @@
 #include "MirelClientApp/remote/ErrorText.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
-#include "app/AppShell.hpp"
+#include "app/ConsoleApp.hpp"
 #include "package/PackageManagerService.hpp"
 
 #include <chrono>
@@ -26,12 +26,13 @@ inline constexpr char const* K_RUNNING_VERSION_CORE = "0.0.0";
 /// Ownership: services by value; the context must outlive the object.
 /// Thread safety: `fetch_install` and `stop` from any thread; the rest only on the main thread.
 /// Errors: a standard exception from the constructor ends the start of the process.
-class MirelClientApp : public tessaron::AppShell<MirelClientApp> {
+class MirelClientApp : public tessaron::ConsoleApp<MirelClientApp> {
 public:
     explicit MirelClientApp(tessaron::AppContext& context);
     ~MirelClientApp() override;
 
     void stop() { request_stop(); }
+    void user_signal_handler(int /*signal_number*/) override { stop(); }
 
     /// Downloads a build's artifact and installs it. An empty channel means "main".
     [[nodiscard]] tessaron::PackageManagerReply
@@ -44,6 +45,7 @@ public:
 
 private:
     int run_impl() override;
+    void prepare_for_restart() override;
     /// The program's file was replaced by a newer build's: makes way for that.
     void request_restart(std::string const& reason);
 
@@ -55,6 +57,7 @@ private:
                              std::string const& version, std::string const& arch) const;
     PackageUpdater::Steps update_steps();
 
+    void end_what_is_under_way();
     void apply_bootstrap_package_list();
     void apply_bootstrap_entry(tessaron::json::Value const& entry);
     void start_web_server();

@@ -1,12 +1,12 @@
 #include "MirelClientApp/PackageUpdater.hpp"
 
+#include "app/utilities/start_thread.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <condition_variable>
 #include <cstddef>
 #include <exception>
 #include <map>
-#include <pthread.h>
 #include <thread>
 #include <utility>
 
@@ -120,8 +120,7 @@ PackageUpdater::~PackageUpdater() {
 void PackageUpdater::run_update_async(Request const& request) {
     updates_->begin(request);
     try {
-        std::thread([updates = updates_, request] {
-            pthread_setname_np(pthread_self(), "package-update");
+        tessaron::start_thread("package-update", [updates = updates_, request] {
             updates->run(request);
         }).detach();
     } catch (std::exception const& error) {

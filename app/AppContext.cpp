@@ -1,6 +1,7 @@
 #include "app/AppContext.hpp"
 
 #include "app/build_info.hpp"
+#include "app/instance_lock.hpp"
 #include "app/utilities/fs_tools.hpp"
 #include "app/utilities/process_identity.hpp"
 
@@ -11,13 +12,28 @@
 namespace tessaron {
 
 AppContext::AppContext(config::ConfigStore<8192>& config, int argc, char** argv)
-    : app_name_(config.get<std::string>("app_name")),
+    : app_name_(check_not_already_running_and_get_app_name(config, argc, argv)),
       app_description_(config.get<std::string>("app_description")), config_(config),
       version_(build_version()), app_dir_(config.get<std::string>("app_dir")),
       executable_path_(detail::get_executable_path()), user_name_(detail::get_username()),
       logger_(app_name_, LogLevel::INFO, time_provider_) {
     start_logging(argc, argv);
     incident_dir_ = fs_tools::join_path(fs_tools::join_path(app_dir_, app_name_), "incidents");
+}
+
+AppContext::~AppContext() {
+    detail::remove_lock_file_if_test_suffixed(app_name_);
+}
+
+std::string AppContext::check_not_already_running_and_get_app_name(
+    config::ConfigStore<8192> const& config, int argc, char const* const* argv) {
+    std::string name = config.get<std::string>("app_name");
+    if (detail::argv_requests_wait_or_kill_policy(argc, argv)) {
+        detail::resolve_instance_conflict_before_logging_starts(name, argc, argv);
+    } else if (auto const holder = detail::peek_existing_instance_holder(name)) {
+        throw AlreadyRunningError(name, *holder);
+    }
+    return name;
 }
 
 void AppContext::start_logging(int argc, char** argv) {

@@ -11,15 +11,19 @@ namespace tessaron {
 /// The process-wide context: who this application is, its configuration and its logger. Everything
 /// receives it by reference.
 ///
-/// Construction starts the logger on the console, reports how the configuration was loaded and
-/// then moves the log to its file; lines logged before that reach the file too.
+/// Construction turns a second instance away, or clears the way for it as the command line asks,
+/// before anything else is touched. Then it starts the logger on the console, reports how the
+/// configuration was loaded and moves the log to its file; lines logged before that reach the file
+/// too.
 ///
 /// Ownership: the configuration store must outlive the context.
 /// Thread safety: immutable after construction; the store and the logger lock for themselves.
-/// Errors: a standard exception from the constructor ends the start of the process.
+/// Errors: `AlreadyRunningError`, or another standard exception, from the constructor ends the start
+/// of the process.
 class AppContext {
 public:
     AppContext(config::ConfigStore<8192>& config, int argc, char** argv);
+    ~AppContext();
     AppContext(AppContext const&) = delete;
     AppContext& operator=(AppContext const&) = delete;
 
@@ -38,6 +42,8 @@ public:
     ILogger& log() { return logger_; }
 
 private:
+    static std::string check_not_already_running_and_get_app_name(
+        config::ConfigStore<8192> const& config, int argc, char const* const* argv);
     void start_logging(int argc, char** argv);
     void log_config_load_report(config::ConfigStore<8192> const& config);
 

@@ -37,6 +37,8 @@ public:
     /// What the present holder says of itself; empty while the lock is held by this process.
     std::string const& holder_info() const noexcept { return holder_info_; }
 
+    // The three below do nothing while the lock is held.
+
     /// Tries once, and reads the holder's text on a failure.
     void acquire_single_instance_lock();
     /// Waits for the holder to exit, without a time limit, and takes the lock.
@@ -50,6 +52,7 @@ public:
 
 private:
     void mark_lock_acquired();
+    void terminate_and_take_over(pid_t holder);
     /// Opens the lock file into `fd_`; says why where that fails.
     bool open_lock_file();
     void say(LogLevel level, std::string const& text) const;

@@ -1,14 +1,16 @@
 #include "app/StopSignals.hpp"
 
+#include "app/utilities/start_thread.hpp"
+
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace tessaron {
 
@@ -16,10 +18,10 @@ namespace {
 
 constexpr std::array K_STOP_SIGNALS{SIGINT, SIGTERM, SIGHUP};
 
-// Reached from the signal handler, which can carry no pointer of its own.
+// Reached from the signal handler, which can carry no pointer of its own. The descriptor is never
+// closed: a handler that runs on another thread at the very end may still write to it.
 std::atomic<int> s_wake_fd{-1};
 std::atomic<int> s_last_signal{0};
-std::atomic<bool> s_ending{false};
 
 // Async-signal-safe: atomics and write() alone, and errno as it was.
 extern "C" void note_stop_signal(int signal_number) {
@@ -30,45 +32,44 @@ extern "C" void note_stop_signal(int signal_number) {
     errno = saved_errno;
 }
 
-} // namespace
-
-StopSignals::StopSignals(std::function<void()> on_signal)
-    : on_signal_(std::move(on_signal)), wake_(::eventfd(0, EFD_CLOEXEC)) {
-    if (!wake_.is_open()) {
+void open_wake_fd() {
+    if (s_wake_fd < 0) {
+        s_wake_fd = ::eventfd(0, EFD_CLOEXEC);
+    }
+    if (s_wake_fd < 0) {
         throw std::system_error(errno, std::generic_category(), "StopSignals: eventfd");
     }
+}
+
+} // namespace
+
+StopSignals::StopSignals(std::function<void()> on_signal) : on_signal_(std::move(on_signal)) {
+    open_wake_fd();
     s_last_signal = 0;
-    s_ending = false;
-    s_wake_fd = wake_.get();
-    thread_ = std::thread([this] { relay(); });
+    thread_ = start_thread("stop-signals", [this] { relay(); });
     for (int const signal_number : K_STOP_SIGNALS) {
         std::signal(signal_number, note_stop_signal);
     }
 }
 
 StopSignals::~StopSignals() {
-    for (int const signal_number : K_STOP_SIGNALS) {
-        std::signal(signal_number, SIG_DFL);
-    }
-    s_ending = true;
+    ending_ = true;
     std::uint64_t const one = 1;
-    [[maybe_unused]] auto const written = ::write(wake_.get(), &one, sizeof one);
+    [[maybe_unused]] auto const written = ::write(s_wake_fd, &one, sizeof one);
     thread_.join();
-    s_wake_fd = -1;
 }
 
-int StopSignals::last_signal() const {
+int StopSignals::last_signal() const noexcept {
     return s_last_signal;
 }
 
 void StopSignals::relay() {
-    pthread_setname_np(pthread_self(), "stop-signals");
     for (;;) {
         std::uint64_t count = 0;
-        if (::read(wake_.get(), &count, sizeof count) < 0 && errno != EINTR) {
+        if (::read(s_wake_fd, &count, sizeof count) < 0 && errno != EINTR) {
             return;
         }
-        if (s_ending) {
+        if (ending_) {
             return;
         }
         if (s_last_signal != 0) {

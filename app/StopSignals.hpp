@@ -1,7 +1,6 @@
 #pragma once
 
-#include "app/utilities/file_io.hpp"
-
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -10,11 +9,12 @@ namespace tessaron {
 /// Turns SIGINT, SIGTERM and SIGHUP into an ordinary call on a thread of its own, so that what
 /// follows a stop signal may take locks and wake condition variables.
 ///
-/// The signal handler itself only notes the signal and writes to a descriptor. At most one object
-/// of this class may exist at a time; the process's own dispositions come back with its end.
+/// The signal handler itself only notes the signal and writes to a descriptor. It stays in place
+/// when the object has gone: a second signal must not cut short the end of a process that the first
+/// one has begun to stop. At most one object of this class may exist at a time.
 ///
-/// Thread safety: `last_signal` from any thread; the callback runs on the relay thread, one call
-/// per signal at most (several at once may become one), with no lock held.
+/// Thread safety: `last_signal` from any thread, and async-signal-safe; the callback runs on the
+/// relay thread, one call per signal at most (several at once may become one), with no lock held.
 /// Errors: `std::system_error` from the constructor.
 class StopSignals {
 public:
@@ -24,13 +24,13 @@ public:
     StopSignals& operator=(StopSignals const&) = delete;
 
     /// The number of the last signal that came, 0 for none.
-    int last_signal() const;
+    int last_signal() const noexcept;
 
 private:
     void relay();
 
     std::function<void()> on_signal_;
-    UniqueFd wake_;
+    std::atomic<bool> ending_{false};
     std::thread thread_;
 };
 

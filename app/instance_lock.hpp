@@ -1,10 +1,18 @@
 #pragma once
 
+#include "app/utilities/file_io.hpp"
+
+#include <chrono>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <sys/types.h>
 
 namespace tessaron {
+
+/// How long a holder that is told to end gets for it.
+inline constexpr std::chrono::milliseconds K_KILL_PATIENCE{3000};
 
 /// Another process of the same application name holds the instance lock.
 class AlreadyRunningError : public std::runtime_error {
@@ -30,8 +38,8 @@ std::string make_lock_file_path(std::string const& app_name);
 std::optional<std::string> peek_existing_instance_holder(std::string const& app_name);
 
 /// The process id in a holder's text: what follows the first "pid=". Nothing if there is none; a
-/// number that cannot be read is 0.
-std::optional<long> holder_pid(std::string const& holder_info);
+/// number that cannot be read, or that no process can have, is 0. May be negative.
+std::optional<pid_t> holder_pid(std::string const& holder_info);
 
 /// The command line is not parsed yet at this stage, hence the scan by hand: "--instance-policy=X"
 /// or "--instance-policy X", with the exact (lower-case) words or numbers of the policies.
@@ -39,12 +47,26 @@ bool argv_requests_wait_or_kill_policy(int argc, char const* const* argv);
 bool argv_requests_kill_policy(int argc, char const* const* argv);
 
 /// Clears the way, as the command line asks: waits for the holder to exit, for ever, or ends it by
-/// SIGTERM and 3 seconds later by SIGKILL. After another 3 seconds it returns in any case.
-void resolve_instance_conflict_before_logging_starts(std::string const& app_name, int argc,
-                                                     char const* const* argv);
+/// SIGTERM and, `patience` later, by SIGKILL. After the same time again it returns in any case.
+void resolve_instance_conflict_before_logging_starts(
+    std::string const& app_name, int argc, char const* const* argv,
+    std::chrono::milliseconds patience = K_KILL_PATIENCE);
 
 /// Deletes the lock file if CONSOLE_APP_LOCK_SUFFIX is set and not empty; otherwise the file stays.
 void remove_lock_file_if_test_suffixed(std::string const& app_name);
+
+// What `InstanceLock` needs as well.
+
+/// Open for reading and writing, created if need be; `errno` tells why it failed.
+[[nodiscard]] UniqueFd open_lock_file(std::string const& path);
+/// `flock`, repeated while a signal interrupts it.
+[[nodiscard]] bool flock_uninterrupted(int fd, int operation);
+/// The whole text of an open lock file, wherever its offset stands.
+std::string read_holder_info(int fd);
+/// Asks at once and then every 50 milliseconds until the answer is true, or `patience` has passed
+/// (false).
+[[nodiscard]] bool poll_within(std::chrono::milliseconds patience,
+                               std::function<bool()> const& question);
 
 } // namespace detail
 } // namespace tessaron

@@ -49,8 +49,10 @@ private:
                                    std::optional<SessionRecord> const& stop);
     void write_crash_text(std::string const& directory, SessionRecord const& start,
                           SessionRecord const& stop) const;
+    std::string directory_of(SessionRecord const& start) const;
 
     std::string const app_directory_;
+    std::string const crash_log_;
     std::string const incident_dir_;
     std::string const root_;
     Logger& logger_;
@@ -71,14 +73,6 @@ std::string format_session_meta(SessionRecord const& start,
 std::vector<config::ConfigChange> config_changes_in_window(std::string const& path,
                                                            std::int64_t from, std::int64_t to);
 
-bool is_crash_session_reason(std::string const& reason);
-
-/// The record in the crash log that ended the session: the newest with the session's pid, and not
-/// before its start nor after its stop.
-std::optional<CrashRecord> find_matching_crash_record(std::string const& crash_log,
-                                                      SessionRecord const& start,
-                                                      SessionRecord const& stop);
-
 /// The text of crash.txt.
 std::string format_crash_txt(CrashRecord const& record, std::vector<std::string> const& trace);
 
@@ -87,9 +81,10 @@ std::string format_crash_txt(CrashRecord const& record, std::vector<std::string>
 void copy_matching_incidents(std::string const& incident_dir, std::string const& destination,
                              std::int64_t from, std::int64_t to);
 
-/// Removes the oldest session folders below `root` until `keep` are left. Whatever is not named
-/// like one stays.
-void prune_session_archives(std::string const& root, std::uint64_t keep);
+/// Removes the oldest session folders below `root` until `keep` are left. The folder `name` stays,
+/// however old it is, as does whatever is not named like a session's folder. A `keep` of 0 removes
+/// nothing.
+void prune_session_archives(std::string const& root, std::string const& name, std::uint64_t keep);
 
 } // namespace detail
 } // namespace tessaron

@@ -42,7 +42,12 @@ struct SessionRecord {
 std::string format_session_start(SessionRecord const& record);
 std::string format_session_stop(SessionRecord const& record);
 
-/// Nothing for a line that is neither a start nor a stop, or whose numbers cannot be read.
+/// Nothing for a line that is neither a start nor a stop, that has no time or no pid, or that has a
+/// number that cannot be read.
+///
+/// The free texts are taken as they stand: `runtime` ends at the first " args=" or " reason="
+/// behind it, and what follows that reaches to the end of the line, so that an argument may hold
+/// blanks and a reason anything. A "|" within an argument makes two of it.
 std::optional<SessionRecord> parse_session_line(std::string_view line);
 
 /// Appends the line and a newline in one write. A half-written last line of an earlier process is
@@ -54,5 +59,16 @@ std::optional<SessionRecord> parse_session_line(std::string_view line);
 ///
 /// Thread safety: safe from any thread; a line being written at the same time may be missed.
 std::vector<SessionRecord> read_session_history(std::string const& path, std::size_t max);
+
+/// A start and, unless the process was killed or runs still, its stop.
+struct Session {
+    SessionRecord start;
+    std::optional<SessionRecord> stop;
+};
+
+/// The last session of a pid, or of any, among records in the order of the file. A process that
+/// replaced itself has several sessions under one pid.
+std::optional<Session> find_last_session(std::vector<SessionRecord> const& records,
+                                         std::optional<long> pid = std::nullopt);
 
 } // namespace tessaron

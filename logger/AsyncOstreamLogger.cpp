@@ -1,9 +1,10 @@
 #include "logger/AsyncOstreamLogger.hpp"
 
+#include "app/utilities/start_thread.hpp"
+
 #include <algorithm>
 #include <exception>
 #include <iostream>
-#include <pthread.h>
 #include <utility>
 
 namespace tessaron {
@@ -35,8 +36,7 @@ AsyncOstreamLogger::AsyncOstreamLogger(std::string label, LogLevel level,
                                                          make_prefix(get_label(), 2),
                                                          make_prefix(get_label(), 3),
                                                          make_prefix(get_label(), 4)},
-      stream_(stream), writer_([this] { log_loop(); }) {
-    pthread_setname_np(writer_.native_handle(), "log-writer");
+      stream_(stream), writer_(start_thread("log-writer", [this] { log_loop(); })) {
 }
 
 AsyncOstreamLogger::~AsyncOstreamLogger() {

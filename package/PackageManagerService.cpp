@@ -3,6 +3,7 @@
 #include "package/PackageManagerService.hpp"
 
 #include "app/utilities/shell_command.hpp"
+#include "app/utilities/start_thread.hpp"
 #include "package/package_commands.hpp"
 #include "package/registry_file.hpp"
 
@@ -35,8 +36,10 @@ json::Value listing_of(PackageEntry const& entry) {
 } // namespace
 
 PackageManagerService::PackageManagerService(std::string store_root,
-                                             std::chrono::milliseconds supervise_poll)
-    : store_root_(std::move(store_root)), supervise_poll_(supervise_poll) {
+                                             std::chrono::milliseconds supervise_poll,
+                                             InheritedChildren inherited)
+    : store_root_(std::move(store_root)), supervise_poll_(supervise_poll),
+      inherited_(std::move(inherited)) {
     // A store that cannot be made shows where it is used: nothing is found, installs fail.
     std::ignore = run_shell(package_commands::make_directories(store_root_));
     std::ignore = run_shell(package_commands::make_directories(store_root_ + "/" + "store"));
@@ -44,7 +47,7 @@ PackageManagerService::PackageManagerService(std::string store_root,
         MutexLock lock(mutex_);
         entries_ = registry_file::load(registry_path());
     }
-    supervisor_ = std::thread([this] { supervise_loop(); });
+    supervisor_ = start_thread("pkg-supervisor", [this] { supervise_loop(); });
 }
 
 PackageManagerService::~PackageManagerService() {

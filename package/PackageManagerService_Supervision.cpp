@@ -10,7 +10,6 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
-#include <pthread.h>
 #include <tuple>
 
 namespace tessaron {
@@ -98,6 +97,9 @@ void PackageManagerService::supervise_once(RespawnCooldown& cooldown,
                                            RespawnCooldown::Clock::time_point now) {
     MutexLock lock(mutex_);
     bool const look_at_each = child_process::some_child_may_have_ended();
+    if (look_at_each) {
+        inherited_.reap_ended();
+    }
     for (auto& [name, entry] : entries_) {
         if (entry.pid >= 1 && look_at_each && child_process::has_ended(entry.pid)) {
             entry.pid = -1;
@@ -110,7 +112,6 @@ void PackageManagerService::supervise_once(RespawnCooldown& cooldown,
 }
 
 void PackageManagerService::supervise_loop() {
-    pthread_setname_np(pthread_self(), "pkg-supervisor");
     RespawnCooldown cooldown;
     while (!stop_requested_) {
         {

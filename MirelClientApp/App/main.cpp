@@ -2,6 +2,7 @@
 #include "MirelClientApp/MirelClientApp.hpp"
 #include "app/AppConfig.hpp"
 #include "app/AppContext.hpp"
+#include "app/instance_lock.hpp"
 #include "app/utilities/file_io.hpp"
 
 #include <csignal>
@@ -11,6 +12,7 @@
 namespace {
 
 constexpr int K_START_FAILURE = 1;
+constexpr int K_ALREADY_RUNNING = 255;
 
 } // namespace
 
@@ -25,6 +27,9 @@ int main(int argc, char** argv) {
         static tessaron::AppContext context(config.store(), argc, argv);
         mirelclient::MirelClientApp::mkdir_recursive(context.app_dir());
         return mirelclient::MirelClientApp::instance(context).run(argc, argv);
+    } catch (tessaron::AlreadyRunningError const& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return K_ALREADY_RUNNING;
     } catch (std::exception const& error) {
         std::fprintf(stderr, "Failed to start %s: %s\n",
                      mirelclient::config::K_APP_NAME.default_value, error.what());

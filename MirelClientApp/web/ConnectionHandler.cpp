@@ -21,7 +21,8 @@ void ConnectionHandler::retire() {
 
 void ConnectionHandler::handle_connection(tessaron::UniqueFd fd) {
     ReadOutcome input = read_full_request(fd.get());
-    std::optional<HttpResponse> const response = answer(fd, std::move(input.raw));
+    std::optional<HandlerGate::Pass> answering;
+    std::optional<HttpResponse> const response = answer(fd, std::move(input.raw), answering);
     if (!response) {
         return;
     }
@@ -31,7 +32,8 @@ void ConnectionHandler::handle_connection(tessaron::UniqueFd fd) {
     }
 }
 
-std::optional<HttpResponse> ConnectionHandler::answer(tessaron::UniqueFd& fd, std::string raw) {
+std::optional<HttpResponse> ConnectionHandler::answer(tessaron::UniqueFd& fd, std::string raw,
+                                                      std::optional<HandlerGate::Pass>& answering) {
     if (raw.empty()) {
         return HttpResponse::error("empty or oversized request", 400);
     }
@@ -53,6 +55,7 @@ std::optional<HttpResponse> ConnectionHandler::answer(tessaron::UniqueFd& fd, st
             }
         }
     }
+    answering.emplace(answers_);
     return dispatch(*request);
 }
 

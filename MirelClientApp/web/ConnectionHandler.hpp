@@ -5,6 +5,7 @@
 #include "MirelClientApp/web/route_table.hpp"
 #include "app/utilities/file_io.hpp"
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -32,13 +33,21 @@ public:
 
     void handle_connection(tessaron::UniqueFd fd);
 
+    /// Waits until every request whose handler was entered has its answer sent, and no longer than
+    /// `time`; false if some are still on their way.
+    [[nodiscard]] bool wait_until_answered(std::chrono::milliseconds time) {
+        return answers_.wait_until_empty_for(time);
+    }
+
 private:
-    /// The answer to a request; nothing if a WebSocket handler took the connection over, or if no
-    /// handler may be entered any more.
-    std::optional<HttpResponse> answer(tessaron::UniqueFd& fd, std::string raw);
+    /// The answer to a request, which is on its way for as long as `answering` lives; nothing if a
+    /// WebSocket handler took the connection over, or if no handler may be entered any more.
+    std::optional<HttpResponse> answer(tessaron::UniqueFd& fd, std::string raw,
+                                       std::optional<HandlerGate::Pass>& answering);
     HttpResponse dispatch(HttpRequest& request) const;
 
     HandlerGate gate_;
+    HandlerGate answers_{true};
     std::vector<Route> routes_;
     std::vector<WsRoute> ws_routes_;
 };

@@ -1,11 +1,11 @@
 #include "MirelClientApp/web/ConnectionThreads.hpp"
 
+#include "app/utilities/start_thread.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <condition_variable>
 #include <deque>
 #include <optional>
-#include <pthread.h>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -155,8 +155,7 @@ void ConnectionThreads::Pool::start_thread() {
     auto const worker = std::make_shared<Worker>();
     worker->called = true;
     try {
-        std::thread([pool = shared_from_this(), worker] {
-            pthread_setname_np(pthread_self(), "web-connection");
+        tessaron::start_thread("web-connection", [pool = shared_from_this(), worker] {
             pool->serve(worker);
         }).detach();
     } catch (std::system_error const&) {

@@ -25,6 +25,12 @@ void HandlerGate::wait_until_empty() {
     left_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) { return running_ == 0; });
 }
 
+bool HandlerGate::wait_until_empty_for(std::chrono::milliseconds time) {
+    MutexLock lock(mutex_);
+    return left_.wait_for(lock.native(), time,
+                          [this]() TESSARON_REQUIRES(mutex_) { return running_ == 0; });
+}
+
 bool HandlerGate::enter() {
     MutexLock const lock(mutex_);
     if (open_) {

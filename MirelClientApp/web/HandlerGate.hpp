@@ -2,6 +2,7 @@
 
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 
@@ -14,9 +15,14 @@ namespace mirelclient {
 /// Errors: none.
 class HandlerGate {
 public:
+    explicit HandlerGate(bool open = false) : open_(open) {}
+
     void open() TESSARON_EXCLUDES(mutex_);
     void close() TESSARON_EXCLUDES(mutex_);
     void wait_until_empty() TESSARON_EXCLUDES(mutex_);
+    /// False if somebody is inside still when `time` has passed.
+    [[nodiscard]] bool wait_until_empty_for(std::chrono::milliseconds time)
+        TESSARON_EXCLUDES(mutex_);
 
     /// One passage through the gate, for as long as it lives. `entered()` is false if the gate was
     /// closed.
@@ -40,7 +46,7 @@ private:
 
     tessaron::Mutex mutex_;
     std::condition_variable left_;
-    bool open_ TESSARON_GUARDED_BY(mutex_) = false;
+    bool open_ TESSARON_GUARDED_BY(mutex_);
     std::size_t running_ TESSARON_GUARDED_BY(mutex_) = 0;
 };
 

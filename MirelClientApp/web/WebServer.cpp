@@ -3,6 +3,7 @@
 #include "MirelClientApp/web/ConnectionHandler.hpp"
 #include "MirelClientApp/web/ConnectionThreads.hpp"
 #include "MirelClientApp/web/SilentConnections.hpp"
+#include "app/utilities/start_thread.hpp"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -11,7 +12,6 @@
 #include <netinet/in.h>
 #include <optional>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <utility>
@@ -125,7 +125,7 @@ std::string WebServer::start() {
     handler_->open();
     running_ = true;
     try {
-        accept_thread_ = std::thread(&WebServer::accept_loop, this);
+        accept_thread_ = tessaron::start_thread("web-accept", [this] { accept_loop(); });
     } catch (std::system_error const& failure) {
         stop();
         return failure.what();
@@ -147,8 +147,11 @@ void WebServer::stop() {
     listen_fd_.reset();
 }
 
+bool WebServer::wait_until_answered(std::chrono::milliseconds time) {
+    return handler_->wait_until_answered(time);
+}
+
 void WebServer::accept_loop() {
-    pthread_setname_np(pthread_self(), "web-accept");
     std::vector<UniqueFd> accepted;
     std::vector<UniqueFd> talking;
     accepted.reserve(K_ACCEPT_BATCH);

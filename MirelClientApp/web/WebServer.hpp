@@ -5,6 +5,7 @@
 #include "app/utilities/file_io.hpp"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -61,6 +62,10 @@ public:
     /// nothing yet, or whose request is complete only now, is closed without an answer. Waits
     /// neither for running handlers nor for peers. May be repeated.
     void stop();
+
+    /// Waits until the requests whose handlers were entered are answered, WebSockets aside, but no
+    /// longer than `time`: a peer that does not read holds its answer up. False if some are not.
+    [[nodiscard]] bool wait_until_answered(std::chrono::milliseconds time);
 
     /// The port that is really bound while the server runs, else the configured one.
     std::uint16_t port() const { return listen_fd_.is_open() ? bound_port_ : port_; }

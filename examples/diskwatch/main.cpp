@@ -5,7 +5,8 @@
 
 #include "app/AppConfig.hpp"
 #include "app/AppContext.hpp"
-#include "app/AppShell.hpp"
+#include "app/ConsoleApp.hpp"
+#include "app/instance_lock.hpp"
 
 #include <cstdint>
 #include <cstdio>
@@ -38,9 +39,11 @@ inline constexpr auto K_ALL_FIELDS =
     std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL, K_WATCHED_PATH,
              K_INTERVAL_SECONDS, K_WARN_BELOW_PERCENT);
 
-class DiskWatch : public tessaron::AppShell<DiskWatch> {
+class DiskWatch : public tessaron::ConsoleApp<DiskWatch> {
 public:
-    using AppShell::AppShell;
+    explicit DiskWatch(tessaron::AppContext& context) : ConsoleApp(context) {}
+
+    void user_signal_handler(int /*signal_number*/) override { request_stop(); }
 
 private:
     int run_impl() override {
@@ -73,6 +76,9 @@ int main(int argc, char** argv) {
         static tessaron::config::AppConfig<diskwatch::K_ALL_FIELDS> config;
         static tessaron::AppContext context(config.store(), argc, argv);
         return diskwatch::DiskWatch::instance(context).run(argc, argv);
+    } catch (tessaron::AlreadyRunningError const& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 255;
     } catch (std::exception const& error) {
         std::fprintf(stderr, "diskwatch: %s\n", error.what());
         return 1;

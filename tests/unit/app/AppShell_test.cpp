@@ -1,55 +1,51 @@
-#include "app/AppShell.hpp"
-
-#include "app/JsonConfigCodec.hpp"
+#include "TestShell.hpp"
+#include "app/session_history.hpp"
 #include "app/utilities/file_io.hpp"
-#include "tests/support/TemporaryDirectory.hpp"
 #include "tests/support/wait_until.hpp"
 
+#include <atomic>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <memory>
+#include <stdexcept>
 #include <thread>
+#include <vector>
 
 namespace tessaron {
 namespace {
 
-using config::FieldSpec;
-
-constexpr FieldSpec<char const*> K_APP_NAME{"app_name", "", "shell-test"};
-constexpr FieldSpec<char const*> K_APP_DESCRIPTION{"app_description", "", "A test"};
-constexpr FieldSpec<char const*> K_APP_DIR{"app_dir", "", "/nonexistent"};
-constexpr FieldSpec<char const*> K_LOG_DIR{"log_dir", "", ""};
-constexpr FieldSpec<long long> K_LOG_MIN_LEVEL{"log_min_level", "", 1};
-
 class WaitingApp : public AppShellBase {
 public:
-    explicit WaitingApp(AppContext& context, int code = 0) : AppShellBase(context), code_(code) {}
+    explicit WaitingApp(AppContext& context, int code = 0)
+        : AppShellBase(context, "test_shell", DefaultTerminationReasons::describe(),
+                       std::make_unique<app_shell_detail::NoRuntime>("")),
+          code_(code) {
+        m_argv_parser_ = [this](int, char const* const*) { return parsed_code; };
+    }
     void stop() { request_stop(); }
+    using AppShellBase::m_options;
+    using AppShellBase::register_flush_on_exit;
+    using AppShellBase::set_stop_hook;
+
     std::atomic<bool> entered = false;
+    std::optional<int> parsed_code;
+    std::function<void()> body;
 
 private:
     int run_impl() override {
         entered = true;
-        wait_until_stopped();
+        if (body) {
+            body();
+        } else {
+            wait_until_stopped();
+        }
         return code_;
     }
 
     int code_;
 };
 
-class AppShellTest : public testing::Test {
-protected:
-    AppShellTest() {
-        std::ignore = store_.set_field("log_dir", directory_.path());
-        std::ignore = store_.set_field("app_dir", directory_.path());
-        context_.emplace(store_, 0, nullptr);
-    }
-
-    test::TemporaryDirectory directory_;
-    config::JsonConfigCodec codec_;
-    config::ConfigStore<8192> store_{
-        std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL), codec_, ""};
-    std::optional<AppContext> context_;
-};
+using AppShellTest = test::ShellFixture;
 
 TEST_F(AppShellTest, AStopRequestEndsTheRunWithTheApplicationsCode) {
     WaitingApp app(*context_, 5);
@@ -82,6 +78,107 @@ TEST_F(AppShellTest, NoStopSignalIsLostHoweverEarlyItComesInTheWait) {
         EXPECT_EQ(app.run(0, nullptr), 128 + SIGTERM);
         stopper.join();
     }
+}
+
+TEST_F(AppShellTest, ASessionLeavesItsStartAndItsStop) {
+    WaitingApp app(*context_);
+    app.body = [] {};
+    char program[] = "prog";
+    char first[] = "--first";
+    char second[] = "b|c";
+    char* argv[] = {program, first, second, nullptr};
+    EXPECT_EQ(app.run(3, argv), 0);
+    auto const records = app.app_control().session_history(0);
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_TRUE(records[0].is_start);
+    EXPECT_EQ(records[0].pid, ::getpid());
+    EXPECT_EQ(records[0].exe, context_->executable_path());
+    EXPECT_EQ(records[0].user, context_->user_name());
+    EXPECT_EQ(records[0].args, (std::vector<std::string>{"--first", "b", "c"}));
+    EXPECT_FALSE(records[1].is_start);
+    EXPECT_EQ(records[1].reason, "normal");
+    EXPECT_GT(records[1].log_line, records[0].log_line);
+}
+
+TEST_F(AppShellTest, AStopSignalIsTheSessionsReason) {
+    WaitingApp app(*context_);
+    app.body = [] { std::raise(SIGHUP); };
+    EXPECT_EQ(app.run(0, nullptr), 128 + SIGHUP);
+    EXPECT_EQ(app.app_control().session_history(0).back().reason, "signal: Hangup");
+}
+
+TEST_F(AppShellTest, AnExceptionOutOfTheMainLoopIsRecordedAndPassedOn) {
+    WaitingApp app(*context_);
+    app.body = [] { throw std::runtime_error("a = b c"); };
+    EXPECT_THROW(app.run(0, nullptr), std::runtime_error);
+    EXPECT_EQ(app.app_control().session_history(0).back().reason, "error: a = b c");
+    app.body = [] { throw 42; };
+    EXPECT_THROW(app.run(0, nullptr), int);
+    EXPECT_EQ(app.app_control().session_history(0).back().reason, "error: unknown exception");
+}
+
+TEST_F(AppShellTest, ARequestedRestartWithoutArgumentsToRestartWithJustEnds) {
+    WaitingApp app(*context_, 3);
+    app.body = [&app] { app.app_control().request_reboot("because = why not"); };
+    EXPECT_EQ(app.run(0, nullptr), 3);
+    EXPECT_EQ(app.app_control().session_history(0).back().reason, "reboot: because = why not");
+    EXPECT_TRUE(app.app_control().reboot_requested());
+}
+
+TEST_F(AppShellTest, ASecondRunWithinTheFirstIsRefused) {
+    WaitingApp app(*context_);
+    int inner = 0;
+    app.body = [&] { inner = app.run(0, nullptr); };
+    EXPECT_EQ(app.run(0, nullptr), 0);
+    EXPECT_EQ(inner, 255);
+    EXPECT_EQ(app.app_control().session_history(0).size(), 2U);
+}
+
+TEST_F(AppShellTest, WhatTheCommandLineEndsLeavesNoSession) {
+    WaitingApp app(*context_);
+    app.parsed_code = 106;
+    EXPECT_EQ(app.run(0, nullptr), 106);
+    EXPECT_FALSE(app.entered);
+    EXPECT_TRUE(app.app_control().session_history(0).empty());
+}
+
+TEST_F(AppShellTest, ListingTheConfigurationLeavesNoSession) {
+    WaitingApp app(*context_);
+    app.m_options.list_config = true;
+    EXPECT_EQ(app.run(0, nullptr), 0);
+    EXPECT_FALSE(app.entered);
+    EXPECT_TRUE(app.app_control().session_history(0).empty());
+}
+
+TEST_F(AppShellTest, FlushCallbacksRunInOrderAtTheEndWhateverOneOfThemThrows) {
+    std::vector<int> calls;
+    {
+        WaitingApp app(*context_);
+        app.register_flush_on_exit([&calls] { calls.push_back(1); });
+        app.register_flush_on_exit([&calls] {
+            calls.push_back(2);
+            throw std::runtime_error("ignored");
+        });
+        app.register_flush_on_exit([&calls] { calls.push_back(3); });
+        EXPECT_TRUE(calls.empty());
+    }
+    EXPECT_EQ(calls, (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(AppShellTest, TheStopHookIsCalledWithAStopRequest) {
+    WaitingApp app(*context_);
+    std::atomic<int> calls = 0;
+    app.set_stop_hook([&calls] { ++calls; });
+    app.stop();
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(AppShellTest, TheLockIsHeldForAsLongAsTheShellLives) {
+    {
+        WaitingApp app(*context_);
+        EXPECT_THROW(AppContext(store_, 0, nullptr), AlreadyRunningError);
+    }
+    EXPECT_NO_THROW(AppContext(store_, 0, nullptr));
 }
 
 TEST_F(AppShellTest, LinesLoggedDuringStartReachTheFile) {

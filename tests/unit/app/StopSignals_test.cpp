@@ -42,13 +42,21 @@ TEST(StopSignals, WithoutASignalItEndsWithoutACall) {
     EXPECT_FALSE(called);
 }
 
-TEST(StopSignals, TheDefaultDispositionsComeBack) {
+TEST(StopSignals, ASecondSignalDoesNotCutTheEndOfTheProcessShort) {
     {
         StopSignals signals([] {});
     }
-    struct sigaction action {};
-    ASSERT_EQ(sigaction(SIGTERM, nullptr, &action), 0);
-    EXPECT_EQ(action.sa_handler, SIG_DFL);
+    std::raise(SIGTERM);
+    SUCCEED() << "the process lives on";
+}
+
+TEST(StopSignals, ASignalBetweenTwoOfThemIsForgotten) {
+    {
+        StopSignals signals([] {});
+    }
+    std::raise(SIGTERM);
+    StopSignals const signals([] {});
+    EXPECT_EQ(signals.last_signal(), 0);
 }
 
 } // namespace

@@ -43,3 +43,11 @@ TEST(HandlerGate, WaitsForThoseInside) {
     EXPECT_TRUE(leaving);
     handler.join();
 }
+
+TEST(HandlerGate, WaitsForThoseInsideNoLongerThanAsked) {
+    HandlerGate gate(true);
+    std::optional<HandlerGate::Pass> pass(std::in_place, gate);
+    EXPECT_FALSE(gate.wait_until_empty_for(std::chrono::milliseconds(10)));
+    pass.reset();
+    EXPECT_TRUE(gate.wait_until_empty_for(std::chrono::milliseconds(0)));
+}

@@ -7,18 +7,25 @@
 
 namespace tessaron::test {
 
-/// Runs `work` in a forked child that lives under a resource limit. True if it returned true.
+/// Runs `work` in a forked child. True if it returned true.
 template <typename Work>
-bool run_in_limited_child(__rlimit_resource resource, rlim_t limit, Work work) {
+bool run_in_child(Work work) {
     pid_t const child = fork();
     if (child == 0) {
-        rlimit const both{limit, limit};
-        bool const succeeded = setrlimit(resource, &both) == 0 && work();
-        _exit(succeeded ? 0 : 1);
+        _exit(work() ? 0 : 1);
     }
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+/// Runs `work` in a forked child that lives under a resource limit. True if it returned true.
+template <typename Work>
+bool run_in_limited_child(__rlimit_resource resource, rlim_t limit, Work work) {
+    return run_in_child([&] {
+        rlimit const both{limit, limit};
+        return setrlimit(resource, &both) == 0 && work();
+    });
 }
 
 } // namespace tessaron::test

@@ -1,0 +1,69 @@
+// The next image: on the main thread after a request, on the thread that failed after an exception,
+// in the signal handler after a crash (the functions named so).
+
+#include "app/AppShell.hpp"
+#include "app/crash_signals.hpp"
+#include "app/utilities/process_identity.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <unistd.h>
+
+namespace tessaron {
+
+void AppShellBase::restart_on_request() {
+    prepare_for_restart();
+    run_flush_callbacks();
+    context_.logger().flush();
+    exec_self_restart(saved_argv_);
+}
+
+bool AppShellBase::should_auto_restart_after_crash(std::string const& description) {
+    auto const [restart, number] = restart_budget_.count_crash_signal_safe(::time(nullptr));
+    if (restart) {
+        say(LogLevel::ERROR, description + " - auto-restarting (attempt " + std::to_string(number) +
+                                 " of " + std::to_string(CrashRestartBudget::K_MAX_RESTARTS) +
+                                 " within " + std::to_string(CrashRestartBudget::K_WINDOW_SECONDS) +
+                                 "s)");
+    } else {
+        say(LogLevel::ERROR,
+            description + " - this is crash #" + std::to_string(number) + " within " +
+                std::to_string(CrashRestartBudget::K_WINDOW_SECONDS) + "s (max " +
+                std::to_string(CrashRestartBudget::K_MAX_RESTARTS) +
+                ") - crash-loop detected, refusing further auto-restart, staying exited. Manual "
+                "intervention required.");
+    }
+    return restart;
+}
+
+void AppShellBase::exec_self_restart(char** argv) {
+    int const error = exec_self_signal_safe(argv);
+    std::string const path = restart_path(argv);
+    say(LogLevel::ERROR, "--instance-policy reboot: execv(" + path + ") failed: " +
+                             std::strerror(error) + " - staying exited instead of restarting");
+}
+
+char const* AppShellBase::restart_path(char* const* argv) noexcept {
+    std::string const& path = detail::get_executable_path();
+    return path.empty() ? argv[0] : path.c_str();
+}
+
+/// The same process id, arguments and environment; what is open is close-on-exec. Returns `errno`
+/// where the program cannot be executed.
+int AppShellBase::exec_self_signal_safe(char** argv) noexcept {
+    lock_.release_signal_safe(); // the next image takes it anew
+    ::alarm(0);                  // would go on to tick in the next image
+    // The mask of this thread becomes that of the next image, and a handler blocks its own signal.
+    sigset_t handled;
+    sigemptyset(&handled);
+    sigaddset(&handled, SIGALRM);
+    for (int const signal_number : K_CRASH_SIGNALS) {
+        sigaddset(&handled, signal_number);
+    }
+    ::sigprocmask(SIG_UNBLOCK, &handled, nullptr);
+    ::execve(restart_path(argv), argv, restart_budget_.next_environment_signal_safe());
+    return errno;
+}
+
+} // namespace tessaron

@@ -1,0 +1,288 @@
+// An application on the frame that does what it is told on its standard input, one command a line,
+// so that the tests can watch the frame from outside while it crashes, stops and starts anew:
+//
+//     log LEVEL TEXT       logs                          burst N          logs N lines
+//     crash HOW            crashes on a side thread      main-crash HOW   on the main thread
+//     throw std|int        throws on a side thread       main-throw std|int
+//     crash-on-stop HOW    crashes in the next stop      crash-in-handler
+//     reboot REASON        requests a restart            runtime TEXT     sets the runtime state
+//     sessions | crashes   prints the histories
+//
+// HOW: segv, abort, fpe, ill, bus, overflow (of the stack), or "raise N". A line "ready" tells that
+// the application runs; every command is answered by a line "ok".
+
+#include "app/AppConfig.hpp"
+#include "app/AppContext.hpp"
+#include "app/ConsoleApp.hpp"
+#include "app/instance_lock.hpp"
+#include "app/utilities/start_thread.hpp"
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <limits>
+#include <poll.h>
+#include <stdexcept>
+#include <string>
+#include <sys/mman.h>
+#include <tuple>
+#include <unistd.h>
+
+namespace {
+
+using TextField = tessaron::config::FieldSpec<char const*>;
+using IntField = tessaron::config::FieldSpec<long long>;
+using tessaron::LogLevel;
+
+constexpr TextField K_APP_NAME{"app_name", "Name", "frame_app"};
+constexpr TextField K_APP_DESCRIPTION{"app_description", "One line", "Does what it is told"};
+constexpr TextField K_APP_DIR{"app_dir", "Folder of the data", "/usr/local/daemon/frame_app"};
+constexpr TextField K_LOG_DIR{"log_dir", "Folder of the log", "/usr/local/daemon/frame_app/log"};
+constexpr IntField K_LOG_MIN_LEVEL{"log_min_level", "0 to 3", 1};
+constexpr TextField K_GREETING{"greeting",
+                               "Grüße, 世界 and a description that is long enough to be "
+                               "wrapped in the table",
+                               "héllo"};
+
+constexpr auto K_ALL_FIELDS =
+    std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL, K_GREETING);
+
+std::atomic<bool> s_crash_in_handler{false};
+
+/// A state that is a text in fixed memory, as a crash handler needs it.
+class FrameRuntime final : public tessaron::IRuntimeState {
+public:
+    explicit FrameRuntime(std::string const& /*path*/) {}
+
+    std::string dump_named() const override { return s_text.data(); }
+    void save() override {}
+    RawDump raw_dump_signal_safe() const noexcept override {
+        if (s_crash_in_handler) {
+            std::raise(SIGSEGV);
+        }
+        return {s_text.data(), std::strlen(s_text.data())};
+    }
+
+    static void set(std::string const& text) {
+        std::snprintf(s_text.data(), s_text.size(), "%s", text.c_str());
+    }
+
+private:
+    static inline std::array<char, 256> s_text{};
+};
+
+#if defined(__clang__)
+#define WITHOUT_SANITIZERS __attribute__((no_sanitize("undefined", "address")))
+#else
+#define WITHOUT_SANITIZERS
+#endif
+
+WITHOUT_SANITIZERS void write_to_nowhere() {
+    int volatile* volatile nowhere = reinterpret_cast<int volatile*>(8);
+    *nowhere = 1;
+}
+
+WITHOUT_SANITIZERS int divide_by_zero() {
+    int volatile number = 7;
+    int volatile zero = 0;
+    return number / zero;
+}
+
+void touch_behind_the_end_of_a_file() {
+    FILE* const file = std::tmpfile();
+    void* const page = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, ::fileno(file), 0);
+    *static_cast<char volatile*>(page) = 1;
+}
+
+/// Recurses for as long as it is told to, which is longer than any stack lasts.
+[[gnu::noinline]] WITHOUT_SANITIZERS int use_up_the_stack(int depth, int volatile* limit) {
+    char volatile frame[1024];
+    frame[depth % 1024] = static_cast<char>(depth);
+    if (depth == *limit) {
+        return 0;
+    }
+    return use_up_the_stack(depth + 1, limit) + frame[(depth + 1) % 1024];
+}
+
+void crash(std::string const& how) {
+    if (how == "segv") {
+        write_to_nowhere();
+    } else if (how == "abort") {
+        std::abort();
+    } else if (how == "fpe") {
+        std::exit(divide_by_zero());
+    } else if (how == "ill") {
+#if defined(__x86_64__) || defined(__i386__)
+        __asm__ volatile("ud2");
+#else
+        std::raise(SIGILL);
+#endif
+    } else if (how == "bus") {
+        touch_behind_the_end_of_a_file();
+    } else if (how == "overflow") {
+        int volatile limit = std::numeric_limits<int>::max();
+        std::exit(use_up_the_stack(0, &limit));
+    } else if (how.starts_with("raise ")) {
+        std::raise(std::atoi(how.c_str() + 6));
+    }
+}
+
+void throw_something(std::string const& what) {
+    if (what == "int") {
+        throw 42;
+    }
+    throw std::runtime_error("told to throw");
+}
+
+LogLevel level_named(std::string const& name) {
+    for (LogLevel const level : {LogLevel::TRACE, LogLevel::WARNING, LogLevel::ERROR}) {
+        if (name == tessaron::to_string(level)) {
+            return level;
+        }
+    }
+    return LogLevel::INFO;
+}
+
+class FrameApp : public tessaron::ConsoleApp<FrameApp, tessaron::DefaultTerminationReasons,
+                                             std::tuple<>, FrameRuntime> {
+public:
+    explicit FrameApp(tessaron::AppContext& context) : ConsoleApp(context) {
+        if (char const* const keep = std::getenv("FRAME_APP_KEEP")) {
+            app_control().set_session_archive_keep_count(std::strtoull(keep, nullptr, 10));
+        }
+    }
+    ~FrameApp() override {
+        if (commands_.joinable()) {
+            commands_.join();
+        }
+    }
+
+    void user_signal_handler(int) override { request_stop(); }
+
+private:
+    int run_impl() override {
+        commands_ = tessaron::start_thread("commands", [this] { obey(); });
+        std::puts("ready");
+        std::fflush(stdout);
+        wait_until_stopped();
+        stopping_ = true;
+        if (!main_crash_.empty()) {
+            crash(main_crash_);
+        }
+        if (!main_throw_.empty()) {
+            throw_something(main_throw_);
+        }
+        return 0;
+    }
+
+    void obey() {
+        std::string line;
+        while (next_line(line)) {
+            auto const space = line.find(' ');
+            std::string const rest = space == std::string::npos ? "" : line.substr(space + 1);
+            do_command(line.substr(0, space), rest);
+            std::puts("ok");
+            std::fflush(stdout);
+        }
+    }
+
+    /// False at the end of the input or of the application.
+    bool next_line(std::string& line) {
+        line.clear();
+        for (;;) {
+            pollfd input{STDIN_FILENO, POLLIN, 0};
+            if (::poll(&input, 1, 20) == 0) {
+                if (stopping_) {
+                    return false;
+                }
+                continue;
+            }
+            char byte = 0;
+            if (::read(STDIN_FILENO, &byte, 1) != 1) {
+                return false;
+            }
+            if (byte == '\n') {
+                return true;
+            }
+            line += byte;
+        }
+    }
+
+    void do_command(std::string const& name, std::string const& rest) {
+        if (name == "log") {
+            context().log().log(level_named(rest.substr(0, rest.find(' '))),
+                                rest.substr(rest.find(' ') + 1));
+        } else if (name == "burst") {
+            for (long number = std::atol(rest.c_str()); number > 0; --number) {
+                context().log().log(LogLevel::INFO, "burst ", number);
+            }
+        } else if (name == "crash") {
+            crash(rest);
+        } else if (name == "throw") {
+            throw_something(rest);
+        } else if (name == "crash-on-stop") {
+            main_crash_ = rest;
+        } else if (name == "main-crash") {
+            main_crash_ = rest;
+            request_stop();
+        } else if (name == "main-throw") {
+            main_throw_ = rest;
+            request_stop();
+        } else if (name == "crash-in-handler") {
+            s_crash_in_handler = true;
+        } else if (name == "reboot") {
+            app_control().request_reboot(rest);
+        } else if (name == "runtime") {
+            FrameRuntime::set(rest);
+        } else if (name == "sessions") {
+            print_sessions();
+        } else if (name == "crashes") {
+            print_crashes();
+        }
+    }
+
+    void print_sessions() {
+        for (auto const& record : app_control().session_history(0)) {
+            std::puts(record.is_start ? tessaron::format_session_start(record).c_str()
+                                      : tessaron::format_session_stop(record).c_str());
+        }
+    }
+
+    void print_crashes() {
+        for (auto const& record : app_control().crash_history(0, 0)) {
+            std::puts(tessaron::format_crash_header_line(record).c_str());
+            if (!record.detail.empty()) {
+                std::printf("detail: %s\n", record.detail.c_str());
+            }
+            std::printf("frames: %zu\n", record.backtrace.size());
+        }
+    }
+
+    // Written by the command thread before it asks for the stop, read by the main thread after it.
+    std::string main_crash_;
+    std::string main_throw_;
+    std::atomic<bool> stopping_{false};
+    std::thread commands_;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        std::filesystem::create_directories(K_APP_DIR.default_value);
+        static tessaron::config::AppConfig<K_ALL_FIELDS> config;
+        static tessaron::AppContext context(config.store(), argc, argv);
+        return FrameApp::instance(context).run(argc, argv);
+    } catch (tessaron::AlreadyRunningError const& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 255;
+    } catch (std::exception const& error) {
+        std::fprintf(stderr, "Failed to start frame_app: %s\n", error.what());
+        return 1;
+    }
+}
