@@ -14,11 +14,13 @@
 
 namespace mirelclient {
 
+using std::chrono::steady_clock;
+
 namespace {
 
-/// How long a restart waits for the answers on their way to their callers, among them that of the
-/// request that asked for it.
-constexpr std::chrono::milliseconds K_ANSWER_GRACE{500};
+/// How long a restart waits for what is under way to end, and for the answers on their way to their
+/// callers, among them that of the request that asked for it.
+constexpr std::chrono::milliseconds K_RESTART_GRACE{500};
 
 } // namespace
 
@@ -27,27 +29,39 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
       registry_(context.config().as_str(config::K_REGISTRY_URL)),
       packages_(context.app_dir() + "/store", tessaron::K_PACKAGE_MANAGER_SUPERVISE_POLL,
                 tessaron::InheritedChildren::of_this_process()),
+      self_updater_(registry_, context.config().as_str(config::K_SELF_UPDATE_PACKAGE_NAME),
+                    detect_platform_arch(), K_RUNNING_VERSION_CORE,
+                    [this](std::string const& reason) { app_control().request_reboot(reason); }),
+      package_updater_(update_steps()),
       web_server_(context.config().as_str(config::K_WEB_ADDR),
                   static_cast<std::uint16_t>(context.config().as_int(config::K_WEB_PORT))),
-      start_time_(std::chrono::steady_clock::now()) {
+      start_time_(steady_clock::now()) {
     mkdir_recursive(downloads_dir_);
     apply_bootstrap_package_list();
     start_web_server();
 }
 
 MirelClientApp::~MirelClientApp() {
-    // The web server waits for its running handlers, so whatever they may be blocked in ends first.
+    // The web server waits for its running handlers and the updater for its updates, so whatever
+    // they may be blocked in ends first.
     end_what_is_under_way();
 }
 
 void MirelClientApp::end_what_is_under_way() {
     registry_.request_stop();
     packages_.request_stop();
+    self_updater_.request_stop();
 }
 
 void MirelClientApp::prepare_for_restart() {
     end_what_is_under_way();
-    std::ignore = web_server_.wait_until_answered(K_ANSWER_GRACE);
+    auto const deadline = steady_clock::now() + K_RESTART_GRACE;
+    auto const time_left = [deadline] {
+        return std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now());
+    };
+    // What has not ended by then is cut off, as by a crash, which the store survives.
+    std::ignore = package_updater_.wait_until_idle(time_left());
+    std::ignore = web_server_.wait_until_answered(time_left());
 }
 
 int MirelClientApp::run_impl() {
@@ -60,10 +74,9 @@ void MirelClientApp::mkdir_recursive(std::string const& path) {
 }
 
 void MirelClientApp::start_web_server() {
-    register_package_routes(web_server_, packages_);
+    register_package_routes(web_server_, packages_, package_updater_);
     register_registry_routes(web_server_, registry_);
-    register_self_routes(web_server_, {context().config(), registry_, K_RUNNING_VERSION_CORE,
-                                       detect_platform_arch(), start_time_});
+    register_self_routes(web_server_, {context().config(), registry_, self_updater_, start_time_});
     std::string const error = web_server_.start();
     if (!error.empty()) {
         std::fprintf(stderr, "mirelClient: web server failed to start: %s\n", error.c_str());

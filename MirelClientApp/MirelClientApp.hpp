@@ -1,6 +1,9 @@
 #pragma once
 
+#include "MirelClientApp/remote/ErrorText.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
+#include "MirelClientApp/updates/PackageUpdater.hpp"
+#include "MirelClientApp/updates/SelfUpdater.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "app/ConsoleApp.hpp"
 #include "package/PackageManagerService.hpp"
@@ -18,7 +21,7 @@ inline constexpr char const* K_RUNNING_VERSION_CORE = "0.0.0";
 ///
 /// Construction provisions the packages of the bootstrap list (blocking) before the web server
 /// listens. Destruction ends the transfers and shell commands under way, lets the running web
-/// handlers return and leaves the packages' processes running.
+/// handlers and updates end, and leaves the packages' processes running.
 ///
 /// Ownership: services by value; the context must outlive the object.
 /// Thread safety: `fetch_install` and `stop` from any thread; the rest only on the main thread.
@@ -43,8 +46,17 @@ public:
 private:
     int run_impl() override;
     void prepare_for_restart() override;
-
+    /// Transfers and shell commands; from then on all further ones fail.
     void end_what_is_under_way();
+
+    /// Where a build's artifact lies once it was fetched.
+    std::string artifact_path(std::string const& name, std::string const& version,
+                              std::string const& arch) const;
+    /// Fetches it there. An empty channel means "main".
+    ErrorText fetch_artifact(std::string const& name, std::string const& channel,
+                             std::string const& version, std::string const& arch) const;
+    PackageUpdater::Steps update_steps();
+
     void apply_bootstrap_package_list();
     void apply_bootstrap_entry(tessaron::json::Value const& entry);
     void start_web_server();
@@ -52,7 +64,9 @@ private:
     std::string downloads_dir_;
     RegistryClient registry_;
     tessaron::PackageManagerService packages_;
-    WebServer web_server_;
+    SelfUpdater self_updater_;
+    PackageUpdater package_updater_; // Its threads use what stands above,
+    WebServer web_server_;           // and the handlers all of it.
     std::chrono::steady_clock::time_point start_time_;
 };
 

@@ -1,6 +1,7 @@
-// Where the registry server and the package store meet: one fetch and install, and the list of
-// packages a fresh machine receives. Runs on the main thread during start (the list) and on
-// whatever thread asks (one fetch); touches the registry client, the package service, the log.
+// Where the registry server and the package store meet: one fetch and install, the steps of an
+// update, and the list of packages a fresh machine receives. Runs on the main thread during start
+// (the list), on whatever thread asks (one fetch) and on the update threads; touches the registry
+// client, the package service, the log.
 
 #include "MirelClientApp/App/config_fields.hpp"
 #include "MirelClientApp/MirelClientApp.hpp"
@@ -12,27 +13,58 @@
 namespace mirelclient {
 
 using tessaron::LogLevel;
+using tessaron::PackageManagerReply;
 using tessaron::json::Value;
 
 namespace {
 
 constexpr char const* K_DEFAULT_CHANNEL = "main";
 
+std::string error_of(PackageManagerReply const& reply) {
+    return reply.ok ? "" : reply.error;
+}
+
 } // namespace
 
-tessaron::PackageManagerReply MirelClientApp::fetch_install(std::string const& name,
-                                                            std::string const& channel,
-                                                            std::string const& version,
-                                                            std::string const& arch,
-                                                            bool start_after_install) {
-    std::string const destination =
-        downloads_dir_ + "/" + name + "-" + version + "-" + arch + ".tar.gz";
-    ErrorText const error = registry_.fetch_artifact(
-        name, channel.empty() ? K_DEFAULT_CHANNEL : channel, version, arch, destination);
-    if (error) {
-        return tessaron::PackageManagerReply::failure("fetch_install: " + *error);
+std::string MirelClientApp::artifact_path(std::string const& name, std::string const& version,
+                                          std::string const& arch) const {
+    return downloads_dir_ + "/" + name + "-" + version + "-" + arch + ".tar.gz";
+}
+
+ErrorText MirelClientApp::fetch_artifact(std::string const& name, std::string const& channel,
+                                         std::string const& version,
+                                         std::string const& arch) const {
+    return registry_.fetch_artifact(name, channel.empty() ? K_DEFAULT_CHANNEL : channel, version,
+                                    arch, artifact_path(name, version, arch));
+}
+
+PackageManagerReply MirelClientApp::fetch_install(std::string const& name,
+                                                  std::string const& channel,
+                                                  std::string const& version,
+                                                  std::string const& arch,
+                                                  bool start_after_install) {
+    if (ErrorText const error = fetch_artifact(name, channel, version, arch)) {
+        return PackageManagerReply::failure("fetch_install: " + *error);
     }
-    return packages_.install({name, version, arch, destination, start_after_install});
+    return packages_.install(
+        {name, version, arch, artifact_path(name, version, arch), start_after_install});
+}
+
+PackageUpdater::Steps MirelClientApp::update_steps() {
+    using Request = PackageUpdater::Request;
+    auto const download = [this](Request const& wanted) {
+        return fetch_artifact(wanted.name, wanted.channel, wanted.version, wanted.arch)
+            .value_or("");
+    };
+    auto const install = [this](Request const& wanted) {
+        std::string const artifact = artifact_path(wanted.name, wanted.version, wanted.arch);
+        return error_of(
+            packages_.install({wanted.name, wanted.version, wanted.arch, artifact, false}));
+    };
+    auto const start = [this](Request const& wanted) {
+        return error_of(packages_.start(wanted.name));
+    };
+    return {download, install, start};
 }
 
 void MirelClientApp::apply_bootstrap_package_list() {
@@ -74,7 +106,7 @@ void MirelClientApp::apply_bootstrap_entry(Value const& entry) {
     }
     context().log().log(LogLevel::INFO, "bootstrap: installing ", name, " ", version, " (", arch,
                         ")");
-    tessaron::PackageManagerReply const reply =
+    PackageManagerReply const reply =
         fetch_install(name, entry.at("channel").as_string(""), version, arch, true);
     if (!reply.ok) {
         context().log().log(LogLevel::ERROR, "bootstrap: failed to install ", name, ": ",

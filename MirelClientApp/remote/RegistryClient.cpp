@@ -23,7 +23,41 @@ std::string download_command(std::string const& url, std::string const& file) {
     return "curl -fsS -o '" + shell_quote(file) + "' '" + shell_quote(url) + "'";
 }
 
+std::string download_failure(std::string const& url) {
+    return "download failed: " + url;
+}
+
 } // namespace
+
+/// One destination, for the one call that may write it. Any other call that wants it waits.
+class RegistryClient::HeldDestination {
+public:
+    HeldDestination(RegistryClient const& client, std::string const& path)
+        : client_(client), path_(path) {
+        MutexLock lock(client_.mutex_);
+        is_held_ = client_.destination_freed_.wait(
+            lock.native(), client_.stop_.get_token(), [this]() TESSARON_REQUIRES(client_.mutex_) {
+                return client_.destinations_.insert(path_).second;
+            });
+    }
+    ~HeldDestination() {
+        if (is_held_) {
+            MutexLock const lock(client_.mutex_);
+            client_.destinations_.erase(path_);
+            client_.destination_freed_.notify_all();
+        }
+    }
+    HeldDestination(HeldDestination const&) = delete;
+    HeldDestination& operator=(HeldDestination const&) = delete;
+
+    /// False when the client was stopped while another call had the destination.
+    bool is_held() const noexcept { return is_held_; }
+
+private:
+    RegistryClient const& client_;
+    std::string const& path_;
+    bool is_held_ = false;
+};
 
 RegistryClient::RegistryClient(std::string base_url) : base_url_(std::move(base_url)) {
 }
@@ -63,8 +97,10 @@ std::optional<std::string> RegistryClient::list_versions(std::string const& name
 ErrorText RegistryClient::fetch_artifact(std::string const& name, std::string const& channel,
                                          std::string const& version, std::string const& arch,
                                          std::string const& destination_path) const {
-    return download(package_url(name, channel, version, arch) + "/artifact", destination_path,
-                    stop_.get_token());
+    std::string const url = package_url(name, channel, version, arch) + "/artifact";
+    HeldDestination const destination(*this, destination_path);
+    return destination.is_held() ? download(url, destination_path, stop_.get_token())
+                                 : download_failure(url);
 }
 
 std::optional<std::string> RegistryClient::fetch_body(std::string const& url,
@@ -79,9 +115,11 @@ std::optional<std::string> RegistryClient::fetch_body(std::string const& url,
 ErrorText RegistryClient::download(std::string const& url, std::string const& destination_path,
                                    std::stop_token const& stop) {
     std::string const temporary = destination_path + ".tmp";
+    // A transfer of an earlier process may be alive and writing still: into a file of its own then.
+    std::remove(temporary.c_str());
     if (tessaron::run_shell(download_command(url, temporary), stop) != 0) {
         std::remove(temporary.c_str());
-        return "download failed: " + url;
+        return download_failure(url);
     }
     if (std::rename(temporary.c_str(), destination_path.c_str()) != 0) {
         return "download succeeded but couldn't move into place: " + destination_path;

@@ -3,7 +3,9 @@
 #include "MirelClientApp/remote/ErrorText.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <condition_variable>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
 
@@ -40,7 +42,8 @@ public:
     [[nodiscard]] std::optional<std::string> list_versions(std::string const& name,
                                                            std::string const& channel) const;
 
-    /// Fetches a build's artifact as `download` does.
+    /// Fetches a build's artifact as `download` does. While another call fetches to the same
+    /// destination, it waits for that one to end.
     [[nodiscard]] ErrorText fetch_artifact(std::string const& name, std::string const& channel,
                                            std::string const& version, std::string const& arch,
                                            std::string const& destination_path) const;
@@ -51,14 +54,20 @@ public:
 
     /// Fetches into `destination_path` + ".tmp" and renames: the destination is always a whole
     /// file, the previous one until then. A failed transfer removes the temporary file, a failed
-    /// rename leaves it.
+    /// rename leaves it. Two at once to one destination would share that file: keeping them apart
+    /// is the caller's duty.
     [[nodiscard]] static ErrorText download(std::string const& url,
                                             std::string const& destination_path,
                                             std::stop_token const& stop = {});
 
 private:
+    class HeldDestination;
+
     mutable tessaron::Mutex mutex_;
     std::string base_url_ TESSARON_GUARDED_BY(mutex_);
+    /// What artifacts are being fetched to.
+    mutable std::set<std::string> destinations_ TESSARON_GUARDED_BY(mutex_);
+    mutable std::condition_variable_any destination_freed_;
     std::stop_source stop_;
 };
 

@@ -1,5 +1,6 @@
 #include "MirelClientApp/routes/package_routes.hpp"
 
+#include "MirelClientApp/routes/json_helpers.hpp"
 #include "MirelClientApp/routes/route_replies.hpp"
 #include "app/utilities/json_value.hpp"
 
@@ -15,6 +16,18 @@ using tessaron::PackageManagerService;
 using tessaron::json::Value;
 
 namespace {
+
+HttpResponse update(PackageUpdater& updater, HttpRequest const& request) {
+    PackageUpdater::Request const wanted{.name = request.params.at("name"),
+                                         .version = parse_body_field(request.body, "version"),
+                                         .arch = parse_body_field(request.body, "arch"),
+                                         .channel = parse_body_field(request.body, "channel")};
+    if (wanted.version.empty() || wanted.arch.empty()) {
+        return HttpResponse::error("\"version\" and \"arch\" are required", 400);
+    }
+    updater.run_update_async(wanted);
+    return ok_response();
+}
 
 HttpResponse set_launch_args(PackageManagerService& packages, HttpRequest const& request) {
     Value body;
@@ -32,7 +45,8 @@ HttpResponse set_launch_args(PackageManagerService& packages, HttpRequest const&
 
 } // namespace
 
-void register_package_routes(WebServer& server, PackageManagerService& packages) {
+void register_package_routes(WebServer& server, PackageManagerService& packages,
+                             PackageUpdater& updater) {
     using Operation = PackageManagerReply (PackageManagerService::*)(std::string const&);
     auto const post = [&](std::string const& action, Operation operation) {
         server.route("POST", "/api/packages/{name}/" + action,
@@ -51,6 +65,13 @@ void register_package_routes(WebServer& server, PackageManagerService& packages)
     post("stop", &PackageManagerService::stop);
     post("restart", &PackageManagerService::restart);
     post("uninstall", &PackageManagerService::uninstall);
+    server.route("POST", "/api/packages/{name}/update",
+                 [&updater](HttpRequest const& request) { return update(updater, request); });
+    server.route("GET", "/api/packages/{name}/update-status",
+                 [&updater](HttpRequest const& request) {
+                     UpdateStatus const status = updater.status(request.params.at("name"));
+                     return HttpResponse::json(json_helpers::update_status(status).dump());
+                 });
     server.route(
         "POST", "/api/packages/{name}/launch-args",
         [&packages](HttpRequest const& request) { return set_launch_args(packages, request); });

@@ -1,24 +1,23 @@
 #pragma once
 
 #include "MirelClientApp/remote/RegistryClient.hpp"
+#include "MirelClientApp/updates/SelfUpdater.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "app/ConfigStore.hpp"
 
 #include <chrono>
-#include <string>
 
 namespace mirelclient {
 
-/// What the daemon tells of itself. What is referred to must outlive the server.
-struct SelfFacts {
+/// What the daemon tells of itself, and changes. What is referred to must outlive the server.
+struct SelfServices {
     tessaron::config::ConfigStore<8192>& config;
     RegistryClient& registry;
-    std::string version;
-    std::string arch; ///< "<cpu>-<os>"
+    SelfUpdater& updater; ///< Its arch is "<cpu>-<os>".
     std::chrono::steady_clock::time_point start_time;
 };
 
-/// "/api/self...": the daemon's own facts and configuration.
-void register_self_routes(WebServer& server, SelfFacts const& facts);
+/// "/api/self...": the daemon's own facts, configuration and update.
+void register_self_routes(WebServer& server, SelfServices const& self);
 
 } // namespace mirelclient

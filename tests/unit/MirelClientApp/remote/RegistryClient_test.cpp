@@ -5,10 +5,14 @@
 #include "tests/support/artifact_builder.hpp"
 #include "tests/support/wait_until.hpp"
 
+#include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <thread>
+#include <vector>
 
 namespace mirelclient {
 namespace {
@@ -187,6 +191,88 @@ TEST_F(RegistryClientTest, AStopRequestEndsATransferOfAServerThatHangs) {
               "download failed: " + client.package_url("n", "main", "1", "arch") + "/artifact");
     EXPECT_FALSE(fs::exists(temporary));
     EXPECT_FALSE(fs::exists(destination));
+}
+
+TEST_F(RegistryClientTest, ATransferToADestinationInUseWaitsUntilThatEnds) {
+    auto stalling = std::make_unique<TestHttpServer>();
+    stalling->answer("/api/packages/n/main/1/arch/artifact", {"begun", 1000, true});
+    server.answer("/api/packages/n/main/1/arch/artifact", {"whole"});
+    client.set_base_url(stalling->url());
+    ErrorText first_error;
+    ErrorText second_error;
+    std::thread first(
+        [&] { first_error = client.fetch_artifact("n", "main", "1", "arch", destination); });
+    wait_until([&] { return fs::exists(temporary); }, "the first transfer has begun its file");
+    client.set_base_url(server.url());
+    std::thread second(
+        [&] { second_error = client.fetch_artifact("n", "main", "1", "arch", destination); });
+    EXPECT_EQ(client.fetch_artifact("n", "main", "1", "arch", destination + "-of-another"),
+              std::nullopt);
+    EXPECT_EQ(server.requests().size(), 1U);
+    stalling.reset();
+    first.join();
+    second.join();
+    EXPECT_TRUE(first_error.has_value());
+    EXPECT_EQ(second_error, std::nullopt);
+    EXPECT_EQ(read_text(destination), "whole");
+    EXPECT_FALSE(fs::exists(temporary));
+}
+
+TEST_F(RegistryClientTest, AStopRequestEndsATransferThatWaitsForItsDestination) {
+    server.answer("/api/packages/n/main/1/arch/artifact", {"begun", 1000, true});
+    std::vector<std::thread> transfers;
+    std::atomic<int> failed = 0;
+    for (int i = 0; i < 4; ++i) {
+        transfers.emplace_back([&] {
+            failed +=
+                client.fetch_artifact("n", "main", "1", "arch", destination) ==
+                "download failed: " + client.package_url("n", "main", "1", "arch") + "/artifact";
+        });
+    }
+    wait_until([&] { return fs::exists(temporary); }, "a transfer has begun its file");
+    client.request_stop();
+    for (std::thread& transfer : transfers) {
+        transfer.join();
+    }
+    EXPECT_EQ(failed, 4);
+    EXPECT_EQ(server.requests().size(), 1U);
+    EXPECT_FALSE(fs::exists(temporary));
+    EXPECT_FALSE(fs::exists(destination));
+}
+
+TEST_F(RegistryClientTest, TransfersToOneDestinationLeaveOneOfTheirFilesWhole) {
+    // Long enough that transfers which did not wait would overlap.
+    std::string const of_one(3'000'000, '1');
+    std::string const of_two(2'000'000, '2');
+    TestHttpServer servers[2];
+    servers[0].answer("/api/packages/n/one/1/arch/artifact", {of_one});
+    servers[1].answer("/api/packages/n/two/1/arch/artifact", {of_two});
+    for (int round = 0; round < 20; ++round) {
+        ErrorText errors[2];
+        client.set_base_url(servers[0].url());
+        std::thread first(
+            [&] { errors[0] = client.fetch_artifact("n", "one", "1", "arch", destination); });
+        wait_until([&] { return servers[0].requests().size() > static_cast<std::size_t>(round); },
+                   "the first transfer has begun");
+        client.set_base_url(servers[1].url());
+        std::thread second(
+            [&] { errors[1] = client.fetch_artifact("n", "two", "1", "arch", destination); });
+        first.join();
+        second.join();
+        EXPECT_EQ(errors[0], std::nullopt);
+        EXPECT_EQ(errors[1], std::nullopt);
+        EXPECT_TRUE(read_text(destination) == of_two);
+        EXPECT_FALSE(fs::exists(temporary));
+    }
+}
+
+TEST_F(RegistryClientTest, AWriterOfAnEarlierTemporaryFileDoesNotWriteIntoTheNewOne) {
+    server.answer("/x", {"new"});
+    write_text(temporary, "old");
+    std::ofstream writer(temporary, std::ios::app);
+    ASSERT_EQ(RegistryClient::download(server.url() + "/x", destination), std::nullopt);
+    writer << "late" << std::flush;
+    EXPECT_EQ(read_text(destination), "new");
 }
 
 TEST_F(RegistryClientTest, AfterAStopRequestEveryTransferFails) {

@@ -59,5 +59,27 @@ TEST(RouteReplies, AConfigurationFieldHasItsKeysInOrder) {
               R"("name":"n","type_name":"int"})");
 }
 
+TEST(RouteReplies, AnUpdateStatusHasItsKeysInOrder) {
+    EXPECT_EQ(json_helpers::update_status({"error", "it failed", "1.0.0"}).dump(),
+              R"({"error":"it failed","phase":"error","target_version":"1.0.0"})");
+    EXPECT_EQ(json_helpers::update_status({"done", "", "1.0.0"}).dump(),
+              R"({"error":"","phase":"done","target_version":"1.0.0"})");
+}
+
+TEST(RouteReplies, APackageThatWasNeverUpdatedHasAnEmptyPhaseAlone) {
+    EXPECT_EQ(json_helpers::update_status({}).dump(), R"({"phase":""})");
+}
+
+TEST(RouteReplies, ACheckHasAnErrorOnlyIfThereIsOne) {
+    SelfUpdater::CheckResult result{true, "0.0.0", "1.0.0", "cpu-os", ""};
+    EXPECT_EQ(
+        json_helpers::check_result(result).dump(),
+        R"({"arch":"cpu-os","available":true,"current_version":"0.0.0","latest_version":"1.0.0"})");
+    result = {false, "0.0.0", "", "cpu-os", "down"};
+    EXPECT_EQ(json_helpers::check_result(result).dump(),
+              R"({"arch":"cpu-os","available":false,"current_version":"0.0.0","error":"down",)"
+              R"("latest_version":""})");
+}
+
 } // namespace
 } // namespace mirelclient

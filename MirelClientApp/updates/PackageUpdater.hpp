@@ -1,12 +1,8 @@
 #pragma once
 
-#include "libraries/vocabulary/Mutex.hpp"
-
 #include <chrono>
-#include <condition_variable>
-#include <cstddef>
 #include <functional>
-#include <map>
+#include <memory>
 #include <string>
 
 namespace mirelclient {
@@ -28,10 +24,10 @@ struct UpdateStatus {
 /// Two updates of one package run side by side; the installs themselves are ordered by the package
 /// service, and the later status write wins.
 ///
-/// Ownership: the steps are called on the update threads, with no lock held, and may block. They
-/// and what they refer to must stay alive until `wait_until_idle` has returned true, or the
-/// destructor has: it waits for the updates under way, so whatever the steps may be blocked in is
-/// ended first.
+/// Ownership: the update threads are detached and own what they touch, but for what the steps refer
+/// to: that must stay alive until `wait_until_idle` has returned true, or the destructor has. The
+/// destructor waits for the updates under way, so whatever the steps may be blocked in is ended
+/// first. Steps are called on the update threads, with no lock held, and may block.
 /// Thread safety: safe from any thread; one internal lock.
 /// Errors: in the status. An update whose thread cannot be started is in "error" at once.
 class PackageUpdater {
@@ -44,7 +40,7 @@ public:
         std::string channel; ///< Empty means "main".
     };
 
-    /// Each step gives an error's text, or an empty one on success.
+    /// Each step gives an error's text, or an empty one on success. An exception is a failure, too.
     struct Steps {
         std::function<std::string(Request const&)> download;
         std::function<std::string(Request const&)> install;
@@ -56,26 +52,19 @@ public:
     PackageUpdater(PackageUpdater const&) = delete;
     PackageUpdater& operator=(PackageUpdater const&) = delete;
 
-    /// Returns as soon as the thread runs.
-    void run_update_async(Request request) TESSARON_EXCLUDES(mutex_);
+    /// Returns as soon as the thread is started; the status is "downloading" by then.
+    void run_update_async(Request const& request);
 
     /// The last update's status; an empty phase for a package that was never updated.
-    UpdateStatus status(std::string const& name) const TESSARON_EXCLUDES(mutex_);
+    UpdateStatus status(std::string const& name) const;
 
     /// False if updates are under way still when `time` has passed.
-    [[nodiscard]] bool wait_until_idle(std::chrono::milliseconds time) TESSARON_EXCLUDES(mutex_);
+    [[nodiscard]] bool wait_until_idle(std::chrono::milliseconds time);
 
 private:
-    void run(Request const& request) TESSARON_EXCLUDES(mutex_);
-    void set_status(Request const& request, char const* phase, std::string error)
-        TESSARON_EXCLUDES(mutex_);
+    class Updates;
 
-    Steps const steps_;
-    mutable tessaron::Mutex mutex_;
-    std::condition_variable idle_;
-    std::size_t running_ TESSARON_GUARDED_BY(mutex_) = 0;
-    /// An entry is never removed.
-    std::map<std::string, UpdateStatus> statuses_ TESSARON_GUARDED_BY(mutex_);
+    std::shared_ptr<Updates> const updates_;
 };
 
 } // namespace mirelclient

@@ -2,6 +2,7 @@
 
 #include "MirelClientApp/remote/ErrorText.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
+#include "app/utilities/process_identity.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <functional>
@@ -15,7 +16,8 @@ namespace mirelclient {
 /// executable is taken from the artifact, and none of its scripts is run.
 ///
 /// Until the new file is renamed over the program's nothing has changed; from then on there is no
-/// way back.
+/// way back. The work is done in "/tmp/mirelclient-self-update-<process id>", which is gone when an
+/// update ends, and before the restart is asked for; the new file is staged beside the program.
 ///
 /// Ownership: the registry client must outlive the object.
 /// Thread safety: safe from any thread; one internal lock, held through a whole update, so that two
@@ -23,7 +25,8 @@ namespace mirelclient {
 /// Errors: an `ErrorText`, or the `error` of a check. Nothing is logged.
 class SelfUpdater {
 public:
-    /// Called on the updating thread, with the update's lock held, after a successful swap.
+    /// Called on the updating thread, with the update's lock held, after a successful swap. It may
+    /// block, but must not start an update or wait for one.
     using RequestRestart = std::function<void(std::string const& reason)>;
 
     struct CheckResult {
@@ -34,8 +37,10 @@ public:
         std::string error; ///< Empty unless the check failed.
     };
 
+    /// `program_path` is the file to replace; empty, when it cannot be told, makes updates fail.
     SelfUpdater(RegistryClient const& registry, std::string package_name, std::string arch,
-                std::string current_version, RequestRestart request_restart);
+                std::string current_version, RequestRestart request_restart,
+                std::string program_path = tessaron::detail::get_executable_path());
 
     std::string const& arch() const noexcept { return arch_; }
     std::string const& current_version() const noexcept { return current_version_; }
@@ -50,7 +55,17 @@ public:
     void request_stop();
 
 private:
-    /// Exit status of the shell command; non-zero also when it was ended by `request_stop`.
+    /// A build's executable, unpacked and checked, or the reason why there is none.
+    struct NewProgram {
+        ErrorText error;
+        std::string path;
+    };
+
+    /// All of an update but the restart.
+    ErrorText replace_program(std::string const& version) const TESSARON_REQUIRES(update_mutex_);
+    NewProgram unpack(std::string const& artifact, std::string const& directory) const;
+    ErrorText swap(std::string const& new_program) const;
+    /// Zero when the command succeeded; it did not when `request_stop` ended it.
     int shell(char const* command) const;
 
     RegistryClient const& registry_;
@@ -58,6 +73,7 @@ private:
     std::string const arch_;
     std::string const current_version_;
     RequestRestart const request_restart_;
+    std::string const program_path_;
     std::stop_source stop_;
     tessaron::Mutex update_mutex_;
 };
