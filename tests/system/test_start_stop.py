@@ -52,7 +52,8 @@ def test_the_configuration_stays_where_the_defaults_have_it(daemon):
     assert not STORE.exists()
     daemon.post("/api/self/config", {"name": "client_name", "value": "moved"})
     assert json.loads((CONFIG_DIR / "config.json").read_text())["client_name"]["value"] == "moved"
-    assert not (DAEMON_ROOT / "elsewhere/mirelclient").exists()
+    assert (DAEMON_ROOT / "elsewhere/mirelclient/sessions.log").is_file()
+    assert not (DAEMON_ROOT / "elsewhere/mirelclient/config.json").exists()
 
 
 def test_an_app_dir_with_quotes_and_blanks_is_one_folder(daemon):
@@ -130,6 +131,7 @@ def test_a_taken_web_port_does_not_end_the_daemon(daemon):
         wait_until(lambda: "web server failed to start: bind() failed: Address already in use"
                    in daemon.log(), "the failure is logged")
     assert "mirelClient: web server failed to start: bind() failed: Address already in use" in daemon.output()
+    daemon.wait_running()
     assert daemon.stop() == 143
 
 
@@ -138,6 +140,7 @@ def test_an_address_that_is_none_is_told(daemon):
     daemon.spawn()
     daemon_log = "web server failed to start: invalid bind address: localhost"
     wait_until(lambda: daemon_log in daemon.log(), "the failure is logged")
+    daemon.wait_running()
     assert daemon.stop() == 143
 
 
