@@ -25,7 +25,8 @@ constexpr std::chrono::milliseconds K_ANSWER_GRACE{500};
 MirelClientApp::MirelClientApp(tessaron::AppContext& context)
     : ConsoleApp(context), downloads_dir_(context.app_dir() + "/downloads"),
       registry_(context.config().as_str(config::K_REGISTRY_URL)),
-      packages_(context.app_dir() + "/store"),
+      packages_(context.app_dir() + "/store", tessaron::K_PACKAGE_MANAGER_SUPERVISE_POLL,
+                tessaron::InheritedChildren::of_this_process()),
       web_server_(context.config().as_str(config::K_WEB_ADDR),
                   static_cast<std::uint16_t>(context.config().as_int(config::K_WEB_PORT))),
       start_time_(std::chrono::steady_clock::now()) {

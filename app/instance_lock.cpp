@@ -136,7 +136,13 @@ void remove_lock_file_if_test_suffixed(std::string const& app_name) {
 }
 
 UniqueFd open_lock_file(std::string const& path) {
-    return open_file(path, O_RDWR | O_CREAT, 0666);
+    // First without creating it: the kernel refuses even root to "create" a file of somebody else's
+    // that is there already, in a folder that everybody may write to.
+    UniqueFd file = open_file(path, O_RDWR);
+    if (!file.is_open() && errno == ENOENT) {
+        file = open_file(path, O_RDWR | O_CREAT, 0666);
+    }
+    return file;
 }
 
 bool flock_uninterrupted(int fd, int operation) {

@@ -1,5 +1,6 @@
 #include "app/session_archive.hpp"
 
+#include "app/session_crash.hpp"
 #include "app/session_log_range.hpp"
 #include "app/utilities/file_io.hpp"
 #include "app/utilities/fs_tools.hpp"
@@ -220,23 +221,6 @@ std::vector<config::ConfigChange> config_changes_in_window(std::string const& pa
         }
     }
     return changes;
-}
-
-bool is_crash_session_reason(std::string const& reason) {
-    return reason.starts_with("crash:");
-}
-
-std::optional<CrashRecord> find_matching_crash_record(std::string const& crash_log,
-                                                      SessionRecord const& start,
-                                                      SessionRecord const& stop) {
-    std::int64_t const from = to_seconds(start.ts);
-    std::int64_t const to = to_seconds(stop.ts) + 1;
-    auto records = read_crash_history(crash_log, 0, K_CRASH_BACKTRACE_MAX);
-    auto const found =
-        std::find_if(records.rbegin(), records.rend(), [&](CrashRecord const& record) {
-            return record.pid == start.pid && record.ts >= from && record.ts <= to;
-        });
-    return found == records.rend() ? std::nullopt : std::optional(std::move(*found));
 }
 
 std::string format_crash_txt(CrashRecord const& record, std::vector<std::string> const& trace) {

@@ -73,15 +73,6 @@ std::string format_session_meta(SessionRecord const& start,
 std::vector<config::ConfigChange> config_changes_in_window(std::string const& path,
                                                            std::int64_t from, std::int64_t to);
 
-bool is_crash_session_reason(std::string const& reason);
-
-/// The record in the crash log that ended the session: the newest with the session's pid that is
-/// not before its start nor after its stop. The stop may be a second behind: the crash handler asks
-/// `time` for it, which lags behind the clock that the record's time is taken from.
-std::optional<CrashRecord> find_matching_crash_record(std::string const& crash_log,
-                                                      SessionRecord const& start,
-                                                      SessionRecord const& stop);
-
 /// The text of crash.txt.
 std::string format_crash_txt(CrashRecord const& record, std::vector<std::string> const& trace);
 

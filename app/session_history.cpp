@@ -17,6 +17,8 @@ using std::chrono::seconds;
 using std::chrono::system_clock;
 
 constexpr char K_ARGUMENT_SEPARATOR = '|';
+/// Room made in advance for the records asked for; the file may hold fewer.
+constexpr std::size_t K_RESERVED = 256;
 constexpr std::string_view K_RUNTIME = " runtime=";
 constexpr std::string_view K_ARGS = " args=";
 constexpr std::string_view K_REASON = " reason=";
@@ -210,6 +212,9 @@ std::string format_session_stop(SessionRecord const& record) {
 
 std::optional<SessionRecord> parse_session_line(std::string_view line) {
     line = without_carriage_returns(line);
+    if (line.find_first_of("\r\n") != line.npos) {
+        return parse_session_line(one_line(line)); // as it would have been written
+    }
     std::string_view const event = event_of(line);
     if (event != "start" && event != "stop") {
         return std::nullopt;
@@ -257,6 +262,7 @@ std::vector<SessionRecord> read_session_history(std::string const& path, std::si
         return read_all_records(file.get());
     }
     std::vector<SessionRecord> records;
+    records.reserve(std::min(max, K_RESERVED));
     BackwardLineReader reader(file.get());
     while (records.size() < max) {
         auto const line = reader.next();

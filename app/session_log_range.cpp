@@ -1,6 +1,6 @@
 #include "app/session_log_range.hpp"
 
-#include "app/session_archive.hpp"
+#include "app/session_crash.hpp"
 #include "app/utilities/line_text.hpp"
 #include "logger/log_generations.hpp"
 
@@ -156,8 +156,9 @@ std::optional<SessionLogRange> resolve_session_log_range(Logger& logger,
     SessionLogRange range;
     range.first = {start.generation, start.log_line};
     if (!stop) {
-        LogStats const stats = logger.stats();
-        range.last = {stats.generation, stats.line_count};
+        // Counted in the file: a message of several lines is one to the logger's statistics.
+        std::uint64_t const generation = logger.stats().generation;
+        range.last = {generation, logger.read_lines(generation, UINT64_MAX, 0).total_lines};
     } else if (stop->log_line == 0 && stop->generation == 0) {
         range.last = find_position_at_or_before(logger, range.first,
                                                 end_of_session_ms(crash_log, start, *stop));

@@ -36,8 +36,10 @@ json::Value listing_of(PackageEntry const& entry) {
 } // namespace
 
 PackageManagerService::PackageManagerService(std::string store_root,
-                                             std::chrono::milliseconds supervise_poll)
-    : store_root_(std::move(store_root)), supervise_poll_(supervise_poll) {
+                                             std::chrono::milliseconds supervise_poll,
+                                             InheritedChildren inherited)
+    : store_root_(std::move(store_root)), supervise_poll_(supervise_poll),
+      inherited_(std::move(inherited)) {
     // A store that cannot be made shows where it is used: nothing is found, installs fail.
     std::ignore = run_shell(package_commands::make_directories(store_root_));
     std::ignore = run_shell(package_commands::make_directories(store_root_ + "/" + "store"));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "libraries/vocabulary/Mutex.hpp"
+#include "package/InheritedChildren.hpp"
 #include "package/RespawnCooldown.hpp"
 #include "package/package_records.hpp"
 
@@ -47,10 +48,11 @@ inline constexpr std::chrono::milliseconds K_PACKAGE_MANAGER_STOP_POLL{50};
 class PackageManagerService {
 public:
     /// Makes the store, loads its registry and starts the supervisor, whose first pass comes one
-    /// `supervise_poll` later.
+    /// `supervise_poll` later. The supervisor reaps the `inherited` children, too.
     explicit PackageManagerService(
         std::string store_root,
-        std::chrono::milliseconds supervise_poll = K_PACKAGE_MANAGER_SUPERVISE_POLL);
+        std::chrono::milliseconds supervise_poll = K_PACKAGE_MANAGER_SUPERVISE_POLL,
+        InheritedChildren inherited = {});
     /// Calls `request_stop` and waits for the supervisor. No other thread may still be inside.
     ~PackageManagerService();
     PackageManagerService(PackageManagerService const&) = delete;
@@ -114,6 +116,7 @@ private:
 
     mutable Mutex mutex_;
     PackageEntries entries_ TESSARON_GUARDED_BY(mutex_);
+    InheritedChildren inherited_ TESSARON_GUARDED_BY(mutex_);
 
     Mutex wake_mutex_; ///< Only for sleeping: a stop must get through while `mutex_` is held.
     std::condition_variable wake_;

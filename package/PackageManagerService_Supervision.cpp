@@ -97,6 +97,9 @@ void PackageManagerService::supervise_once(RespawnCooldown& cooldown,
                                            RespawnCooldown::Clock::time_point now) {
     MutexLock lock(mutex_);
     bool const look_at_each = child_process::some_child_may_have_ended();
+    if (look_at_each) {
+        inherited_.reap_ended();
+    }
     for (auto& [name, entry] : entries_) {
         if (entry.pid >= 1 && look_at_each && child_process::has_ended(entry.pid)) {
             entry.pid = -1;

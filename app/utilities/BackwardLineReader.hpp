@@ -19,7 +19,7 @@ namespace tessaron {
 /// Errors: what cannot be read (or seeked in) has no lines before it.
 class BackwardLineReader {
 public:
-    static constexpr std::size_t K_BLOCK = 64 * 1024;
+    static constexpr std::size_t K_BLOCK = 16 * 1024;
 
     /// Reads in steps of at least `block` bytes, which must not be 0.
     explicit BackwardLineReader(int fd, std::size_t block = K_BLOCK);

@@ -1,4 +1,5 @@
 #include "app/session_archive.hpp"
+#include "app/session_crash.hpp"
 
 #include "tests/unit/logger/LoggerFixture.hpp"
 

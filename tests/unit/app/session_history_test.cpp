@@ -190,6 +190,12 @@ TEST(SessionLine, ACarriageReturnAtTheEndIsNotPartOfTheReason) {
     EXPECT_EQ(parsed("event=stop ts=80 pid=5 reason=end\r").reason, "end");
 }
 
+TEST(SessionLine, ALineBreakWithinALinePartsWordsLikeABlank) {
+    SessionRecord const record = parsed("event=start\rts=80 pid=5\nexe=/a\rb");
+    EXPECT_EQ(record.pid, 5);
+    EXPECT_EQ(record.exe, "/a b");
+}
+
 TEST(SessionLine, UnknownKeysArePassedOver) {
     SessionRecord const record = parsed("event=start ts=80 colour=red words here pid=5 exe=/a");
     EXPECT_EQ(record.pid, 5);

@@ -85,8 +85,9 @@ TEST_F(SessionLogTest, ReachesFromTheStartsLineToTheStops) {
 TEST_F(SessionLogTest, WithoutAStopItReachesToThePresentEnd) {
     log("at the start");
     SessionRecord const start = start_now();
-    log("within");
-    EXPECT_EQ(messages(start, {}), (Texts{"at the start", "within"}));
+    log("within\nand below");
+    log("at the end");
+    EXPECT_EQ(messages(start, {}), (Texts{"at the start", "within", "and below", "at the end"}));
 }
 
 TEST_F(SessionLogTest, AStartWithoutAPlaceHasNoRange) {
