@@ -8,7 +8,7 @@ import socket
 import subprocess
 
 from programs import BIN, DEADLINE, wait_until
-from sessions import newest_session_event
+from sessions import newest_session_event, session_lines
 
 DAEMON_ROOT = pathlib.Path("/usr/local/daemon")
 APP_DIR = DAEMON_ROOT / "mirelclient"
@@ -90,6 +90,16 @@ class Daemon:
         code = self.process.wait(DEADLINE)
         self.process = None
         return code
+
+    def crash(self, signal_number=signal.SIGSEGV):
+        """Crashes the process and waits for the image that replaces it."""
+        before = self.starts()
+        os.kill(self.pid, signal_number)
+        wait_until(lambda: self.starts() > before, "it has started anew")
+        self.wait_ready()
+
+    def starts(self):
+        return sum(line["event"] == "start" for line in session_lines(self.sessions_log, self.pid))
 
     def kill(self):
         if self.process is not None:
