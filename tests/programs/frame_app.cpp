@@ -6,7 +6,7 @@
 //     throw std|int        throws on a side thread       main-throw std|int
 //     crash-on-stop HOW    crashes in the next stop      crash-in-handler
 //     reboot REASON        requests a restart            runtime TEXT     sets the runtime state
-//     sessions | crashes   prints the histories
+//     sessions | crashes   prints the histories          stop             ends
 //
 // HOW: segv, abort, fpe, ill, bus, overflow (of the stack), or "raise N". A line "ready" tells that
 // the application runs; every command is answered by a line "ok".
@@ -242,6 +242,8 @@ private:
             s_crash_in_handler = true;
         } else if (name == "reboot") {
             app_control().request_reboot(rest);
+        } else if (name == "stop") {
+            request_stop();
         } else if (name == "runtime") {
             FrameRuntime::set(rest);
         } else if (name == "sessions") {
