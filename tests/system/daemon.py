@@ -34,6 +34,7 @@ class Answer:
 class Daemon:
     def __init__(self, output_path):
         self.output_path = output_path
+        self.program = BIN / "mirelclient"
         self.process = None
         self.sessions_log = CONFIG_DIR / "sessions.log"
 
@@ -57,7 +58,7 @@ class Daemon:
         assert self.process is None
         with open(self.output_path, "ab") as output:
             self.process = subprocess.Popen(
-                [BIN / "mirelclient", *arguments], stdin=subprocess.DEVNULL, stdout=output,
+                [self.program, *arguments], stdin=subprocess.DEVNULL, stdout=output,
                 stderr=subprocess.STDOUT, env={**os.environ, **(environment or {})}, **popen)
         return self
 
