@@ -14,13 +14,13 @@
 
 namespace mirelclient {
 
+using std::chrono::steady_clock;
+
 namespace {
 
-/// How long a restart waits for the answers on their way to their callers, among them that of the
-/// request that asked for it.
-constexpr std::chrono::milliseconds K_ANSWER_GRACE{500};
-/// How long it waits for the updates under way, once all that they may be blocked in was ended.
-constexpr std::chrono::milliseconds K_UPDATE_GRACE{500};
+/// How long a restart waits for what is under way to end, and for the answers on their way to their
+/// callers, among them that of the request that asked for it.
+constexpr std::chrono::milliseconds K_RESTART_GRACE{500};
 
 } // namespace
 
@@ -31,11 +31,11 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
                 tessaron::InheritedChildren::of_this_process()),
       self_updater_(registry_, context.config().as_str(config::K_SELF_UPDATE_PACKAGE_NAME),
                     detect_platform_arch(), K_RUNNING_VERSION_CORE,
-                    [this](std::string const& reason) { request_restart(reason); }),
+                    [this](std::string const& reason) { app_control().request_reboot(reason); }),
       package_updater_(update_steps()),
       web_server_(context.config().as_str(config::K_WEB_ADDR),
                   static_cast<std::uint16_t>(context.config().as_int(config::K_WEB_PORT))),
-      start_time_(std::chrono::steady_clock::now()) {
+      start_time_(steady_clock::now()) {
     mkdir_recursive(downloads_dir_);
     apply_bootstrap_package_list();
     start_web_server();
@@ -55,19 +55,18 @@ void MirelClientApp::end_what_is_under_way() {
 
 void MirelClientApp::prepare_for_restart() {
     end_what_is_under_way();
-    // Those that last longer end as if the process had been killed: at any moment of an update the
-    // package is whole.
-    std::ignore = package_updater_.wait_until_idle(K_UPDATE_GRACE);
-    std::ignore = web_server_.wait_until_answered(K_ANSWER_GRACE);
+    auto const deadline = steady_clock::now() + K_RESTART_GRACE;
+    auto const time_left = [deadline] {
+        return std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now());
+    };
+    // What has not ended by then is cut off, as by a crash, which the store survives.
+    std::ignore = package_updater_.wait_until_idle(time_left());
+    std::ignore = web_server_.wait_until_answered(time_left());
 }
 
 int MirelClientApp::run_impl() {
     wait_until_stopped();
     return 0;
-}
-
-void MirelClientApp::request_restart(std::string const& reason) {
-    app_control().request_reboot(reason);
 }
 
 void MirelClientApp::mkdir_recursive(std::string const& path) {

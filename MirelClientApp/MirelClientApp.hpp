@@ -1,9 +1,9 @@
 #pragma once
 
-#include "MirelClientApp/PackageUpdater.hpp"
-#include "MirelClientApp/SelfUpdater.hpp"
 #include "MirelClientApp/remote/ErrorText.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
+#include "MirelClientApp/updates/PackageUpdater.hpp"
+#include "MirelClientApp/updates/SelfUpdater.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "app/ConsoleApp.hpp"
 #include "package/PackageManagerService.hpp"
@@ -46,8 +46,8 @@ public:
 private:
     int run_impl() override;
     void prepare_for_restart() override;
-    /// The program's file was replaced by a newer build's: makes way for that.
-    void request_restart(std::string const& reason);
+    /// Transfers and shell commands; from then on all further ones fail.
+    void end_what_is_under_way();
 
     /// Where a build's artifact lies once it was fetched.
     std::string artifact_path(std::string const& name, std::string const& version,
@@ -57,7 +57,6 @@ private:
                              std::string const& version, std::string const& arch) const;
     PackageUpdater::Steps update_steps();
 
-    void end_what_is_under_way();
     void apply_bootstrap_package_list();
     void apply_bootstrap_entry(tessaron::json::Value const& entry);
     void start_web_server();

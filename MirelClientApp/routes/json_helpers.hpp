@@ -1,7 +1,7 @@
 #pragma once
 
-#include "MirelClientApp/PackageUpdater.hpp"
-#include "MirelClientApp/SelfUpdater.hpp"
+#include "MirelClientApp/updates/PackageUpdater.hpp"
+#include "MirelClientApp/updates/SelfUpdater.hpp"
 #include "app/config_field.hpp"
 #include "app/utilities/json_value.hpp"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MirelClientApp/PackageUpdater.hpp"
+#include "MirelClientApp/updates/PackageUpdater.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "package/PackageManagerService.hpp"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "MirelClientApp/SelfUpdater.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
+#include "MirelClientApp/updates/SelfUpdater.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "app/ConfigStore.hpp"
 

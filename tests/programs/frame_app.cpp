@@ -6,15 +6,20 @@
 //     throw std|int        throws on a side thread       main-throw std|int
 //     crash-on-stop HOW    crashes in the next stop      crash-in-handler
 //     reboot REASON        requests a restart            runtime TEXT     sets the runtime state
-//     sessions | crashes   prints the histories
+//     sessions | crashes   prints the histories          stop             ends
 //
 // HOW: segv, abort, fpe, ill, bus, overflow (of the stack), or "raise N". A line "ready" tells that
 // the application runs; every command is answered by a line "ok".
+//
+// Environment: FRAME_APP_KEEP is the number of session archives to keep.
+// FRAME_APP_PAUSE_BEFORE_SHELL names a FIFO; it is read to its end after the first look at the
+// instance lock and before the attempt to take it.
 
 #include "app/AppConfig.hpp"
 #include "app/AppContext.hpp"
 #include "app/ConsoleApp.hpp"
 #include "app/instance_lock.hpp"
+#include "app/utilities/file_io.hpp"
 #include "app/utilities/start_thread.hpp"
 
 #include <array>
@@ -237,6 +242,8 @@ private:
             s_crash_in_handler = true;
         } else if (name == "reboot") {
             app_control().request_reboot(rest);
+        } else if (name == "stop") {
+            request_stop();
         } else if (name == "runtime") {
             FrameRuntime::set(rest);
         } else if (name == "sessions") {
@@ -270,6 +277,13 @@ private:
     std::thread commands_;
 };
 
+/// Lets somebody else take the lock that the context has seen free.
+void pause_if_told() {
+    if (char const* const fifo = std::getenv("FRAME_APP_PAUSE_BEFORE_SHELL")) {
+        std::ignore = tessaron::read_file(fifo);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -277,6 +291,7 @@ int main(int argc, char** argv) {
         std::filesystem::create_directories(K_APP_DIR.default_value);
         static tessaron::config::AppConfig<K_ALL_FIELDS> config;
         static tessaron::AppContext context(config.store(), argc, argv);
+        pause_if_told();
         return FrameApp::instance(context).run(argc, argv);
     } catch (tessaron::AlreadyRunningError const& error) {
         std::fprintf(stderr, "%s\n", error.what());

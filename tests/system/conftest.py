@@ -11,6 +11,7 @@ import subprocess
 import pytest
 
 from daemon import Daemon, LOG_ROOT
+from frame_program import FrameProgram
 from registry import Registry
 
 
@@ -62,6 +63,20 @@ def daemon(tmp_path):
     daemon = Daemon(tmp_path / "daemon.out")
     yield daemon
     daemon.kill()
+
+
+@pytest.fixture
+def frame(tmp_path):
+    """Starts the test application: arguments, and variables of the environment by name."""
+    programs = []
+
+    def start(*arguments, **environment):
+        programs.append(FrameProgram(tmp_path, *arguments, **environment))
+        return programs[-1]
+
+    yield start
+    for program in programs:
+        program.kill()
 
 
 @pytest.fixture

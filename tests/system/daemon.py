@@ -8,6 +8,7 @@ import socket
 import subprocess
 
 from programs import BIN, DEADLINE, wait_until
+from sessions import newest_session_event, session_lines
 
 DAEMON_ROOT = pathlib.Path("/usr/local/daemon")
 APP_DIR = DAEMON_ROOT / "mirelclient"
@@ -33,8 +34,9 @@ class Answer:
 class Daemon:
     def __init__(self, output_path):
         self.output_path = output_path
+        self.program = BIN / "mirelclient"
         self.process = None
-        self.exit_code = None
+        self.sessions_log = CONFIG_DIR / "sessions.log"
 
     # -- life --
 
@@ -42,6 +44,8 @@ class Daemon:
         CONFIG_DIR.mkdir(parents=True, exist_ok=True)
         document = {name: {"value": value} for name, value in fields.items()}
         (CONFIG_DIR / "config.json").write_text(json.dumps(document))
+        self.sessions_log = pathlib.Path(fields.get("app_dir", APP_DIR),
+                                         fields.get("app_name", "mirelclient"), "sessions.log")
 
     def bootstrap(self, entries, **fields):
         CONFIG_DIR.mkdir(parents=True, exist_ok=True)
@@ -54,7 +58,7 @@ class Daemon:
         assert self.process is None
         with open(self.output_path, "ab") as output:
             self.process = subprocess.Popen(
-                [BIN / "mirelclient", *arguments], stdin=subprocess.DEVNULL, stdout=output,
+                [self.program, *arguments], stdin=subprocess.DEVNULL, stdout=output,
                 stderr=subprocess.STDOUT, env={**os.environ, **(environment or {})}, **popen)
         return self
 
@@ -71,12 +75,32 @@ class Daemon:
             except OSError:
                 return False
         wait_until(answers, "the daemon answers")
+        self.wait_running()
+
+    def wait_running(self):
+        """Waits for the line of its start, from which on a stop signal ends it: one that comes between
+        the first answer and this line counts for the exit code alone."""
+        wait_until(lambda: self.newest_session_event() == "start", "the start is in the session history")
+
+    def newest_session_event(self):
+        """Of this process; an image that has replaced it after a crash is the same process."""
+        return newest_session_event(self.sessions_log, self.pid)
 
     def stop(self, signal_number=signal.SIGTERM):
         self.process.send_signal(signal_number)
         code = self.process.wait(DEADLINE)
         self.process = None
         return code
+
+    def crash(self, signal_number=signal.SIGSEGV):
+        """Crashes the process and waits for the image that replaces it."""
+        before = self.starts()
+        os.kill(self.pid, signal_number)
+        wait_until(lambda: self.starts() > before, "it has started anew")
+        self.wait_ready()
+
+    def starts(self):
+        return sum(line["event"] == "start" for line in session_lines(self.sessions_log, self.pid))
 
     def kill(self):
         if self.process is not None:

@@ -49,6 +49,9 @@ class Registry:
         folder = self.work / f"package-{self.count}"
         folder.mkdir()
         write_package(folder, files)
+        program = folder / executable
+        if program.is_file():
+            program.chmod(0o755)
         artifact = self.work / f"artifact-{self.count}.tar.gz"
         run(BIN / "mirelpack", "build", folder, "--executable", executable,
             "--description", description, "-o", artifact)

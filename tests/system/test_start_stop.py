@@ -131,6 +131,7 @@ def test_a_taken_web_port_does_not_end_the_daemon(daemon):
         wait_until(lambda: "web server failed to start: bind() failed: Address already in use"
                    in daemon.log(), "the failure is logged")
     assert "mirelClient: web server failed to start: bind() failed: Address already in use" in daemon.output()
+    daemon.wait_running()
     assert daemon.stop() == 143
 
 
@@ -139,6 +140,7 @@ def test_an_address_that_is_none_is_told(daemon):
     daemon.spawn()
     daemon_log = "web server failed to start: invalid bind address: localhost"
     wait_until(lambda: daemon_log in daemon.log(), "the failure is logged")
+    daemon.wait_running()
     assert daemon.stop() == 143
 
 

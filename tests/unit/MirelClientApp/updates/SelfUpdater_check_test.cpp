@@ -1,4 +1,4 @@
-#include "tests/unit/MirelClientApp/SelfUpdaterTest.hpp"
+#include "tests/unit/MirelClientApp/updates/SelfUpdaterTest.hpp"
 
 #include <gmock/gmock.h>
 

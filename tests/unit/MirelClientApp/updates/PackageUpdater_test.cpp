@@ -1,4 +1,4 @@
-#include "MirelClientApp/PackageUpdater.hpp"
+#include "MirelClientApp/updates/PackageUpdater.hpp"
 
 #include "tests/support/wait_until.hpp"
 

@@ -1,5 +1,5 @@
 #include "tests/support/wait_until.hpp"
-#include "tests/unit/MirelClientApp/SelfUpdaterTest.hpp"
+#include "tests/unit/MirelClientApp/updates/SelfUpdaterTest.hpp"
 
 #include <cstdlib>
 #include <thread>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MirelClientApp/SelfUpdater.hpp"
+#include "MirelClientApp/updates/SelfUpdater.hpp"
 
 #include "tests/support/TemporaryDirectory.hpp"
 #include "tests/support/TestHttpServer.hpp"

@@ -1,7 +1,7 @@
 // Updates of one package at the same time, with a real registry client, a real package service and
 // real artifacts: whatever their order, the package ends whole.
-#include "MirelClientApp/PackageUpdater.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
+#include "MirelClientApp/updates/PackageUpdater.hpp"
 #include "app/utilities/json_value.hpp"
 #include "package/PackageManagerService.hpp"
 #include "tests/support/TemporaryDirectory.hpp"

@@ -1,4 +1,4 @@
-#include "MirelClientApp/PackageUpdater.hpp"
+#include "MirelClientApp/updates/PackageUpdater.hpp"
 
 #include "app/utilities/start_thread.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <exception>
 #include <map>
-#include <thread>
 #include <utility>
 
 namespace mirelclient {

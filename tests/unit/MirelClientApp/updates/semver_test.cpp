@@ -1,4 +1,4 @@
-#include "MirelClientApp/remote/semver.hpp"
+#include "MirelClientApp/updates/semver.hpp"
 
 #include <gtest/gtest.h>
 #include <limits>

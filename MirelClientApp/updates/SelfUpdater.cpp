@@ -1,6 +1,6 @@
-#include "MirelClientApp/SelfUpdater.hpp"
+#include "MirelClientApp/updates/SelfUpdater.hpp"
 
-#include "MirelClientApp/remote/semver.hpp"
+#include "MirelClientApp/updates/semver.hpp"
 #include "app/utilities/file_io.hpp"
 #include "app/utilities/json_value.hpp"
 #include "app/utilities/shell_command.hpp"
