@@ -227,14 +227,20 @@ def test_an_update_while_another_one_is_going(machine, registry, hold):
 
 @pytest.mark.parametrize("versions", [["2.0.0", "3.0.0"], ["3.0.0", "3.0.0"], ["2.0.0", "3.0.0", "3.0.0", "2.0.0"]])
 def test_updates_at_the_same_time_end_whole(machine, registry, versions):
+    installs = APP_DIR / "installs"
     blobs = {"2.0.0": os.urandom(3 << 20), "3.0.0": os.urandom(2 << 20)}
     for version, blob in blobs.items():
-        registry.publish("two", version, files={"run": SLEEPER, "blob": blob})
-    for round_number in range(5):
+        registry.publish("two", version, files={"run": SLEEPER, "blob": blob, "install.sh": f"echo >>{installs}\n"})
+
+    def all_have_ended(count):
+        # A thread has its name only once it runs: each of them does when its install has begun.
+        return (installs.exists() and len(installs.read_text()) == count and updates_under_way(machine) == 0)
+
+    for round_number in range(1, 6):
         for version in versions:
             update(machine, "two", version)
-        wait_until(lambda: updates_under_way(machine) == 0, "all updates have ended")
-        assert status_of(machine, "two")["phase"] == "done", round_number
+        wait_until(lambda: all_have_ended(round_number * len(versions)), "all updates have ended")
+        assert status_of(machine, "two")["phase"] == "done"
         expect_whole(machine, "two", versions, blobs)
 
 
