@@ -1,12 +1,19 @@
 // An application on the frame that does what it is told on its standard input, one command a line,
 // so that the tests can watch the frame from outside while it crashes, stops and starts anew:
 //
-//     log LEVEL TEXT       logs                          burst N          logs N lines
-//     crash HOW            crashes on a side thread      main-crash HOW   on the main thread
-//     throw std|int        throws on a side thread       main-throw std|int
-//     crash-on-stop HOW    crashes in the next stop      crash-in-handler
-//     reboot REASON        requests a restart            runtime TEXT     sets the runtime state
-//     sessions | crashes   prints the histories
+//     log LEVEL TEXT        logs                             burst N          logs N lines
+//     log-aside             logs on a side thread
+//     crash HOW             crashes on a side thread         main-crash HOW   on the main thread
+//     crash-together HOW    crashes on four threads at once  sink-crash HOW   on the log's thread
+//     throw std|int         throws on a side thread          main-throw std|int
+//     crash-on-stop HOW     crashes in the next stop
+//     crash-in-handler      makes the handler of the next crash crash, too
+//     unsafe-dump           makes it allocate
+//     hold-allocator        a thread takes that lock for ever; see held_locks.hpp
+//     hold-queue            the same for the lock of the log's queue
+//     reboot REASON         requests a restart
+//     runtime TEXT          sets the runtime state
+//     sessions | crashes    prints the histories
 //
 // HOW: segv, abort, fpe, ill, bus, overflow (of the stack), or "raise N". A line "ready" tells that
 // the application runs; every command is answered by a line "ok".
@@ -16,20 +23,19 @@
 #include "app/ConsoleApp.hpp"
 #include "app/instance_lock.hpp"
 #include "app/utilities/start_thread.hpp"
+#include "tests/programs/faults.hpp"
+#include "tests/programs/held_locks.hpp"
 
 #include <array>
 #include <atomic>
-#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <limits>
 #include <poll.h>
-#include <stdexcept>
 #include <string>
-#include <sys/mman.h>
 #include <tuple>
 #include <unistd.h>
 
@@ -52,7 +58,9 @@ constexpr TextField K_GREETING{"greeting",
 constexpr auto K_ALL_FIELDS =
     std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL, K_GREETING);
 
-std::atomic<bool> s_crash_in_handler{false};
+/// What the application does wrong in its own part of the crash handler.
+enum class HandlerFault { none, crash, allocate };
+std::atomic<HandlerFault> s_handler_fault{HandlerFault::none};
 
 /// A state that is a text in fixed memory, as a crash handler needs it.
 class FrameRuntime final : public tessaron::IRuntimeState {
@@ -62,8 +70,12 @@ public:
     std::string dump_named() const override { return s_text.data(); }
     void save() override {}
     RawDump raw_dump_signal_safe() const noexcept override {
-        if (s_crash_in_handler) {
-            std::raise(SIGSEGV);
+        if (s_handler_fault == HandlerFault::crash) {
+            faults::write_to_nowhere();
+        }
+        if (s_handler_fault == HandlerFault::allocate) {
+            char* volatile memory = new char;
+            delete memory;
         }
         return {s_text.data(), std::strlen(s_text.data())};
     }
@@ -75,69 +87,6 @@ public:
 private:
     static inline std::array<char, 256> s_text{};
 };
-
-#if defined(__clang__)
-#define WITHOUT_SANITIZERS __attribute__((no_sanitize("undefined", "address")))
-#else
-#define WITHOUT_SANITIZERS
-#endif
-
-WITHOUT_SANITIZERS void write_to_nowhere() {
-    int volatile* volatile nowhere = reinterpret_cast<int volatile*>(8);
-    *nowhere = 1;
-}
-
-WITHOUT_SANITIZERS int divide_by_zero() {
-    int volatile number = 7;
-    int volatile zero = 0;
-    return number / zero;
-}
-
-void touch_behind_the_end_of_a_file() {
-    FILE* const file = std::tmpfile();
-    void* const page = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, ::fileno(file), 0);
-    *static_cast<char volatile*>(page) = 1;
-}
-
-/// Recurses for as long as it is told to, which is longer than any stack lasts.
-[[gnu::noinline]] WITHOUT_SANITIZERS int use_up_the_stack(int depth, int volatile* limit) {
-    char volatile frame[1024];
-    frame[depth % 1024] = static_cast<char>(depth);
-    if (depth == *limit) {
-        return 0;
-    }
-    return use_up_the_stack(depth + 1, limit) + frame[(depth + 1) % 1024];
-}
-
-void crash(std::string const& how) {
-    if (how == "segv") {
-        write_to_nowhere();
-    } else if (how == "abort") {
-        std::abort();
-    } else if (how == "fpe") {
-        std::exit(divide_by_zero());
-    } else if (how == "ill") {
-#if defined(__x86_64__) || defined(__i386__)
-        __asm__ volatile("ud2");
-#else
-        std::raise(SIGILL);
-#endif
-    } else if (how == "bus") {
-        touch_behind_the_end_of_a_file();
-    } else if (how == "overflow") {
-        int volatile limit = std::numeric_limits<int>::max();
-        std::exit(use_up_the_stack(0, &limit));
-    } else if (how.starts_with("raise ")) {
-        std::raise(std::atoi(how.c_str() + 6));
-    }
-}
-
-void throw_something(std::string const& what) {
-    if (what == "int") {
-        throw 42;
-    }
-    throw std::runtime_error("told to throw");
-}
 
 LogLevel level_named(std::string const& name) {
     for (LogLevel const level : {LogLevel::TRACE, LogLevel::WARNING, LogLevel::ERROR}) {
@@ -172,10 +121,10 @@ private:
         wait_until_stopped();
         stopping_ = true;
         if (!main_crash_.empty()) {
-            crash(main_crash_);
+            faults::crash(main_crash_);
         }
         if (!main_throw_.empty()) {
-            throw_something(main_throw_);
+            faults::throw_something(main_throw_);
         }
         return 0;
     }
@@ -222,9 +171,9 @@ private:
                 context().log().log(LogLevel::INFO, "burst ", number);
             }
         } else if (name == "crash") {
-            crash(rest);
+            faults::crash(rest);
         } else if (name == "throw") {
-            throw_something(rest);
+            faults::throw_something(rest);
         } else if (name == "crash-on-stop") {
             main_crash_ = rest;
         } else if (name == "main-crash") {
@@ -234,7 +183,20 @@ private:
             main_throw_ = rest;
             request_stop();
         } else if (name == "crash-in-handler") {
-            s_crash_in_handler = true;
+            s_handler_fault = HandlerFault::crash;
+        } else if (name == "unsafe-dump") {
+            s_handler_fault = HandlerFault::allocate;
+        } else if (name == "crash-together") {
+            faults::crash_together(rest);
+        } else if (name == "sink-crash") {
+            context().logger().register_line_sink(
+                [rest](std::uint64_t, std::string const&, std::uint64_t) { faults::crash(rest); });
+        } else if (name == "hold-allocator") {
+            held_locks::hold_allocator();
+        } else if (name == "hold-queue") {
+            held_locks::hold_log_queue(context().logger());
+        } else if (name == "log-aside") {
+            held_locks::log_aside(context().logger());
         } else if (name == "reboot") {
             app_control().request_reboot(rest);
         } else if (name == "runtime") {

@@ -11,6 +11,7 @@ import subprocess
 import pytest
 
 from daemon import Daemon, LOG_ROOT
+from frame_app import FrameApp
 from registry import Registry
 
 
@@ -65,6 +66,13 @@ def daemon(tmp_path):
 
 
 @pytest.fixture
+def app(tmp_path):
+    app = FrameApp(tmp_path)
+    yield app
+    app.kill()
+
+
+@pytest.fixture
 def registry(tmp_path):
     registry = Registry(tmp_path)
     yield registry
@@ -79,3 +87,6 @@ def pytest_runtest_makereport(item, call):
     if report.failed and daemon is not None:
         report.sections.append(("daemon output", daemon.output()[-4000:]))
         report.sections.append(("daemon log", daemon.log()[-4000:]))
+    app = item.funcargs.get("app") if hasattr(item, "funcargs") else None
+    if report.failed and app is not None:
+        report.sections.append(("frame_app errors", app.errors()[-4000:]))
