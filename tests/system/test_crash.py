@@ -18,12 +18,19 @@ def stderr_of_restart(number, attempt=1):
             f"[app] crash - auto-restarting (attempt {attempt} of 5)\n")
 
 
+def signal_sets(pid):
+    """What the process blocks and what it ignores, of all signals."""
+    with open(f"/proc/{pid}/status", encoding="utf-8") as file:
+        return [line for line in file if line.startswith(("SigBlk:", "SigIgn:"))]
+
+
 def check_restart(app, pid, record_time):
     """The image is a new one in the same process: nothing but the two variables has changed."""
     assert app.process.poll() is None and app.pid == pid
     assert os.readlink(f"/proc/{pid}/exe") == str(PROGRAM)
     with open(f"/proc/{pid}/cmdline", encoding="utf-8") as file:
         assert file.read().split("\0")[:-1] == [str(PROGRAM), *ARGUMENTS]
+    assert signal_sets(pid) == app.signal_sets
     environment = environment_of(pid)
     assert environment.pop(COUNT) == "1"
     assert int(environment.pop(WINDOW)) in (record_time - 1, record_time, record_time + 1)
@@ -54,6 +61,7 @@ def start_and_log(app):
     app.do("log WARNING three")
     app.wait_log("three")
     assert "below the level" not in app.log_text()
+    app.signal_sets = signal_sets(app.pid)
     return app.pid
 
 
