@@ -5,8 +5,12 @@
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <limits>
+#include <link.h>
+#include <pthread.h>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <thread>
@@ -18,6 +22,12 @@
 #endif
 
 namespace faults {
+
+namespace {
+
+void* volatile s_memory = std::malloc(1);
+
+} // namespace
 
 FAULT void write_to_nowhere() {
     int volatile* volatile nowhere = reinterpret_cast<int volatile*>(8);
@@ -82,6 +92,28 @@ void crash(std::string const& how) {
         throw 42;
     }
     throw std::runtime_error("told to throw");
+}
+
+void call_unsafe(std::string_view name) {
+    static pthread_mutex_t s_mutex = PTHREAD_MUTEX_INITIALIZER;
+    Dl_info info{};
+    if (name == "malloc") {
+        s_memory = std::malloc(1);
+    } else if (name == "free") {
+        std::free(s_memory);
+    } else if (name == "pthread_mutex_lock") {
+        ::pthread_mutex_lock(&s_mutex);
+    } else if (name == "printf") {
+        std::printf("%d", 1);
+    } else if (name == "fopen") {
+        s_memory = std::fopen("/dev/null", "re");
+    } else if (name == "setenv") {
+        ::setenv("NAME", "value", 1);
+    } else if (name == "dladdr") {
+        ::dladdr(s_memory, &info);
+    } else if (name == "dl_iterate_phdr") {
+        ::dl_iterate_phdr([](dl_phdr_info*, std::size_t, void*) { return 0; }, nullptr);
+    }
 }
 
 void crash_together(std::string const& how) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 /// Ways of going wrong for real, for the tests of what follows. The functions that fail are
 /// exported, so that a crash record can name them.
@@ -15,6 +16,10 @@ void crash(std::string const& how);
 
 /// Crashes on several threads at the same moment. Does not return.
 void crash_together(std::string const& how);
+
+/// Calls something that is not async-signal-safe: malloc, free, pthread_mutex_lock, printf, fopen,
+/// setenv, dladdr or dl_iterate_phdr.
+void call_unsafe(std::string_view name);
 
 // The functions that `crash` fails in, by the name of what they raise.
 

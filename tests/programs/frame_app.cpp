@@ -8,7 +8,7 @@
 //     throw std|int         throws on a side thread          main-throw std|int
 //     crash-on-stop HOW     crashes in the next stop
 //     crash-in-handler      makes the handler of the next crash crash, too
-//     unsafe-dump           makes it allocate
+//     unsafe-dump NAME      makes it call that function, which it must not
 //     hold-allocator        a thread takes that lock for ever; see held_locks.hpp
 //     hold-queue            the same for the lock of the log's queue
 //     reboot REASON         requests a restart
@@ -59,8 +59,8 @@ constexpr auto K_ALL_FIELDS =
     std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL, K_GREETING);
 
 /// What the application does wrong in its own part of the crash handler.
-enum class HandlerFault { none, crash, allocate };
-std::atomic<HandlerFault> s_handler_fault{HandlerFault::none};
+std::atomic<bool> s_crash_in_handler{false};
+std::atomic<char const*> s_unsafe_call{nullptr};
 
 /// A state that is a text in fixed memory, as a crash handler needs it.
 class FrameRuntime final : public tessaron::IRuntimeState {
@@ -70,12 +70,11 @@ public:
     std::string dump_named() const override { return s_text.data(); }
     void save() override {}
     RawDump raw_dump_signal_safe() const noexcept override {
-        if (s_handler_fault == HandlerFault::crash) {
+        if (s_crash_in_handler) {
             faults::write_to_nowhere();
         }
-        if (s_handler_fault == HandlerFault::allocate) {
-            char* volatile memory = new char;
-            delete memory;
+        if (char const* const call = s_unsafe_call) {
+            faults::call_unsafe(call);
         }
         return {s_text.data(), std::strlen(s_text.data())};
     }
@@ -183,9 +182,10 @@ private:
             main_throw_ = rest;
             request_stop();
         } else if (name == "crash-in-handler") {
-            s_handler_fault = HandlerFault::crash;
+            s_crash_in_handler = true;
         } else if (name == "unsafe-dump") {
-            s_handler_fault = HandlerFault::allocate;
+            static std::string const s_name = rest;
+            s_unsafe_call = s_name.c_str();
         } else if (name == "crash-together") {
             faults::crash_together(rest);
         } else if (name == "sink-crash") {

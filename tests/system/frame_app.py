@@ -34,9 +34,12 @@ def threads_in_system_call(pid, name, number):
     """The threads of that name that are in that system call at the moment."""
     found = []
     for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
-        if (task / "comm").read_text() == name + "\n" and \
-                (task / "syscall").read_text().split()[0] == str(number):
-            found.append(int(task.name))
+        try:
+            if (task / "comm").read_text() == name + "\n" and \
+                    (task / "syscall").read_text().split()[0] == str(number):
+                found.append(int(task.name))
+        except OSError:
+            pass  # it has ended
     return found
 
 

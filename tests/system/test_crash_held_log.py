@@ -24,7 +24,7 @@ def make_the_log_stick(app):
     try:
         app.do("log INFO into the pipe")
         wait_until(lambda: descriptors_of_pipe(app, LOG_FILE) == 2, "the log reads the pipe it writes")
-        LOG_FILE.unlink() # the next image finds no pipe
+        LOG_FILE.unlink()  # the next image finds no pipe
         return pipe
     except BaseException:
         os.close(pipe)

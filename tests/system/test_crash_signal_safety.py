@@ -6,7 +6,7 @@ import signal
 import time
 
 import pytest
-from frame_app import (APP_DIR, COUNT, FAULTS, LOG_FILE, PROGRAM, WINDOW, FrameApp, build_stamp,
+from frame_app import (COUNT, FAULTS, PROGRAM, WINDOW, FrameApp, build_stamp,
                        crash_records, environment_of, threads_in_system_call)
 from programs import BIN, wait_until
 
@@ -47,19 +47,31 @@ def check_restart(app, pid, number, stamp):
 
 # -- the guard itself --
 
-@pytest.mark.parametrize("how", FAULTS)
-def test_the_guard_convicts_an_allocation_in_the_crash_path(app, how):
-    start_guarded(app)
-    app.do("unsafe-dump")
-    app.tell(f"crash {how}")
+def convicted(app, call, number, command):
+    app.do(f"unsafe-dump {call}")
+    app.tell(command)
     assert app.wait_end() == CONVICTED
-    assert app.errors() == (f"[app] crash: signal {FAULTS[how][0].name}\n"
-                            "crash_guard: malloc called in the crash path\n")
+    assert app.errors() == (f"[app] crash: signal {number.name}\n"
+                            f"crash_guard: {call} called in the crash path\n")
+
+
+@pytest.mark.parametrize("call", ["malloc", "free", "pthread_mutex_lock", "printf", "fopen", "setenv",
+                                  "dladdr", "dl_iterate_phdr"])
+def test_the_guard_convicts_a_call_in_the_crash_path(app, call):
+    start_guarded(app)
+    convicted(app, call, signal.SIGSEGV, "crash segv")
+
+
+@pytest.mark.parametrize("thread", ["crash", "main-crash"])
+@pytest.mark.parametrize("how", FAULTS)
+def test_the_guard_convicts_in_the_handler_of_every_crash_signal(app, thread, how):
+    start_guarded(app)
+    convicted(app, "malloc", FAULTS[how][0], f"{thread} {how}")
 
 
 def test_the_guard_lets_everything_pass_outside_of_the_crash_path(app):
     start_guarded(app)
-    app.do("unsafe-dump")
+    app.do("unsafe-dump malloc")
     app.do("burst 100")
     app.crash("throw std")
     app.send(signal.SIGTERM)
