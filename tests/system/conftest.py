@@ -12,6 +12,7 @@ import pytest
 
 from daemon import Daemon, LOG_ROOT
 from frame_app import FrameApp
+from programs import is_sanitized
 from registry import Registry
 
 
@@ -19,6 +20,17 @@ def pytest_configure(config):
     addresses = subprocess.run(["ip", "-o", "addr"], capture_output=True, text=True).stdout
     if any(" lo " not in line for line in addresses.splitlines()):
         pytest.exit("run the system tests through scripts/run-system-tests: they need a sandbox", 2)
+    config.addinivalue_line("markers", "preloads_allocator: needs a program without an allocator of its own")
+
+
+def pytest_collection_modifyitems(config, items):
+    """A sanitizer's program has its own allocator, which no preloaded library gets in front of: what
+    has to preload one is no test there."""
+    if not is_sanitized():
+        return
+    left_out = [item for item in items if item.get_closest_marker("preloads_allocator")]
+    items[:] = [item for item in items if item not in left_out]
+    config.hook.pytest_deselected(items=left_out)
 
 
 def wipe(folder):

@@ -148,17 +148,15 @@ class FrameApp:
         wait_until(lambda: text in self.log_text(), f"the log holds {text!r}")
 
     def check_sessions(self, pid, *reasons, runtime=""):
-        """sessions.log is exactly a start, a stop for each reason (None: there is none), and a
-        start behind each of those but the last one, which is of the end if it is "end: ...";
-        each line as it has to be."""
+        """sessions.log is exactly a start, and for each reason a stop and the next image's start;
+        without the start for "end: REASON", the last one, and for "then: REASON", which another
+        stop follows."""
         lines = SESSIONS.read_text().splitlines()
         patterns = [self.start_pattern(pid)]
         for reason in reasons:
-            ends = reason.startswith("end: ")
-            goes_on = reason.startswith("then: ")
             text = reason.removeprefix("end: ").removeprefix("then: ")
             patterns.append(self.stop_pattern(pid, text, runtime))
-            if not ends and not goes_on:
+            if text == reason:
                 patterns.append(self.start_pattern(pid))
         assert len(lines) == len(patterns), lines
         before = self.start_time

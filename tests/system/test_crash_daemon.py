@@ -103,7 +103,7 @@ def test_what_is_installed_is_managed_on_after_a_crash(daemon):
     assert daemon.status("sleeper") == "stopped"
 
 
-def test_an_image_after_a_crash_holds_the_instance_lock(daemon, tmp_path):
+def test_an_image_after_a_crash_holds_the_instance_lock(daemon):
     daemon.start()
     crash(daemon, signal.SIGSEGV)
     assert LOCK.read_text().startswith(f"pid={daemon.pid}\n")
@@ -149,10 +149,11 @@ def test_a_killed_daemon_leaves_a_start_without_a_stop_and_the_next_start_works(
 
 def spawn_without_errors(daemon, how):
     """Starts the daemon with a standard error stream that is closed, or that nobody reads."""
-    if how == "closed":
+    if how != "broken":
+        redirections = "2>&-" if how == "closed" else "<&- >&- 2>&-"
         daemon.process = subprocess.Popen(
-            ["/bin/sh", "-c", 'exec "$0" 2>&-', BIN / "mirelclient"], stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL)
+            ["/bin/sh", "-c", f'exec "$0" {redirections}', BIN / "mirelclient"],
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
     else:
         reader, writer = os.pipe()
         daemon.process = subprocess.Popen([BIN / "mirelclient"], stdin=subprocess.DEVNULL,
@@ -162,12 +163,14 @@ def spawn_without_errors(daemon, how):
     daemon.wait_ready()
 
 
-@pytest.mark.parametrize("how", ["closed", "broken"])
+@pytest.mark.parametrize("how", ["closed", "closed like all others", "broken"])
 def test_a_standard_error_stream_that_takes_nothing_does_not_keep_it_from_starting_anew(daemon, how):
     spawn_without_errors(daemon, how)
     pid = daemon.pid
     crash(daemon, signal.SIGSEGV)
     crash(daemon, signal.SIGABRT)
+    if how != "broken":
+        assert os.readlink(f"/proc/{pid}/fd/2") == "/dev/null"
     assert daemon.stop() == 143
     assert check_sessions(pid, "crash: signal SIGSEGV", "crash: signal SIGABRT", "signal: Terminated") == 6
     assert len(headers()) == 2

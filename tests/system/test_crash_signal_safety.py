@@ -10,6 +10,8 @@ from frame_app import (COUNT, FAULTS, PROGRAM, WINDOW, FrameApp, build_stamp,
                        crash_records, environment_of, threads_in_system_call)
 from programs import BIN, wait_until
 
+pytestmark = pytest.mark.preloads_allocator
+
 GUARD = BIN / "crash_guard.so"
 CONVICTED = 77
 
