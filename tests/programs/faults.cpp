@@ -94,6 +94,15 @@ void crash(std::string const& how) {
     throw std::runtime_error("told to throw");
 }
 
+void block_other_signals() {
+    sigset_t signals;
+    sigfillset(&signals);
+    for (int const signal_number : {SIGSEGV, SIGABRT, SIGFPE, SIGILL, SIGBUS}) {
+        sigdelset(&signals, signal_number);
+    }
+    ::pthread_sigmask(SIG_SETMASK, &signals, nullptr);
+}
+
 void call_unsafe(std::string_view name) {
     static pthread_mutex_t s_mutex = PTHREAD_MUTEX_INITIALIZER;
     Dl_info info{};

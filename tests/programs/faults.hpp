@@ -17,6 +17,9 @@ void crash(std::string const& how);
 /// Crashes on several threads at the same moment. Does not return.
 void crash_together(std::string const& how);
 
+/// Blocks every signal but those of `crash` in the calling thread.
+void block_other_signals();
+
 /// Calls something that is not async-signal-safe: malloc, free, pthread_mutex_lock, printf, fopen,
 /// setenv, dladdr or dl_iterate_phdr.
 void call_unsafe(std::string_view name);

@@ -9,6 +9,7 @@
 //     crash-on-stop HOW     crashes in the next stop
 //     crash-in-handler      makes the handler of the next crash crash, too
 //     unsafe-dump NAME      makes it call that function, which it must not
+//     block-signals         the side thread blocks all signals but those of a crash
 //     hold-allocator        a thread takes that lock for ever; see held_locks.hpp
 //     hold-queue            the same for the lock of the log's queue
 //     reboot REASON         requests a restart
@@ -23,6 +24,7 @@
 #include "app/ConsoleApp.hpp"
 #include "app/instance_lock.hpp"
 #include "app/utilities/start_thread.hpp"
+#include "libraries/vocabulary/Mutex.hpp"
 #include "tests/programs/faults.hpp"
 #include "tests/programs/held_locks.hpp"
 
@@ -38,12 +40,15 @@
 #include <string>
 #include <tuple>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 using TextField = tessaron::config::FieldSpec<char const*>;
 using IntField = tessaron::config::FieldSpec<long long>;
 using tessaron::LogLevel;
+using tessaron::Mutex;
+using tessaron::MutexLock;
 
 constexpr TextField K_APP_NAME{"app_name", "Name", "frame_app"};
 constexpr TextField K_APP_DESCRIPTION{"app_description", "One line", "Does what it is told"};
@@ -96,6 +101,12 @@ LogLevel level_named(std::string const& name) {
     return LogLevel::INFO;
 }
 
+/// What the main thread does wrong on its way out, if anything.
+struct MainFault {
+    std::string crash;
+    std::string exception;
+};
+
 class FrameApp : public tessaron::ConsoleApp<FrameApp, tessaron::DefaultTerminationReasons,
                                              std::tuple<>, FrameRuntime> {
 public:
@@ -119,11 +130,12 @@ private:
         std::fflush(stdout);
         wait_until_stopped();
         stopping_ = true;
-        if (!main_crash_.empty()) {
-            faults::crash(main_crash_);
+        MainFault const fault = main_fault();
+        if (!fault.crash.empty()) {
+            faults::crash(fault.crash);
         }
-        if (!main_throw_.empty()) {
-            faults::throw_something(main_throw_);
+        if (!fault.exception.empty()) {
+            faults::throw_something(fault.exception);
         }
         return 0;
     }
@@ -174,18 +186,20 @@ private:
         } else if (name == "throw") {
             faults::throw_something(rest);
         } else if (name == "crash-on-stop") {
-            main_crash_ = rest;
+            set_main_fault({rest, ""});
         } else if (name == "main-crash") {
-            main_crash_ = rest;
+            set_main_fault({rest, ""});
             request_stop();
         } else if (name == "main-throw") {
-            main_throw_ = rest;
+            set_main_fault({"", rest});
             request_stop();
         } else if (name == "crash-in-handler") {
             s_crash_in_handler = true;
         } else if (name == "unsafe-dump") {
             static std::string const s_name = rest;
             s_unsafe_call = s_name.c_str();
+        } else if (name == "block-signals") {
+            faults::block_other_signals();
         } else if (name == "crash-together") {
             faults::crash_together(rest);
         } else if (name == "sink-crash") {
@@ -208,6 +222,16 @@ private:
         }
     }
 
+    MainFault main_fault() TESSARON_EXCLUDES(main_fault_mutex_) {
+        MutexLock lock(main_fault_mutex_);
+        return main_fault_;
+    }
+
+    void set_main_fault(MainFault fault) TESSARON_EXCLUDES(main_fault_mutex_) {
+        MutexLock lock(main_fault_mutex_);
+        main_fault_ = std::move(fault);
+    }
+
     void print_sessions() {
         for (auto const& record : app_control().session_history(0)) {
             std::puts(record.is_start ? tessaron::format_session_start(record).c_str()
@@ -225,9 +249,8 @@ private:
         }
     }
 
-    // Written by the command thread before it asks for the stop, read by the main thread after it.
-    std::string main_crash_;
-    std::string main_throw_;
+    Mutex main_fault_mutex_;
+    MainFault main_fault_ TESSARON_GUARDED_BY(main_fault_mutex_);
     std::atomic<bool> stopping_{false};
     std::thread commands_;
 };

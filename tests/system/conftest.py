@@ -20,6 +20,8 @@ def pytest_configure(config):
     addresses = subprocess.run(["ip", "-o", "addr"], capture_output=True, text=True).stdout
     if any(" lo " not in line for line in addresses.splitlines()):
         pytest.exit("run the system tests through scripts/run-system-tests: they need a sandbox", 2)
+    # A process that ends by a crash leaves its threads as they are.
+    os.environ["TSAN_OPTIONS"] = "report_thread_leaks=0:" + os.environ.get("TSAN_OPTIONS", "")
     config.addinivalue_line("markers", "preloads_allocator: needs a program without an allocator of its own")
 
 

@@ -152,6 +152,16 @@ def test_the_runtime_state_stands_in_the_stop_line_of_a_crash(app):
     assert app.do("sessions") == sessions
 
 
+@pytest.mark.parametrize("command", ["crash segv", "throw std"])
+def test_a_crash_of_a_thread_that_blocks_signals_leaves_an_image_that_can_be_stopped(app, command):
+    start_and_log(app)
+    app.do("block-signals")
+    app.crash(command)
+    assert signal_sets(app.pid) == app.signal_sets
+    app.send(signal.SIGTERM)
+    assert app.wait_end() == 128 + signal.SIGTERM
+
+
 @pytest.mark.parametrize("how", FAULTS)
 def test_a_crash_in_a_stop_is_recorded_but_the_program_stays_down(app, stamp, how):
     number, function = FAULTS[how]
