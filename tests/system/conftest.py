@@ -11,7 +11,7 @@ import subprocess
 import pytest
 
 from daemon import Daemon, LOG_ROOT
-from frame_app import FrameApp
+from frame_app import PROGRAM, FrameApp, build_stamp
 from programs import is_sanitized
 from registry import Registry
 
@@ -84,6 +84,23 @@ def app(tmp_path):
     app = FrameApp(tmp_path)
     yield app
     app.kill()
+
+
+@pytest.fixture
+def copied(tmp_path):
+    """The application out of a file that may be spoiled while it runs."""
+    program = tmp_path / "copy" / PROGRAM.name
+    program.parent.mkdir()
+    shutil.copy(PROGRAM, program)
+    app = FrameApp(tmp_path, program)
+    yield app
+    app.kill()
+
+
+@pytest.fixture(scope="session")
+def stamp():
+    """What crash records say about the application's build."""
+    return build_stamp(PROGRAM)
 
 
 @pytest.fixture

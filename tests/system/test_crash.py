@@ -3,14 +3,9 @@ import os
 import signal
 
 import pytest
-from frame_app import (COUNT, FAULTS, PROGRAM, WINDOW, build_stamp, crash_records, environment_of)
+from frame_app import COUNT, FAULTS, PROGRAM, WINDOW, crash_records, environment_of
 
 ARGUMENTS = ["--instance-policy=warn", "--bus-report"]
-
-
-@pytest.fixture(scope="module")
-def stamp():
-    return build_stamp(PROGRAM)
 
 
 def stderr_of_restart(number, attempt=1):

@@ -2,7 +2,7 @@
 import signal
 
 import pytest
-from frame_app import COUNT, PROGRAM, build_stamp, crash_records, environment_of
+from frame_app import COUNT, crash_records, environment_of
 
 # What is thrown, and how it is told.
 THROWN = {"std": "told to throw", "int": "an exception not derived from std::exception"}
@@ -16,11 +16,6 @@ def stderr_of_restart(what, attempt=1):
     text = f"crash: {detail_of(what)}"
     return (f"[console_app] {text}\n"
             f"{text} - auto-restarting (attempt {attempt} of 5 within 60s)\n")
-
-
-@pytest.fixture(scope="module")
-def stamp():
-    return build_stamp(PROGRAM)
 
 
 def check_record(record, pid, what, stamp):

@@ -1,11 +1,10 @@
 """How often a program starts itself anew after crashes, and what happens where it cannot."""
 import os
-import shutil
 import signal
 import time
 
 import pytest
-from frame_app import COUNT, PROGRAM, WINDOW, FrameApp, crash_records, environment_of
+from frame_app import COUNT, WINDOW, crash_records, environment_of
 
 LOOP = "[app] crash-loop detected - giving up (crash #{})\n"
 
@@ -114,17 +113,6 @@ def test_a_program_that_was_started_anew_stops_like_any_other(app):
 
 
 # -- where the program is not to be executed any more --
-
-@pytest.fixture
-def copied(tmp_path):
-    """The application out of a file that may be spoiled while it runs."""
-    program = tmp_path / "folder" / "frame_app"
-    program.parent.mkdir()
-    shutil.copy(PROGRAM, program)
-    app = FrameApp(tmp_path, program)
-    yield app
-    app.kill()
-
 
 def refusal(program, cause):
     return (f"--instance-policy reboot: execv({program}) failed: {cause} - "

@@ -1,13 +1,11 @@
 """The crash path calls nothing that could wait for a lock: watched by a preloaded guard, and put to
 the test while other threads hold the locks for ever."""
 import os
-import shutil
 import signal
 import time
 
 import pytest
-from frame_app import (COUNT, FAULTS, PROGRAM, WINDOW, FrameApp, build_stamp,
-                       crash_records, environment_of, threads_in_system_call)
+from frame_app import COUNT, FAULTS, WINDOW, crash_records, environment_of, threads_in_system_call
 from programs import BIN, wait_until
 
 pytestmark = pytest.mark.preloads_allocator
@@ -16,12 +14,7 @@ GUARD = BIN / "crash_guard.so"
 CONVICTED = 77
 
 # The numbers of system calls, by the machine.
-PAUSE, FUTEX, READ = {"x86_64": (34, 202, 0), "aarch64": (73, 98, 63)}[os.uname().machine]
-
-
-@pytest.fixture(scope="module")
-def stamp():
-    return build_stamp(PROGRAM)
+PAUSE, FUTEX = {"x86_64": (34, 202), "aarch64": (73, 98)}[os.uname().machine]
 
 
 def start_guarded(app, environment=None):
@@ -136,24 +129,18 @@ def test_a_crash_in_a_stop_is_safe(app, stamp, how):
 
 
 @pytest.mark.parametrize("how", FAULTS)
-def test_a_crash_of_a_program_that_cannot_be_executed_any_more_is_safe(tmp_path, stamp, how):
-    program = tmp_path / "copied_app"
-    shutil.copy(PROGRAM, program)
+def test_a_crash_of_a_program_that_cannot_be_executed_any_more_is_safe(copied, stamp, how):
     number, _ = FAULTS[how]
-    copied = FrameApp(tmp_path, program)
-    try:
-        pid = start_guarded(copied)
-        program.unlink()
-        copied.tell(f"crash {how}")
-        assert copied.wait_end() == 128 + number
-        check_record(crash_records()[0], pid, number, stamp)
-        assert copied.errors() == (
-            f"[app] crash: signal {number.name}\n"
-            "[app] crash - auto-restarting (attempt 1 of 5)\n"
-            f"--instance-policy reboot: execv({program}) failed: No such file or directory - "
-            "staying exited instead of restarting\n")
-    finally:
-        copied.kill()
+    pid = start_guarded(copied)
+    copied.program.unlink()
+    copied.tell(f"crash {how}")
+    assert copied.wait_end() == 128 + number
+    check_record(crash_records()[0], pid, number, stamp)
+    assert copied.errors() == (
+        f"[app] crash: signal {number.name}\n"
+        "[app] crash - auto-restarting (attempt 1 of 5)\n"
+        f"--instance-policy reboot: execv({copied.program}) failed: No such file or directory - "
+        "staying exited instead of restarting\n")
 
 
 @pytest.mark.parametrize("how", FAULTS)
