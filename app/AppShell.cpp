@@ -37,7 +37,7 @@ AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
           [&context](LogLevel level, std::string const& text) { context.log().log(level, text); }),
       signal_stack_memory_(new std::byte[K_SIGNAL_STACK_SIZE]),
       signal_stack_(signal_stack_memory_.get(), K_SIGNAL_STACK_SIZE),
-      signals_([this] { request_stop(); }) {
+      next_signal_mask_(signal_mask_for_next_image()), signals_([this] { request_stop(); }) {
     register_flush_on_exit([this] { runtime_->save(); });
     lock_.acquire_single_instance_lock();
     s_instance = this;

@@ -127,6 +127,7 @@ private:
     bool should_auto_restart_after_crash(std::string const& description);
     void exec_self_restart(char** argv);
     int exec_self_signal_safe(char** argv) noexcept;
+    static sigset_t signal_mask_for_next_image();
     static char const* restart_path(char* const* argv) noexcept;
 
     // AppShell_Terminate.cpp: an exception that nobody caught
@@ -159,8 +160,9 @@ private:
     std::unique_ptr<std::byte[]> const signal_stack_memory_;
     AlternateSignalStack const signal_stack_;
 
-    /// Set on the main thread before `run_impl`: what a crash handler needs to start anew.
-    std::atomic<char**> saved_argv_{nullptr};
+    // What a crash handler needs to start anew.
+    sigset_t const next_signal_mask_;
+    std::atomic<char**> saved_argv_{nullptr}; ///< set on the main thread before `run_impl`
 
     /// Changed under the mutex, so that no wake-up is lost; read without it by the signal path.
     std::atomic<bool> running_{false};

@@ -49,19 +49,24 @@ char const* AppShellBase::restart_path(char* const* argv) noexcept {
     return path.empty() ? argv[0] : path.c_str();
 }
 
+/// What the process blocks at its start, without the signals that must be able to end it.
+sigset_t AppShellBase::signal_mask_for_next_image() {
+    sigset_t mask;
+    ::sigprocmask(SIG_SETMASK, nullptr, &mask);
+    sigdelset(&mask, SIGALRM);
+    for (int const signal_number : K_CRASH_SIGNALS) {
+        sigdelset(&mask, signal_number);
+    }
+    return mask;
+}
+
 /// The same process id, arguments and environment; what is open is close-on-exec. Returns `errno`
 /// where the program cannot be executed.
 int AppShellBase::exec_self_signal_safe(char** argv) noexcept {
     lock_.release_signal_safe(); // the next image takes it anew
     ::alarm(0);                  // would go on to tick in the next image
-    // The mask of this thread becomes that of the next image, and a handler blocks its own signal.
-    sigset_t handled;
-    sigemptyset(&handled);
-    sigaddset(&handled, SIGALRM);
-    for (int const signal_number : K_CRASH_SIGNALS) {
-        sigaddset(&handled, signal_number);
-    }
-    ::sigprocmask(SIG_UNBLOCK, &handled, nullptr);
+    // The next image begins with the mask of this thread, which may be any, in a handler above all.
+    ::sigprocmask(SIG_SETMASK, &next_signal_mask_, nullptr);
     ::execve(restart_path(argv), argv, restart_budget_.next_environment_signal_safe());
     return errno;
 }

@@ -80,13 +80,22 @@ ElfW(Sym) const* find_function(SymbolTable const& table, ElfW(Addr) offset) noex
     if (table.symbols == nullptr || table.names == nullptr) {
         return nullptr;
     }
+    ElfW(Sym) const* ends_here = nullptr;
     for (ElfW(Sym) const* symbol = table.symbols; symbol != table.symbols + table.count; ++symbol) {
-        if (ELF64_ST_TYPE(symbol->st_info) == STT_FUNC && symbol->st_shndx != SHN_UNDEF &&
-            offset >= symbol->st_value && offset < symbol->st_value + symbol->st_size) {
+        if (ELF64_ST_TYPE(symbol->st_info) != STT_FUNC || symbol->st_shndx == SHN_UNDEF) {
+            continue;
+        }
+        ElfW(Addr) const end = symbol->st_value + symbol->st_size;
+        if (offset >= symbol->st_value && offset < end) {
             return symbol;
         }
+        if (offset == end) {
+            ends_here = symbol;
+        }
     }
-    return nullptr;
+    // A call that does not return, as of abort, may be a function's last instruction; what it would
+    // return to lies behind the function.
+    return ends_here;
 }
 
 void write_frame(SignalSafeWriter& out, void* frame) noexcept {

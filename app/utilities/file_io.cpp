@@ -71,6 +71,13 @@ UniqueFd open_file(std::string const& path, int flags, unsigned mode) {
 }
 
 void close_inherited_descriptors_on_exec() {
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR); // the lowest number that is free
+    } while ((fd >= 0 && fd < STDERR_FILENO) || (fd < 0 && errno == EINTR));
+    if (fd > STDERR_FILENO) {
+        close(fd);
+    }
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
 }
 

@@ -35,7 +35,9 @@ private:
 [[nodiscard]] UniqueFd open_file(std::string const& path, int flags, unsigned mode = 0644);
 
 /// Marks every descriptor from 3 on that this process was started with close-on-exec, so that
-/// what its parent left open does not reach its children either.
+/// what its parent left open does not reach its children either. One of the first three that is
+/// closed is opened on /dev/null: otherwise the next file to be opened would get its number, and
+/// with it all that is meant for a standard stream. Call it before any file is opened.
 void close_inherited_descriptors_on_exec();
 
 /// The whole of a file, or nothing if it cannot be opened or read.

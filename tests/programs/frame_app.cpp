@@ -1,12 +1,20 @@
 // An application on the frame that does what it is told on its standard input, one command a line,
 // so that the tests can watch the frame from outside while it crashes, stops and starts anew:
 //
-//     log LEVEL TEXT       logs                          burst N          logs N lines
-//     crash HOW            crashes on a side thread      main-crash HOW   on the main thread
-//     throw std|int        throws on a side thread       main-throw std|int
-//     crash-on-stop HOW    crashes in the next stop      crash-in-handler
-//     reboot REASON        requests a restart            runtime TEXT     sets the runtime state
-//     sessions | crashes   prints the histories          stop             ends
+//     log LEVEL TEXT        logs                             burst N          logs N lines
+//     log-aside             logs on a side thread
+//     crash HOW             crashes on a side thread         main-crash HOW   on the main thread
+//     crash-together HOW    crashes on four threads at once  sink-crash HOW   on the log's thread
+//     throw std|int         throws on a side thread          main-throw std|int
+//     crash-on-stop HOW     crashes in the next stop
+//     crash-in-handler      makes the handler of the next crash crash, too
+//     unsafe-dump NAME      makes it call that function, which it must not
+//     block-signals         the side thread blocks all signals but those of a crash
+//     hold-allocator        a thread takes that lock for ever; see held_locks.hpp
+//     hold-queue            the same for the lock of the log's queue
+//     reboot REASON         requests a restart
+//     runtime TEXT          sets the runtime state
+//     sessions | crashes    prints the histories             stop             ends
 //
 // HOW: segv, abort, fpe, ill, bus, overflow (of the stack), or "raise N". A line "ready" tells that
 // the application runs; every command is answered by a line "ok".
@@ -21,28 +29,31 @@
 #include "app/instance_lock.hpp"
 #include "app/utilities/file_io.hpp"
 #include "app/utilities/start_thread.hpp"
+#include "libraries/vocabulary/Mutex.hpp"
+#include "tests/programs/faults.hpp"
+#include "tests/programs/held_locks.hpp"
 
 #include <array>
 #include <atomic>
-#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <limits>
 #include <poll.h>
-#include <stdexcept>
 #include <string>
-#include <sys/mman.h>
 #include <tuple>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 using TextField = tessaron::config::FieldSpec<char const*>;
 using IntField = tessaron::config::FieldSpec<long long>;
 using tessaron::LogLevel;
+using tessaron::Mutex;
+using tessaron::MutexLock;
 
 constexpr TextField K_APP_NAME{"app_name", "Name", "frame_app"};
 constexpr TextField K_APP_DESCRIPTION{"app_description", "One line", "Does what it is told"};
@@ -57,7 +68,9 @@ constexpr TextField K_GREETING{"greeting",
 constexpr auto K_ALL_FIELDS =
     std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL, K_GREETING);
 
+/// What the application does wrong in its own part of the crash handler.
 std::atomic<bool> s_crash_in_handler{false};
+std::atomic<char const*> s_unsafe_call{nullptr};
 
 /// A state that is a text in fixed memory, as a crash handler needs it.
 class FrameRuntime final : public tessaron::IRuntimeState {
@@ -68,7 +81,10 @@ public:
     void save() override {}
     RawDump raw_dump_signal_safe() const noexcept override {
         if (s_crash_in_handler) {
-            std::raise(SIGSEGV);
+            faults::write_to_nowhere();
+        }
+        if (char const* const call = s_unsafe_call) {
+            faults::call_unsafe(call);
         }
         return {s_text.data(), std::strlen(s_text.data())};
     }
@@ -81,69 +97,6 @@ private:
     static inline std::array<char, 256> s_text{};
 };
 
-#if defined(__clang__)
-#define WITHOUT_SANITIZERS __attribute__((no_sanitize("undefined", "address")))
-#else
-#define WITHOUT_SANITIZERS
-#endif
-
-WITHOUT_SANITIZERS void write_to_nowhere() {
-    int volatile* volatile nowhere = reinterpret_cast<int volatile*>(8);
-    *nowhere = 1;
-}
-
-WITHOUT_SANITIZERS int divide_by_zero() {
-    int volatile number = 7;
-    int volatile zero = 0;
-    return number / zero;
-}
-
-void touch_behind_the_end_of_a_file() {
-    FILE* const file = std::tmpfile();
-    void* const page = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, ::fileno(file), 0);
-    *static_cast<char volatile*>(page) = 1;
-}
-
-/// Recurses for as long as it is told to, which is longer than any stack lasts.
-[[gnu::noinline]] WITHOUT_SANITIZERS int use_up_the_stack(int depth, int volatile* limit) {
-    char volatile frame[1024];
-    frame[depth % 1024] = static_cast<char>(depth);
-    if (depth == *limit) {
-        return 0;
-    }
-    return use_up_the_stack(depth + 1, limit) + frame[(depth + 1) % 1024];
-}
-
-void crash(std::string const& how) {
-    if (how == "segv") {
-        write_to_nowhere();
-    } else if (how == "abort") {
-        std::abort();
-    } else if (how == "fpe") {
-        std::exit(divide_by_zero());
-    } else if (how == "ill") {
-#if defined(__x86_64__) || defined(__i386__)
-        __asm__ volatile("ud2");
-#else
-        std::raise(SIGILL);
-#endif
-    } else if (how == "bus") {
-        touch_behind_the_end_of_a_file();
-    } else if (how == "overflow") {
-        int volatile limit = std::numeric_limits<int>::max();
-        std::exit(use_up_the_stack(0, &limit));
-    } else if (how.starts_with("raise ")) {
-        std::raise(std::atoi(how.c_str() + 6));
-    }
-}
-
-void throw_something(std::string const& what) {
-    if (what == "int") {
-        throw 42;
-    }
-    throw std::runtime_error("told to throw");
-}
-
 LogLevel level_named(std::string const& name) {
     for (LogLevel const level : {LogLevel::TRACE, LogLevel::WARNING, LogLevel::ERROR}) {
         if (name == tessaron::to_string(level)) {
@@ -152,6 +105,12 @@ LogLevel level_named(std::string const& name) {
     }
     return LogLevel::INFO;
 }
+
+/// What the main thread does wrong on its way out, if anything.
+struct MainFault {
+    std::string crash;
+    std::string exception;
+};
 
 class FrameApp : public tessaron::ConsoleApp<FrameApp, tessaron::DefaultTerminationReasons,
                                              std::tuple<>, FrameRuntime> {
@@ -176,11 +135,12 @@ private:
         std::fflush(stdout);
         wait_until_stopped();
         stopping_ = true;
-        if (!main_crash_.empty()) {
-            crash(main_crash_);
+        MainFault const fault = main_fault();
+        if (!fault.crash.empty()) {
+            faults::crash(fault.crash);
         }
-        if (!main_throw_.empty()) {
-            throw_something(main_throw_);
+        if (!fault.exception.empty()) {
+            faults::throw_something(fault.exception);
         }
         return 0;
     }
@@ -227,19 +187,35 @@ private:
                 context().log().log(LogLevel::INFO, "burst ", number);
             }
         } else if (name == "crash") {
-            crash(rest);
+            faults::crash(rest);
         } else if (name == "throw") {
-            throw_something(rest);
+            faults::throw_something(rest);
         } else if (name == "crash-on-stop") {
-            main_crash_ = rest;
+            set_main_fault({rest, ""});
         } else if (name == "main-crash") {
-            main_crash_ = rest;
+            set_main_fault({rest, ""});
             request_stop();
         } else if (name == "main-throw") {
-            main_throw_ = rest;
+            set_main_fault({"", rest});
             request_stop();
         } else if (name == "crash-in-handler") {
             s_crash_in_handler = true;
+        } else if (name == "unsafe-dump") {
+            static std::string const s_name = rest;
+            s_unsafe_call = s_name.c_str();
+        } else if (name == "block-signals") {
+            faults::block_other_signals();
+        } else if (name == "crash-together") {
+            faults::crash_together(rest);
+        } else if (name == "sink-crash") {
+            context().logger().register_line_sink(
+                [rest](std::uint64_t, std::string const&, std::uint64_t) { faults::crash(rest); });
+        } else if (name == "hold-allocator") {
+            held_locks::hold_allocator();
+        } else if (name == "hold-queue") {
+            held_locks::hold_log_queue(context().logger());
+        } else if (name == "log-aside") {
+            held_locks::log_aside(context().logger());
         } else if (name == "reboot") {
             app_control().request_reboot(rest);
         } else if (name == "stop") {
@@ -251,6 +227,16 @@ private:
         } else if (name == "crashes") {
             print_crashes();
         }
+    }
+
+    MainFault main_fault() TESSARON_EXCLUDES(main_fault_mutex_) {
+        MutexLock lock(main_fault_mutex_);
+        return main_fault_;
+    }
+
+    void set_main_fault(MainFault fault) TESSARON_EXCLUDES(main_fault_mutex_) {
+        MutexLock lock(main_fault_mutex_);
+        main_fault_ = std::move(fault);
     }
 
     void print_sessions() {
@@ -270,9 +256,8 @@ private:
         }
     }
 
-    // Written by the command thread before it asks for the stop, read by the main thread after it.
-    std::string main_crash_;
-    std::string main_throw_;
+    Mutex main_fault_mutex_;
+    MainFault main_fault_ TESSARON_GUARDED_BY(main_fault_mutex_);
     std::atomic<bool> stopping_{false};
     std::thread commands_;
 };

@@ -11,7 +11,9 @@ import subprocess
 import pytest
 
 from daemon import Daemon, LOG_ROOT
+from frame_app import PROGRAM, FrameApp, build_stamp
 from frame_program import FrameProgram
+from programs import is_sanitized
 from registry import Registry
 
 
@@ -19,6 +21,19 @@ def pytest_configure(config):
     addresses = subprocess.run(["ip", "-o", "addr"], capture_output=True, text=True).stdout
     if any(" lo " not in line for line in addresses.splitlines()):
         pytest.exit("run the system tests through scripts/run-system-tests: they need a sandbox", 2)
+    # A process that ends by a crash leaves its threads as they are.
+    os.environ["TSAN_OPTIONS"] = "report_thread_leaks=0:" + os.environ.get("TSAN_OPTIONS", "")
+    config.addinivalue_line("markers", "preloads_allocator: needs a program without an allocator of its own")
+
+
+def pytest_collection_modifyitems(config, items):
+    """A sanitizer's program has its own allocator, which no preloaded library gets in front of: what
+    has to preload one is no test there."""
+    if not is_sanitized():
+        return
+    left_out = [item for item in items if item.get_closest_marker("preloads_allocator")]
+    items[:] = [item for item in items if item not in left_out]
+    config.hook.pytest_deselected(items=left_out)
 
 
 def wipe(folder):
@@ -80,6 +95,30 @@ def frame(tmp_path):
 
 
 @pytest.fixture
+def app(tmp_path):
+    app = FrameApp(tmp_path)
+    yield app
+    app.kill()
+
+
+@pytest.fixture
+def copied(tmp_path):
+    """The application out of a file that may be spoiled while it runs."""
+    program = tmp_path / "copy" / PROGRAM.name
+    program.parent.mkdir()
+    shutil.copy(PROGRAM, program)
+    app = FrameApp(tmp_path, program)
+    yield app
+    app.kill()
+
+
+@pytest.fixture(scope="session")
+def stamp():
+    """What crash records say about the application's build."""
+    return build_stamp(PROGRAM)
+
+
+@pytest.fixture
 def registry(tmp_path):
     registry = Registry(tmp_path)
     yield registry
@@ -94,3 +133,6 @@ def pytest_runtest_makereport(item, call):
     if report.failed and daemon is not None:
         report.sections.append(("daemon output", daemon.output()[-4000:]))
         report.sections.append(("daemon log", daemon.log()[-4000:]))
+    app = item.funcargs.get("app") if hasattr(item, "funcargs") else None
+    if report.failed and app is not None:
+        report.sections.append(("frame_app errors", app.errors()[-4000:]))
