@@ -141,6 +141,20 @@ def test_the_session_tells_which_signal_ended_it(daemon, number, name):
     assert re.search(rf"session stop: pid={pid} duration_s=\d+ reason=signal: {name}\n", daemon.log())
 
 
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT, signal.SIGHUP])
+def test_a_parent_that_blocks_the_signals_does_not_make_it_deaf(daemon, number):
+    daemon.start(preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_BLOCK, [number]))
+    assert daemon.stop(number) == 128 + number
+
+
+def test_after_a_crash_a_stop_signal_ends_it(daemon):
+    daemon.start()
+    pid = daemon.pid
+    daemon.crash()
+    assert daemon.stop() == 143
+    check_stop_line(CONFIG_DIR / "sessions.log", pid)
+
+
 @pytest.mark.parametrize("count", [2, 100])
 def test_more_of_the_signal_during_the_stop_changes_nothing(daemon, clients, registry_without_end, count):
     daemon.configure(registry_url=registry_without_end.url)
