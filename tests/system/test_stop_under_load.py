@@ -13,7 +13,7 @@ from instance_lock import instances
 from load import Clients, HangingRegistry, send_without_waiting
 from preloaded import entry_text, write_registry
 from programs import wait_until
-from registry import entry, SLEEPER
+from registry import ARCH, entry, SLEEPER
 from sessions import session_lines
 
 ROUNDS = 200
@@ -116,6 +116,42 @@ def test_two_hundred_stops_amid_requests_downloads_and_scripts(daemon, clients, 
     sessions = session_lines(CONFIG_DIR / "sessions.log")
     assert [line["event"] for line in sessions] == ["start", "stop"] * ROUNDS
     assert daemon.log().count("session stop: ") == ROUNDS
+
+
+def test_a_hundred_stops_amid_updates(daemon, clients, registry):
+    """Each of two packages goes to and fro between two versions; one has a script that takes time."""
+    blobs = {version: os.urandom(4 << 20) for version in ["1.0.0", "2.0.0"]}
+    names, phases = ["changed", "restarted"], ["downloading", "installing", "starting", "done"]
+    for name in names:
+        for version, blob in blobs.items():
+            files = {"run": SLEEPER, "blob": blob}
+            registry.publish(name, version, files={**files, "install.sh": "sleep 0.05\n"}
+                             if name == "changed" else files)
+    registry.serve()
+    daemon.bootstrap([entry(name) for name in names], registry_url=registry.url)
+    for number in range(100):
+        daemon.start()
+        pid = daemon.pid
+        before = {name: item["version"] for name, item in daemon.packages().items()}
+        assert sorted(before) == names
+        for name in names:
+            target = "2.0.0" if before[name] == "1.0.0" else "1.0.0"
+            assert daemon.post(f"/api/packages/{name}/update", {"version": target, "arch": ARCH}).status == 200
+        clients.work_until(number % 8)
+        awaited = phases[number % 4:]
+        wait_until(lambda: daemon.get(f"/api/packages/{names[number % 2]}/update-status"
+                                      ).json()["phase"] in awaited, "the update is so far")
+        assert daemon.stop() == 143, f"round {number}"
+        clients.rest()
+        check_stop_line(CONFIG_DIR / "sessions.log", pid)
+        listed = {item["name"]: item for item in json.loads((STORE / "registry.json").read_text())}
+        assert sorted(listed) == names
+        for name, item in listed.items():
+            assert item["install_path"] == str(STORE / "store" / name / item["version"])
+            assert pathlib.Path(item["install_path"], "blob").read_bytes() == blobs[item["version"]]
+            assert pathlib.Path(item["install_path"], "run").read_text() == SLEEPER
+        end_packages(instances(shutil.which("sleep")))
+    assert not (CONFIG_DIR / "crash.log").read_text()
 
 
 def test_a_hundred_stops_amid_bursts_of_log_lines(frame):
