@@ -47,10 +47,7 @@ AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
 }
 
 AppShellBase::~AppShellBase() {
-    request_stop();
-    if (watcher_.joinable()) {
-        watcher_.join();
-    }
+    end_watch();
     run_flush_callbacks();
     context_.logger().flush();
     lock_.release_signal_safe();
@@ -64,6 +61,12 @@ int AppShellBase::run(int argc, char** argv) {
     if (running_) {
         return K_ALREADY_RUNNING;
     }
+    // Whichever way this ends: the watcher calls the derived class, whose end comes next.
+    struct WatchEnd {
+        AppShellBase& shell;
+        ~WatchEnd() { shell.end_watch(); }
+    } const watch_end{*this};
+    run_entered_ = true;
     saved_argv_ = argc >= 1 ? argv : nullptr;
     assert(m_argv_parser_ && "Derived's own constructor must set "
                              "m_argv_parser_ before run() is ever called");
@@ -193,8 +196,17 @@ bool AppShellBase::wait_until_stopped_for(std::chrono::milliseconds time) {
 
 void AppShellBase::watch_for_stop() {
     wait_until_stopped();
-    if (int const signal_number = signals_.last_signal()) {
+    int const signal_number = signals_.last_signal();
+    // Before `run` the derived class may still be under construction.
+    if (signal_number != 0 && run_entered_) {
         user_signal_handler(signal_number);
+    }
+}
+
+void AppShellBase::end_watch() {
+    request_stop();
+    if (watcher_.joinable()) {
+        watcher_.join();
     }
 }
 

@@ -53,7 +53,8 @@ struct ShellOptions {
 class AppShellBase {
 public:
     /// The application's own reaction to a stop signal. Called by the watcher, which ends as soon
-    /// as it sees the shell not running: mostly before `run` was entered. No stop depends on it.
+    /// as it sees the shell not running: mostly before `run` was entered, and then without a call.
+    /// Never called before or after `run`. No stop depends on it.
     virtual void user_signal_handler(int /*signal_number*/) {}
 
     AppShellBase(AppShellBase const&) = delete;
@@ -118,6 +119,7 @@ private:
     std::string reason_text(DefaultTerminationReasons::Reason reason,
                             std::string const& detail) const;
     void watch_for_stop() TESSARON_EXCLUDES(m_cv_mutex);
+    void end_watch() TESSARON_EXCLUDES(m_cv_mutex);
     void run_flush_callbacks() noexcept;
     void say(LogLevel level, std::string const& text);
 
@@ -166,6 +168,7 @@ private:
 
     /// Changed under the mutex, so that no wake-up is lost; read without it by the signal path.
     std::atomic<bool> running_{false};
+    std::atomic<bool> run_entered_{false};
     Mutex m_cv_mutex;
     std::condition_variable m_cv;
     std::function<void()> stop_hook_ TESSARON_GUARDED_BY(m_cv_mutex);

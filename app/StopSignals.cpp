@@ -32,6 +32,17 @@ extern "C" void note_stop_signal(int signal_number) {
     errno = saved_errno;
 }
 
+/// They may come blocked from whoever started this process, or from the thread that crashed in the
+/// image before this one. One that waits already is delivered here.
+void unblock_stop_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int const signal_number : K_STOP_SIGNALS) {
+        sigaddset(&signals, signal_number);
+    }
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
 void open_wake_fd() {
     if (s_wake_fd < 0) {
         s_wake_fd = ::eventfd(0, EFD_CLOEXEC);
@@ -50,6 +61,7 @@ StopSignals::StopSignals(std::function<void()> on_signal) : on_signal_(std::move
     for (int const signal_number : K_STOP_SIGNALS) {
         std::signal(signal_number, note_stop_signal);
     }
+    unblock_stop_signals();
 }
 
 StopSignals::~StopSignals() {

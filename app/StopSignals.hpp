@@ -11,7 +11,8 @@ namespace tessaron {
 ///
 /// The signal handler itself only notes the signal and writes to a descriptor. It stays in place
 /// when the object has gone: a second signal must not cut short the end of a process that the first
-/// one has begun to stop. At most one object of this class may exist at a time.
+/// one has begun to stop. At most one object of this class may exist at a time. The thread that
+/// builds it lets the three signals through from then on.
 ///
 /// Thread safety: `last_signal` from any thread, and async-signal-safe; the callback runs on the
 /// relay thread, one call per signal at most (several at once may become one), with no lock held.

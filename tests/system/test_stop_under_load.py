@@ -13,7 +13,7 @@ from instance_lock import instances
 from load import Clients, HangingRegistry, send_without_waiting
 from preloaded import entry_text, write_registry
 from programs import wait_until
-from registry import entry, SLEEPER
+from registry import ARCH, entry, SLEEPER
 from sessions import session_lines
 
 ROUNDS = 200
@@ -118,6 +118,42 @@ def test_two_hundred_stops_amid_requests_downloads_and_scripts(daemon, clients, 
     assert daemon.log().count("session stop: ") == ROUNDS
 
 
+def test_a_hundred_stops_amid_updates(daemon, clients, registry):
+    """Each of two packages goes to and fro between two versions; one has a script that takes time."""
+    blobs = {version: os.urandom(4 << 20) for version in ["1.0.0", "2.0.0"]}
+    names, phases = ["changed", "restarted"], ["downloading", "installing", "starting", "done"]
+    for name in names:
+        for version, blob in blobs.items():
+            files = {"run": SLEEPER, "blob": blob}
+            registry.publish(name, version, files={**files, "install.sh": "sleep 0.05\n"}
+                             if name == "changed" else files)
+    registry.serve()
+    daemon.bootstrap([entry(name) for name in names], registry_url=registry.url)
+    for number in range(100):
+        daemon.start()
+        pid = daemon.pid
+        before = {name: item["version"] for name, item in daemon.packages().items()}
+        assert sorted(before) == names
+        for name in names:
+            target = "2.0.0" if before[name] == "1.0.0" else "1.0.0"
+            assert daemon.post(f"/api/packages/{name}/update", {"version": target, "arch": ARCH}).status == 200
+        clients.work_until(number % 8)
+        awaited = phases[number % 4:]
+        wait_until(lambda: daemon.get(f"/api/packages/{names[number % 2]}/update-status"
+                                      ).json()["phase"] in awaited, "the update is so far")
+        assert daemon.stop() == 143, f"round {number}"
+        clients.rest()
+        check_stop_line(CONFIG_DIR / "sessions.log", pid)
+        listed = {item["name"]: item for item in json.loads((STORE / "registry.json").read_text())}
+        assert sorted(listed) == names
+        for name, item in listed.items():
+            assert item["install_path"] == str(STORE / "store" / name / item["version"])
+            assert pathlib.Path(item["install_path"], "blob").read_bytes() == blobs[item["version"]]
+            assert pathlib.Path(item["install_path"], "run").read_text() == SLEEPER
+        end_packages(instances(shutil.which("sleep")))
+    assert not (CONFIG_DIR / "crash.log").read_text()
+
+
 def test_a_hundred_stops_amid_bursts_of_log_lines(frame):
     """The log is written to the end of what was logged before the stop, and the stop is told in it."""
     for number in range(100):
@@ -139,6 +175,20 @@ def test_the_session_tells_which_signal_ended_it(daemon, number, name):
     assert daemon.stop(number) == 128 + number
     check_stop_line(CONFIG_DIR / "sessions.log", pid, f"signal: {name}")
     assert re.search(rf"session stop: pid={pid} duration_s=\d+ reason=signal: {name}\n", daemon.log())
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT, signal.SIGHUP])
+def test_a_parent_that_blocks_the_signals_does_not_make_it_deaf(daemon, number):
+    daemon.start(preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_BLOCK, [number]))
+    assert daemon.stop(number) == 128 + number
+
+
+def test_after_a_crash_a_stop_signal_ends_it(daemon):
+    daemon.start()
+    pid = daemon.pid
+    daemon.crash()
+    assert daemon.stop() == 143
+    check_stop_line(CONFIG_DIR / "sessions.log", pid)
 
 
 @pytest.mark.parametrize("count", [2, 100])

@@ -42,6 +42,20 @@ TEST(StopSignals, WithoutASignalItEndsWithoutACall) {
     EXPECT_FALSE(called);
 }
 
+TEST(StopSignals, ABlockedSignalIsLetThroughEvenIfItHasComeAlready) {
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    std::raise(SIGTERM);
+    std::atomic<bool> called = false;
+    StopSignals signals([&] { called = true; });
+    test::wait_until([&] { return called.load(); }, "the callback was called");
+    EXPECT_EQ(signals.last_signal(), SIGTERM);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 TEST(StopSignals, ASecondSignalDoesNotCutTheEndOfTheProcessShort) {
     {
         StopSignals signals([] {});
