@@ -25,8 +25,9 @@ AppContext::~AppContext() {
     detail::remove_lock_file_if_test_suffixed(app_name_);
 }
 
-std::string AppContext::check_not_already_running_and_get_app_name(
-    config::ConfigStore<8192> const& config, int argc, char const* const* argv) {
+std::string
+AppContext::check_not_already_running_and_get_app_name(config::ConfigStore<8192> const& config,
+                                                       int argc, char const* const* argv) {
     std::string name = config.get<std::string>("app_name");
     if (detail::argv_requests_wait_or_kill_policy(argc, argv)) {
         detail::resolve_instance_conflict_before_logging_starts(name, argc, argv);

@@ -18,8 +18,8 @@ namespace tessaron {
 ///
 /// Ownership: the configuration store must outlive the context.
 /// Thread safety: immutable after construction; the store and the logger lock for themselves.
-/// Errors: `AlreadyRunningError`, or another standard exception, from the constructor ends the start
-/// of the process.
+/// Errors: `AlreadyRunningError`, or another standard exception, from the constructor ends the
+/// start of the process.
 class AppContext {
 public:
     AppContext(config::ConfigStore<8192>& config, int argc, char** argv);
@@ -42,8 +42,9 @@ public:
     ILogger& log() { return logger_; }
 
 private:
-    static std::string check_not_already_running_and_get_app_name(
-        config::ConfigStore<8192> const& config, int argc, char const* const* argv);
+    static std::string
+    check_not_already_running_and_get_app_name(config::ConfigStore<8192> const& config, int argc,
+                                               char const* const* argv);
     void start_logging(int argc, char** argv);
     void log_config_load_report(config::ConfigStore<8192> const& config);
 

@@ -100,15 +100,15 @@ int AppShellBase::run_application() {
     try {
         code = run_impl();
     } catch (std::exception const& failure) {
-        request_stop();
+        clear_running_flag();
         record_session_end_as(Reason::error, failure.what());
         throw;
     } catch (...) {
-        request_stop();
+        clear_running_flag();
         record_session_end_as(Reason::error, "unknown exception");
         throw;
     }
-    request_stop();
+    clear_running_flag();
     SessionEnd const end = decide_session_end();
     record_session_end_as(end.reason, end.detail);
     int const signal_number = signals_.last_signal();
@@ -167,16 +167,21 @@ std::string AppShellBase::reason_text(Reason reason, std::string const& detail) 
 }
 
 void AppShellBase::request_stop() {
+    clear_running_flag();
     std::function<void()> hook;
     {
         MutexLock lock(m_cv_mutex);
-        running_ = false;
-        m_cv.notify_all();
         hook = stop_hook_;
     }
     if (hook) {
         hook();
     }
+}
+
+void AppShellBase::clear_running_flag() {
+    MutexLock lock(m_cv_mutex);
+    running_ = false;
+    m_cv.notify_all();
 }
 
 void AppShellBase::set_stop_hook(std::function<void()> hook) {
@@ -204,7 +209,7 @@ void AppShellBase::watch_for_stop() {
 }
 
 void AppShellBase::end_watch() {
-    request_stop();
+    clear_running_flag();
     if (watcher_.joinable()) {
         watcher_.join();
     }

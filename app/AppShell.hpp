@@ -118,6 +118,7 @@ private:
     void record_session_end_as(DefaultTerminationReasons::Reason reason, std::string const& detail);
     std::string reason_text(DefaultTerminationReasons::Reason reason,
                             std::string const& detail) const;
+    void clear_running_flag() TESSARON_EXCLUDES(m_cv_mutex);
     void watch_for_stop() TESSARON_EXCLUDES(m_cv_mutex);
     void end_watch() TESSARON_EXCLUDES(m_cv_mutex);
     void run_flush_callbacks() noexcept;

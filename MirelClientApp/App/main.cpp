@@ -17,7 +17,7 @@ constexpr int K_ALREADY_RUNNING = 255;
 } // namespace
 
 int main(int argc, char** argv) {
-    tessaron::close_inherited_descriptors_on_exec();
+    tessaron::take_charge_of_inherited_descriptors();
     // A reader that goes away is an error of the write, not the end of the daemon.
     std::signal(SIGPIPE, SIG_IGN);
     try {

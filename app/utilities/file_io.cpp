@@ -70,7 +70,7 @@ UniqueFd open_file(std::string const& path, int flags, unsigned mode) {
     return UniqueFd(fd);
 }
 
-void close_inherited_descriptors_on_exec() {
+void take_charge_of_inherited_descriptors() {
     int fd = 0;
     do {
         fd = open("/dev/null", O_RDWR); // the lowest number that is free

@@ -38,7 +38,7 @@ private:
 /// what its parent left open does not reach its children either. One of the first three that is
 /// closed is opened on /dev/null: otherwise the next file to be opened would get its number, and
 /// with it all that is meant for a standard stream. Call it before any file is opened.
-void close_inherited_descriptors_on_exec();
+void take_charge_of_inherited_descriptors();
 
 /// The whole of a file, or nothing if it cannot be opened or read.
 [[nodiscard]] std::optional<std::string> read_file(std::string const& path);
