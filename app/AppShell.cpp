@@ -204,7 +204,12 @@ void AppShellBase::watch_for_stop() {
 }
 
 void AppShellBase::end_watch() {
-    request_stop();
+    {
+        // No stop request: its hook may belong to the derived class, which is gone in the end.
+        MutexLock lock(m_cv_mutex);
+        running_ = false;
+        m_cv.notify_all();
+    }
     if (watcher_.joinable()) {
         watcher_.join();
     }
