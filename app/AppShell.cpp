@@ -209,6 +209,7 @@ void AppShellBase::watch_for_stop() {
 }
 
 void AppShellBase::end_watch() {
+    // No stop request: its hook may belong to the derived class, which is gone in the end.
     clear_running_flag();
     if (watcher_.joinable()) {
         watcher_.join();

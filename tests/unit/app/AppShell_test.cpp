@@ -176,6 +176,15 @@ TEST_F(AppShellTest, TheStopHookIsCalledWithAStopRequest) {
     EXPECT_EQ(calls, 1) << "not by the end of the shell: what the hook touches is gone by then";
 }
 
+TEST_F(AppShellTest, TheStopHookIsNotCalledByTheEndOfTheShell) {
+    std::atomic<int> calls = 0;
+    {
+        WaitingApp app(*context_);
+        app.set_stop_hook([&calls] { ++calls; });
+    }
+    EXPECT_EQ(calls, 0);
+}
+
 TEST_F(AppShellTest, TheLockIsHeldForAsLongAsTheShellLives) {
     {
         WaitingApp app(*context_);
