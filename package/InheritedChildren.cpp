@@ -1,20 +1,19 @@
 #include "package/InheritedChildren.hpp"
 
 #include "app/utilities/file_io.hpp"
+#include "app/utilities/fs_tools.hpp"
 #include "package/child_process.hpp"
 
 #include <algorithm>
-#include <filesystem>
 #include <sstream>
-#include <system_error>
+#include <string>
 
 namespace tessaron {
 
 InheritedChildren InheritedChildren::of_this_process() {
     InheritedChildren result;
-    std::error_code error;
-    for (auto const& task : std::filesystem::directory_iterator("/proc/self/task", error)) {
-        std::istringstream pids(read_file(task.path() / "children").value_or(""));
+    for (std::string const& task : fs_tools::list_dirs("/proc/self/task")) {
+        std::istringstream pids(read_file("/proc/self/task/" + task + "/children").value_or(""));
         for (pid_t pid = 0; pids >> pid;) {
             result.pids_.push_back(pid);
         }
