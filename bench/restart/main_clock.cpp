@@ -1,6 +1,7 @@
-// Preloaded into the program that MAIN_CLOCK_PROGRAM names: tells when its `main` is about to begin,
-// in nanoseconds of the monotonic clock, by one line appended to the file that MAIN_CLOCK_FILE
-// names. With MAIN_CLOCK_EXIT set the program ends there. Its children inherit the library, too.
+// Preloaded into the program that MAIN_CLOCK_PROGRAM names: tells when its `main` is about to
+// begin, in nanoseconds of the monotonic clock, by one line appended to the file that
+// MAIN_CLOCK_FILE names. With MAIN_CLOCK_EXIT set the program ends there. Its children inherit the
+// library, too.
 
 #include <cerrno>
 #include <cstdio>
