@@ -2,6 +2,7 @@
 
 #include "MirelClientApp/App/config_fields.hpp"
 #include "MirelClientApp/platform_arch.hpp"
+#include "MirelClientApp/routes/asset_routes.hpp"
 #include "MirelClientApp/routes/package_routes.hpp"
 #include "MirelClientApp/routes/registry_routes.hpp"
 #include "MirelClientApp/routes/self_routes.hpp"
@@ -74,6 +75,7 @@ void MirelClientApp::mkdir_recursive(std::string const& path) {
 }
 
 void MirelClientApp::start_web_server() {
+    register_asset_routes(web_server_);
     register_package_routes(web_server_, packages_, package_updater_);
     register_registry_routes(web_server_, registry_);
     register_self_routes(web_server_, {context().config(), registry_, self_updater_, start_time_});
