@@ -57,8 +57,8 @@ class Page:
         self.browser.do(do="open", args=list(size))
         if stop_clock:
             now = int(time.time() * 1000)
-            self.browser.do(do="clock", method="install", args=[{"time": now}])
-            self.browser.do(do="clock", method="pauseAt", args=[now + 1])
+            self.browser.do(do="clock", method="install", args=[{"time": now - 60000}])
+            self.browser.do(do="clock", method="pauseAt", args=[now])
         for path, answer in (answers or {}).items():
             self.answer(path, *answer) if isinstance(answer, tuple) else self.answer(path, answer)
         self.call("goto", url)
@@ -80,16 +80,18 @@ class Page:
         self.locate(selector, "fill", text)
 
     def press(self, key):
-        self.locate(":focus", "press", key)
+        """On what has the focus."""
+        self.browser.do(do="press", args=[key])
 
     def wait(self, selector):
-        self.locate(selector, "waitFor")
+        """Until there is one at least."""
+        self.locate(f"{selector} >> nth=0", "waitFor")
 
     def wait_text(self, text):
         self.wait(f'text="{text}"')
 
     def wait_gone(self, selector):
-        self.locate(selector, "waitFor", {"state": "detached"})
+        self.locate(f"{selector} >> nth=0", "waitFor", {"state": "detached"})
 
     def text(self, selector):
         return self.locate(selector, "innerText")
@@ -118,7 +120,8 @@ class Page:
         self.tab(sub_tab)
 
     def button_of(self, row, label):
-        self.click(f'tr:has-text("{row}") >> role=button[name="{label}"]')
+        """Clicks a button of the row in which a cell has just this text."""
+        self.click(f'tr:has(td:text-is("{row}"), td > *:text-is("{row}")) >> role=button[name="{label}"]')
 
     def requests(self, method="GET"):
         """What the page asked for so far: paths, and for a POST paths and bodies."""

@@ -5,6 +5,7 @@
 //     {"do": "page", "method": ..., "args": [...]}     a method of the page
 //     {"do": "clock", "method": ..., "args": [...]}    of its clock, which then stands until it is moved
 //     {"do": "evaluate", "args": [function, argument]} what a function in the page returns
+//     {"do": "press", "args": [key]}                   on what has the focus
 //     {"do": "locator", "selector": ..., "method": ..., "args": [...]}
 //     {"do": "answer", "args": [path, status, body]}   stands in for the machine's answer to a path
 //     {"do": "told"}                                   what the page asked for, and its errors
@@ -50,6 +51,7 @@ const commands = {
     page: ({ method, args }) => page[method](...args),
     clock: ({ method, args }) => page.clock[method](...args),
     evaluate: ({ args: [script, argument] }) => page.evaluate((0, eval)(`(${script})`), argument),
+    press: ({ args: [key] }) => page.keyboard.press(key),
     locator: ({ selector, method, args }) => page.locator(selector)[method](...args),
     answer: ({ args: [path, status, body] }) =>
         page.route(
