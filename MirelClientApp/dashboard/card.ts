@@ -1,5 +1,5 @@
 import { errorText } from "./api";
-import { el, setText } from "./dom";
+import { arrange, el, setText } from "./dom";
 import type { Lifetime } from "./lifetime";
 
 /** Where a detail stands: its content, or a sentence in place of it. */
@@ -13,15 +13,16 @@ export class Card {
         this.#say("Loading…", "");
     }
 
-    show(...content: (Node | string)[]): void {
+    /** What stands there already is not taken out and put back: it would lose the focus. */
+    show(...content: Node[]): void {
         this.#shown = undefined;
         this.#say("", "");
-        this.#body.replaceChildren(...content);
+        arrange(this.#body, content);
     }
 
     /** Shows what is drawn of the data, unless that is shown already: a refresh that brings nothing
      * new moves nothing. */
-    update(data: unknown, draw: () => (Node | string)[]): void {
+    update(data: unknown, draw: () => Node[]): void {
         const key = JSON.stringify(data);
         if (this.#shown !== key) {
             this.show(...draw());

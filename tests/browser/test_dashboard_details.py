@@ -106,6 +106,40 @@ def test_opened_session_stays_open_over_a_refresh(open_tab, page):
     assert page.requests().count(BASE + "/log?from=3&to=43") == 1
 
 
+def test_log_follows_its_end_unless_it_was_scrolled_up(open_tab, page):
+    def lines(count):
+        return log(1, [f"line {number}" for number in range(1, count + 1)])
+
+    def grow(count):
+        page.answer(f"{BASE}/log?from=1&to={count}", lines(count))
+        page.answer(BASE + "/log/info", {"line_count": count})
+        page.pass_time(2)
+        page.wait(f'.log >> text="line {count}"')
+        return page.evaluate("""() => {
+            const log = document.querySelector(".log");
+            return [log.scrollTop, log.scrollHeight - log.clientHeight, log === document.activeElement];
+        }""")
+
+    open_tab("Logs", {"/log/info": {"line_count": 100}, "/log?from=1&to=100": lines(100)}, stop_clock=True)
+    page.wait('.log >> text="line 100"')
+    page.locate(".log", "focus")
+    top, end, focused = grow(110)
+    assert abs(top - end) < 2 and focused
+    page.evaluate("() => document.querySelector('.log').scrollTo(0, 40)")
+    top, _, focused = grow(120)
+    assert top == 40 and focused
+
+
+def test_refresh_of_the_sessions_leaves_the_focus(open_tab, page):
+    sessions = [session(True, 1700000000, 0), session(False, 1700000061, 0)]
+    open_tab("Sessions", {"/sessions": {"discovered": True, "sessions": sessions[:1]}}, stop_clock=True)
+    page.locate('role=button[name="start"]', "focus")
+    page.answer(BASE + "/sessions", {"discovered": True, "sessions": sessions})
+    page.pass_time(3)
+    page.wait('role=button[name="stop"]')
+    assert page.evaluate("() => document.activeElement.textContent") == "start"
+
+
 @pytest.mark.parametrize("lines, expected", [(1, (1, 1)), (200, (1, 200)), (201, (2, 201)), (5000, (4801, 5000))])
 def test_log_shows_its_last_two_hundred_lines(open_tab, page, lines, expected):
     path = "/log?from={}&to={}".format(*expected)
@@ -150,6 +184,8 @@ def test_viewer_tells_of_a_connection_that_ends(open_tab, page):
     page.click('role=button[name="Connect"]')
     page.wait_text("disconnected (unexpectedly - is the package running and does it expose an RFB server?)")
     assert "/static/novnc/vendor/pako/lib/zlib/zstream.js" in page.requests()
+    page.tab("Manifest")
+    page.wait("pre")
 
 
 def test_console_is_opened_once(daemon, page):

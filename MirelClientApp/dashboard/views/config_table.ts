@@ -23,7 +23,12 @@ export class ConfigTable {
         this.#card = card;
         this.#path = path;
         this.#life = life;
-        void card.fill(life, () => this.#load());
+        this.refresh();
+    }
+
+    /** Reads the settings anew; what is being typed stays. */
+    refresh(): void {
+        void this.#card.fill(this.#life, () => this.#load());
     }
 
     async #load(saved?: { name: string; value: string }): Promise<void> {
@@ -40,9 +45,7 @@ export class ConfigTable {
             row.element.classList.toggle("changed", valueAt(field, "is_default") === false);
             return row.element;
         });
-        if (!this.#table.frame.isConnected) {
-            this.#card.show(this.#table.frame);
-        }
+        this.#card.show(this.#table.frame);
         arrange(this.#table.body, rows);
     }
 

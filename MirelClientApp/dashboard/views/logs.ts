@@ -1,14 +1,14 @@
 import { api, numberAt, packagePath } from "../api";
 import type { Card } from "../card";
 import type { Lifetime } from "../lifetime";
-import { logLines } from "./log_lines";
+import { logFrame, logLines } from "./log_lines";
 
 const REFRESH_MILLISECONDS = 2000;
 const SHOWN_LINES = 200;
 
 /** The end of a package's log. It keeps showing the newest lines unless it was scrolled up. */
 export function showLogs(card: Card, name: string, life: Lifetime): void {
-    let shown: HTMLElement | undefined;
+    const frame = logFrame();
     life.every(REFRESH_MILLISECONDS, () =>
         card.fill(life, async () => {
             const info = await api("GET", packagePath(name, "log", "info"));
@@ -20,14 +20,12 @@ export function showLogs(card: Card, name: string, life: Lifetime): void {
             const from = Math.max(1, to - (SHOWN_LINES - 1));
             const log = await api("GET", `${packagePath(name, "log")}?from=${from}&to=${to}`);
             const lines = logLines(log);
-            const scrolledTo = shown && !isAtEnd(shown) ? shown.scrollTop : undefined;
+            const scrolledTo = isAtEnd(frame) ? undefined : frame.scrollTop;
             card.update(log, () => {
-                shown = lines;
-                return [lines];
+                frame.replaceChildren(...lines);
+                return [frame];
             });
-            if (shown === lines) {
-                lines.scrollTop = scrolledTo ?? lines.scrollHeight;
-            }
+            frame.scrollTop = scrolledTo ?? frame.scrollHeight;
         }),
     );
 }

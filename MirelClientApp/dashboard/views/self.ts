@@ -21,17 +21,18 @@ export class SelfView {
         el("h2", {}, "Configuration"),
         this.#config.element,
     );
-    #hasConfig = false;
+    #settings: ConfigTable | undefined;
 
-    /** Reads the facts anew each time, the settings once: some may be half edited. */
+    /** Reads facts and settings anew each time. */
     open(): void {
         void this.#facts.fill(this.#life, async () => {
             const self = await api("GET", "/api/self");
             this.#facts.update(self, () => [factsOf(self)]);
         });
-        if (!this.#hasConfig) {
-            this.#hasConfig = true;
-            new ConfigTable(this.#config, "/api/self/config", this.#life);
+        if (this.#settings === undefined) {
+            this.#settings = new ConfigTable(this.#config, "/api/self/config", this.#life);
+        } else {
+            this.#settings.refresh();
         }
     }
 

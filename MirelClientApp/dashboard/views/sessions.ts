@@ -3,7 +3,7 @@ import type { Card } from "../card";
 import { arrange, cell, el, setText, table } from "../dom";
 import { localTime } from "../format";
 import type { Lifetime } from "../lifetime";
-import { logLines } from "./log_lines";
+import { logFrame, logLines } from "./log_lines";
 
 const REFRESH_MILLISECONDS = 3000;
 const SLICE_LINES = 40;
@@ -17,20 +17,23 @@ export function showSessions(card: Card, name: string, life: Lifetime): void {
     const draw = (sessions: unknown[]) => {
         const keys = new Map<string, number>();
         const rows: HTMLElement[] = [];
+        const focused = (document.activeElement as HTMLElement | null)?.dataset.session;
+        let focus: HTMLElement | undefined;
         for (const session of sessions) {
             const row = sessionRow(session);
             const key = keyOf(session, keys);
             const isOpen = opened?.key === key;
             row.opener.setAttribute("aria-expanded", String(isOpen));
+            row.opener.dataset.session = key;
+            focus = focused === key ? row.opener : focus;
             row.element.addEventListener("click", () => {
                 opened = opened?.key === key ? undefined : { key, row: detailRow(name, session, life) };
                 draw(sessions);
             });
             rows.push(row.element, ...(isOpen && opened ? [opened.row] : []));
         }
-        const at = focusedRow(list.body);
         arrange(list.body, rows);
-        list.body.querySelectorAll<HTMLElement>("button[aria-expanded]")[at]?.focus();
+        focus?.focus();
     };
 
     life.every(REFRESH_MILLISECONDS, () =>
@@ -79,11 +82,6 @@ function keyOf(session: unknown, seen: Map<string, number>): string {
     return `${alike}#${count}`;
 }
 
-function focusedRow(body: HTMLElement): number {
-    const openers = [...body.querySelectorAll("button[aria-expanded]")];
-    return openers.findIndex((opener) => opener === document.activeElement);
-}
-
 function detailRow(name: string, session: unknown, life: Lifetime): HTMLElement {
     const facts: [string, string][] = [
         ["pid", String(numberAt(session, "pid"))],
@@ -115,7 +113,9 @@ async function fillSlice(
     setText(slice, "Loading…");
     try {
         const log = await api("GET", `${packagePath(name, "log")}?from=${from}&to=${to}`);
-        slice.replaceChildren(logLines(log));
+        const frame = logFrame();
+        frame.append(...logLines(log));
+        slice.replaceChildren(frame);
     } catch (error) {
         if (!life.ended) {
             slice.replaceChildren(el("p", { className: "note error" }, errorText(error)));

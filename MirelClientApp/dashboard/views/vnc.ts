@@ -27,7 +27,8 @@ export function showVnc(card: Card, _name: string, life: Lifetime): void {
             viewer = made;
             made.scaleViewport = true;
             made.background = "transparent";
-            watch(made, () => viewer === made, state, prompt);
+            const ended = () => (viewer = undefined);
+            watch(made, () => viewer === made, ended, state, prompt);
         } catch (error) {
             setText(state, errorText(error));
         }
@@ -46,7 +47,13 @@ export function showVnc(card: Card, _name: string, life: Lifetime): void {
 }
 
 /** Shows what becomes of a connection, as long as no later one has taken its place. */
-function watch(viewer: RFB, isCurrent: () => boolean, state: HTMLElement, prompt: HTMLElement): void {
+function watch(
+    viewer: RFB,
+    isCurrent: () => boolean,
+    ended: () => void,
+    state: HTMLElement,
+    prompt: HTMLElement,
+): void {
     const on = (event: string, task: (detail: unknown) => void) => {
         viewer.addEventListener(event, (happened) => {
             if (isCurrent()) {
@@ -61,6 +68,7 @@ function watch(viewer: RFB, isCurrent: () => boolean, state: HTMLElement, prompt
     });
     on("disconnect", (detail) => {
         const clean = valueAt(detail, "clean") === true;
+        ended();
         prompt.replaceChildren();
         setText(state, `disconnected${clean ? "" : UNEXPECTED}${reason}`);
     });
