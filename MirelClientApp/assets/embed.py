@@ -9,6 +9,10 @@
 import pathlib
 import sys
 
+HEAD = """// A file is one literal, longer than what every compiler has to take.
+#pragma GCC diagnostic ignored "-Woverlength-strings"
+"""
+
 # What may stand in a string literal as it is; all other bytes become three octal digits, which, unlike
 # hexadecimal ones, end before whatever follows. A question mark could begin a trigraph.
 PLAIN = set(range(0x20, 0x7F)) - set(b'"\\?')
@@ -56,7 +60,7 @@ def main(arguments):
         return
     constants = [constant(*argument.split("=", 1)) for argument in arguments[1:]]
     pathlib.Path(arguments[0]).write_text(
-        '#include "MirelClientApp/assets/assets.hpp"\n\nnamespace mirelclient {\n\n' + "\n".join(constants)
+        HEAD + '#include "MirelClientApp/assets/assets.hpp"\n\nnamespace mirelclient {\n\n' + "\n".join(constants)
         + "\n} // namespace mirelclient\n")
 
 

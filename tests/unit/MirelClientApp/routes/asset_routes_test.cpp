@@ -1,6 +1,7 @@
 #include "MirelClientApp/routes/asset_routes.hpp"
 
 #include "MirelClientApp/assets/assets.hpp"
+#include "app/utilities/file_io.hpp"
 #include "tests/unit/MirelClientApp/web/LoopbackClient.hpp"
 
 #include <algorithm>
@@ -172,6 +173,22 @@ TEST(Assets, NovncTableListsItsCoreInOrder) {
                     "input/xtscancodes.js", "ra2.js", "rfb.js", "util/browser.js", "util/cursor.js",
                     "util/element.js", "util/events.js", "util/eventtarget.js", "util/int.js",
                     "util/logging.js", "util/strings.js", "websock.js"));
+}
+
+TEST(Assets, ConstantsAreThePublishedFilesByteForByte) {
+    std::string const packages = MIREL_DASHBOARD_PACKAGES;
+    std::string const novnc = packages + "/@novnc/novnc/";
+    std::string const xterm = packages + "/@xterm/";
+
+    EXPECT_EQ(k_xterm_mjs, tessaron::read_file(xterm + "xterm/lib/xterm.mjs"));
+    EXPECT_EQ(k_addon_fit_mjs, tessaron::read_file(xterm + "addon-fit/lib/addon-fit.mjs"));
+    EXPECT_EQ(k_xterm_css, tessaron::read_file(xterm + "xterm/css/xterm.css"));
+    for (Asset const& file : k_novnc_files) {
+        EXPECT_EQ(file.content, tessaron::read_file(novnc + "core/" + std::string(file.path)));
+    }
+    for (Asset const& file : k_novnc_vendor_files) {
+        EXPECT_EQ(file.content, tessaron::read_file(novnc + "vendor/" + std::string(file.path)));
+    }
 }
 
 TEST(Assets, ModulesExportWhatThePageImports) {
