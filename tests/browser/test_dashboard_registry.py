@@ -10,7 +10,7 @@ from daemon import WEB_PORT
 from registry import ARCH
 
 SELF = {"arch": "arm64-darwin", "config_name": "", "cpu": "arm64", "os": "darwin", "uptime_seconds": 185,
-        "registry_url": "http://registry.test", "version": "1.0.0"}
+        "registry_url": "http://127.0.0.1:9", "version": "1.0.0"}
 
 
 @pytest.fixture
@@ -81,7 +81,7 @@ def test_registry_may_answer_anything(machine, page, body):
 def test_self_tells_about_the_daemon(machine, page):
     open_self(page, answers={"/api/self": SELF})
     page.wait("dl")
-    assert page.texts("dd") == ["1.0.0", "darwin arm64-darwin", "(unset)", "http://registry.test", "3 minutes"]
+    assert page.texts("dd") == ["1.0.0", "darwin arm64-darwin", "(unset)", "http://127.0.0.1:9", "3 minutes"]
     page.wait('#summary >> text="(unset)"')
 
 
