@@ -64,6 +64,9 @@ class Page:
         self.call("goto", url)
         return self
 
+    def close(self):
+        self.browser.do(do="close")
+
     def answer(self, path, body, status=200):
         self.browser.do(do="answer", args=[path, status, json.dumps(body)])
 

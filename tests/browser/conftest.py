@@ -27,4 +27,6 @@ def page(browser, daemon):
     """A page that has told of no error when the test ends, but for those that the test expects."""
     page = Page(browser)
     yield page
-    assert page.unexpected_errors() == []
+    errors = page.unexpected_errors()
+    page.close()
+    assert errors == []

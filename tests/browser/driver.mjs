@@ -2,6 +2,7 @@
 // line on the standard output. It is headless Chromium, with one page at a time.
 //
 //     {"do": "open", "args": [width, height]}          a fresh empty page, without what earlier ones stored
+//     {"do": "close"}
 //     {"do": "page", "method": ..., "args": [...]}     a method of the page
 //     {"do": "clock", "method": ..., "args": [...]}    of its clock, which then stands until it is moved
 //     {"do": "evaluate", "args": [function, argument]} what a function in the page returns
@@ -23,8 +24,8 @@ const browser = await chromium.launch({
 });
 let context;
 let page;
-let requests;
-let errors;
+let requests = [];
+let errors = [];
 
 const commands = {
     async open({ args: [width, height] }) {
@@ -48,6 +49,7 @@ const commands = {
             }
         });
     },
+    close: () => page?.close(),
     page: ({ method, args }) => page[method](...args),
     clock: ({ method, args }) => page.clock[method](...args),
     evaluate: ({ args: [script, argument] }) => page.evaluate((0, eval)(`(${script})`), argument),

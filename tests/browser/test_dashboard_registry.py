@@ -164,7 +164,8 @@ def test_what_is_being_typed_survives_the_save_of_another_field_and_other_tabs(m
 
 @pytest.fixture
 def proxy():
-    """Serves the machine below a prefix, as well as the static files at its own root."""
+    """Serves the machine below a prefix, as well as the static files at its own root. To be named
+    before the page, which must not outlive it."""
     asked = []
 
     class Handler(http.server.BaseHTTPRequestHandler):
@@ -199,7 +200,7 @@ def proxy():
 
 
 @pytest.mark.parametrize("end", ["", "/"])
-def test_page_behind_a_proxy_asks_below_its_prefix(machine, page, proxy, end):
+def test_page_behind_a_proxy_asks_below_its_prefix(machine, proxy, page, end):
     url, _ = proxy
     page.open(url + end)
     page.wait_text("No packages installed.")
