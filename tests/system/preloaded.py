@@ -23,12 +23,18 @@ def write_registry(*entries):
     (STORE / "registry.json").write_bytes(b"[" + b",".join(entries) + b"]")
 
 
-def preload(_daemon, name, script, version="1.0.0", **options):
-    """One installed package whose program is a shell script."""
+def put_into_store(name, version, script):
+    """The folder of a package whose program is a shell script."""
     folder = STORE / "store" / name / version
     folder.mkdir(parents=True)
     program = folder / "run"
     program.write_text(script)
     program.chmod(program.stat().st_mode | stat.S_IXUSR)
+    return folder
+
+
+def preload(_daemon, name, script, version="1.0.0", **options):
+    """One installed package whose program is a shell script."""
+    folder = put_into_store(name, version, script)
     write_registry(entry_text(name, version, str(folder), **options))
     return folder
