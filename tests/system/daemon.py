@@ -22,6 +22,7 @@ LOG_ROOT = pathlib.Path("/mnt/nand_disk_ext/mirelclient")
 LOG_FILE = LOG_ROOT / "mirelclient/app.log"
 LOCK = pathlib.Path("/tmp/mirelclient.lock")
 WEB_PORT = 7080
+STOPPED_BY_SIGTERM = 128 + signal.SIGTERM
 
 
 def run_to_its_end(*arguments, **options):

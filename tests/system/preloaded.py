@@ -4,6 +4,10 @@ import stat
 from daemon import STORE
 
 
+def install_path(name, version="1.0.0"):
+    return STORE / "store" / name / version
+
+
 def json_text(text):
     """JSON for the daemon's own parser: raw bytes, only quotes and backslashes escaped."""
     raw = text if isinstance(text, bytes) else text.encode()
@@ -25,7 +29,7 @@ def write_registry(*entries):
 
 def put_into_store(name, version, script):
     """The folder of a package whose program is a shell script."""
-    folder = STORE / "store" / name / version
+    folder = install_path(name, version)
     folder.mkdir(parents=True)
     program = folder / "run"
     program.write_text(script)

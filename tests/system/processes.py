@@ -1,6 +1,7 @@
 """What the kernel tells of running processes."""
 import os
 import pathlib
+import signal
 
 
 def environment_of(pid):
@@ -31,3 +32,27 @@ def threads_in_system_call(pid, name, number):
         except OSError:
             pass  # it has ended
     return found
+
+
+def busy_below(folder):
+    """The processes that have the folder in their command line: transfers, unpacking, scripts."""
+    found = []
+    for entry in pathlib.Path("/proc").iterdir():
+        try:
+            if entry.name.isdigit() and str(folder).encode() in (entry / "cmdline").read_bytes():
+                found.append(entry.name)
+        except OSError:
+            pass
+    return found
+
+
+def end_orphans(folder):
+    """Ends what the killed daemon's commands left at work in a folder."""
+    for name in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            busy = os.readlink(f"/proc/{name}/cwd").startswith(str(folder)) or \
+                str(folder).encode() in open(f"/proc/{name}/cmdline", "rb").read()
+            if busy and int(name) not in (1, os.getpid()):
+                os.kill(int(name), signal.SIGKILL)
+        except OSError:
+            pass

@@ -11,9 +11,8 @@ from daemon import CRASHES, DAEMON_ROOT, DOWNLOADS, MIRELCLIENT, SESSIONS
 from held_registry import HeldRegistry
 from preloaded import preload
 from programs import wait_until
-from registry import ARCH, SLEEPER
+from registry import ARCH, SLEEPER, replace_artifact
 from sessions import session_lines
-from test_install import replace_artifact
 
 PROGRAM = DAEMON_ROOT / "bin/mirelclient"
 OLD_BUILD = MIRELCLIENT.read_bytes()

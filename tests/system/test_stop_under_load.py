@@ -60,6 +60,12 @@ def end_packages(pids):
         os.kill(pid, signal.SIGKILL)
 
 
+def end_requests(clients, connections):
+    clients.rest()
+    for connection in connections:
+        connection.close()
+
+
 @pytest.fixture
 def registry_without_end():
     registry = HangingRegistry()
@@ -101,9 +107,7 @@ def test_two_hundred_stops_amid_requests_downloads_and_scripts(daemon, clients, 
         if number % 4 == 1:
             wait_until(script_runs.exists, "the script is at work")
         assert daemon.stop() == 143, f"round {number}"
-        clients.rest()
-        for connection in connections:
-            connection.close()
+        end_requests(clients, connections)
         check_stop_line(SESSIONS, pid)
         check_store()
         assert all(pathlib.Path(f"/proc/{child}").exists() for child in kept)
@@ -201,9 +205,7 @@ def test_more_of_the_signal_during_the_stop_changes_nothing(daemon, clients, reg
             os.kill(pid, signal.SIGTERM)  # it is there until it has been waited for
         assert daemon.process.wait(60) == 143
         daemon.process = None
-        clients.rest()
-        for connection in connections:
-            connection.close()
+        end_requests(clients, connections)
         check_stop_line(SESSIONS, pid)
         assert len(session_lines(SESSIONS, pid)) == 2
         end_packages(instances(shutil.which("sleep")))
