@@ -153,7 +153,9 @@ bool PtySession::wait_for_master(short events, int peer) const {
             return false;
         }
     }
-    return waited[1].revents == 0 && waited[2].revents == 0;
+    // Of what a shell that has ended left behind, the rest is still read; nothing is written to it.
+    bool const hung_up = events == POLLOUT && (waited[0].revents & (POLLHUP | POLLERR)) != 0;
+    return !hung_up && waited[1].revents == 0 && waited[2].revents == 0;
 }
 
 void PtySession::terminate() {
