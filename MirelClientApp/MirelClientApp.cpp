@@ -6,6 +6,7 @@
 #include "MirelClientApp/routes/package_routes.hpp"
 #include "MirelClientApp/routes/registry_routes.hpp"
 #include "MirelClientApp/routes/self_routes.hpp"
+#include "MirelClientApp/routes/vnc_routes.hpp"
 #include "app/utilities/shell_command.hpp"
 #include "app/utilities/shell_quote.hpp"
 
@@ -53,6 +54,7 @@ void MirelClientApp::end_what_is_under_way() {
     packages_.request_stop();
     self_updater_.request_stop();
     console_.request_stop();
+    vnc_bridges_.request_stop();
 }
 
 void MirelClientApp::prepare_for_restart() {
@@ -65,6 +67,7 @@ void MirelClientApp::prepare_for_restart() {
     std::ignore = package_updater_.wait_until_idle(time_left());
     std::ignore = web_server_.wait_until_answered(time_left());
     std::ignore = console_.wait_until_ended(time_left());
+    std::ignore = vnc_bridges_.wait_until_ended(time_left());
 }
 
 int MirelClientApp::run_impl() {
@@ -79,6 +82,7 @@ void MirelClientApp::mkdir_recursive(std::string const& path) {
 void MirelClientApp::start_web_server() {
     register_package_routes(web_server_, packages_, package_updater_);
     register_console_routes(web_server_, console_);
+    register_vnc_routes(web_server_, vnc_bridges_, context().config());
     register_registry_routes(web_server_, registry_);
     register_self_routes(web_server_, {context().config(), registry_, self_updater_, start_time_});
     std::string const error = web_server_.start();

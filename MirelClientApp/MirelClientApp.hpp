@@ -5,6 +5,7 @@
 #include "MirelClientApp/remote/RegistryClient.hpp"
 #include "MirelClientApp/updates/PackageUpdater.hpp"
 #include "MirelClientApp/updates/SelfUpdater.hpp"
+#include "MirelClientApp/vnc/vnc_bridge.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "app/ConsoleApp.hpp"
 #include "package/PackageManagerService.hpp"
@@ -67,6 +68,7 @@ private:
     tessaron::PackageManagerService packages_;
     SelfUpdater self_updater_;
     Console console_;
+    VncBridges vnc_bridges_;
     PackageUpdater package_updater_; // Its threads use what stands above,
     WebServer web_server_;           // and the handlers all of it.
     std::chrono::steady_clock::time_point start_time_;
