@@ -2,6 +2,7 @@
 
 #include "MirelClientApp/App/config_fields.hpp"
 #include "MirelClientApp/platform_arch.hpp"
+#include "MirelClientApp/routes/console_routes.hpp"
 #include "MirelClientApp/routes/package_routes.hpp"
 #include "MirelClientApp/routes/registry_routes.hpp"
 #include "MirelClientApp/routes/self_routes.hpp"
@@ -51,6 +52,7 @@ void MirelClientApp::end_what_is_under_way() {
     registry_.request_stop();
     packages_.request_stop();
     self_updater_.request_stop();
+    console_.request_stop();
 }
 
 void MirelClientApp::prepare_for_restart() {
@@ -62,6 +64,7 @@ void MirelClientApp::prepare_for_restart() {
     // What has not ended by then is cut off, as by a crash, which the store survives.
     std::ignore = package_updater_.wait_until_idle(time_left());
     std::ignore = web_server_.wait_until_answered(time_left());
+    std::ignore = console_.wait_until_ended(time_left());
 }
 
 int MirelClientApp::run_impl() {
@@ -75,6 +78,7 @@ void MirelClientApp::mkdir_recursive(std::string const& path) {
 
 void MirelClientApp::start_web_server() {
     register_package_routes(web_server_, packages_, package_updater_);
+    register_console_routes(web_server_, console_);
     register_registry_routes(web_server_, registry_);
     register_self_routes(web_server_, {context().config(), registry_, self_updater_, start_time_});
     std::string const error = web_server_.start();
