@@ -24,8 +24,8 @@ struct TunnelConsoleTest : TunnelClientTest {
     /// The echo of what is typed must not pass for its output, so that is put together by the
     /// shell.
     static pid_t shell_pid(TunnelPeer& tunnel) {
-        EXPECT_TRUE(type(tunnel, "echo pid''=$$.\n"));
-        std::string const output = read_console_until(tunnel, 1, ".\r\n");
+        EXPECT_TRUE(type(tunnel, "echo pid''=$$ e''nd\n"));
+        std::string const output = read_console_until(tunnel, 1, " end\r\n");
         return std::stoi(output.substr(output.rfind("pid=") + 4));
     }
     static bool is_gone(pid_t pid) { return kill(pid, 0) != 0; }
@@ -94,7 +94,7 @@ TEST_F(TunnelConsoleTest, AShellThatCannotBeStartedClosesTheStream) {
 TEST_F(TunnelConsoleTest, AShellThatIgnoresTheHangUpHoldsUpNobody) {
     auto tunnel = open_console();
     pid_t const pid = shell_pid(tunnel);
-    ASSERT_TRUE(type(tunnel, "trap '' HUP; while :; do echo r''eady; sleep 1; done\n"));
+    ASSERT_TRUE(type(tunnel, "trap '' HUP; echo r''eady; while :; do sleep 1; done\n"));
     read_console_until(tunnel, 1, "ready");
     ASSERT_TRUE(tunnel.close(1));
     Received frame = tunnel.read_frame();

@@ -14,7 +14,8 @@ namespace {
 
 using tessaron::test::wait_until;
 
-constexpr std::chrono::milliseconds K_SHORT_LIMIT{500};
+/// Probes are answered twice a second at most.
+constexpr std::chrono::milliseconds K_SHORT_LIMIT{2'500};
 
 /// A small receive buffer is a small window.
 constexpr int K_SMALL_BUFFER = 4096;
@@ -94,30 +95,30 @@ struct TunnelConnectionWindowTest : TunnelConnectionTest {
 };
 
 TEST_F(TunnelConnectionWindowTest, APeerThatIsSlowToReadIsNotTakenForADeadOne) {
-    // What the system does to a connection that nobody looks at is the measure.
-    tessaron::UniqueFd unwatched = dial(listener.address(), {});
-    TunnelPeer silent = listener.accept<TunnelPeer>();
-    WindowWatch const unused(unwatched.get(), K_SHORT_LIMIT);
+    // What the system does to connections that nobody looks at is the measure.
+    struct Unwatched {
+        Unwatched(Listener& listener, std::chrono::milliseconds limit, std::string const& data)
+            : socket(dial(listener.address(), {})), peer(listener.accept()),
+              options(socket.get(), limit) {
+            std::ignore = ::send(socket.get(), data.data(), data.size(), MSG_NOSIGNAL);
+        }
+        bool is_given_up() const {
+            return option_of(socket.get(), SOL_SOCKET, SO_ERROR) == ETIMEDOUT;
+        }
+        tessaron::UniqueFd socket;
+        Peer peer;
+        WindowWatch options;
+    };
     std::string const sent(8'000'000, 'x');
-    std::ignore = ::send(unwatched.get(), sent.data(), sent.size(), MSG_NOSIGNAL);
-
     TunnelLiveness impatient;
     impatient.answer_limit = K_SHORT_LIMIT;
-    impatient.look_period = std::chrono::milliseconds(50);
+    impatient.look_period = K_SHORT_LIMIT / 5;
     TunnelConnection connection(std::move(socket), impatient);
-    std::thread source(
-        [&] { EXPECT_TRUE(connection.send_frame(FRAME_DATA, 1, std::string_view(sent))); });
-    auto const given_up = [&unwatched] {
-        return option_of(unwatched.get(), SOL_SOCKET, SO_ERROR) == ETIMEDOUT;
-    };
-    wait_until(given_up, "the system gives the unwatched connection up");
-    // And as long again, of which the same measure is kept.
-    tessaron::UniqueFd again = dial(listener.address(), {});
-    TunnelPeer silent_again = listener.accept<TunnelPeer>();
-    WindowWatch const unused_again(again.get(), 4 * K_SHORT_LIMIT);
-    std::ignore = ::send(again.get(), sent.data(), sent.size(), MSG_NOSIGNAL);
-    wait_until([&again] { return option_of(again.get(), SOL_SOCKET, SO_ERROR) == ETIMEDOUT; },
-               "the system gives another one up");
+    std::thread source([&] { EXPECT_TRUE(connection.send_frame(FRAME_DATA, 1, sent)); });
+    Unwatched const same(listener, K_SHORT_LIMIT, sent);
+    Unwatched const patient(listener, 2 * K_SHORT_LIMIT, sent);
+    wait_until([&patient] { return patient.is_given_up(); }, "twice the limit has passed");
+    EXPECT_TRUE(same.is_given_up());
     EXPECT_EQ(peer.read_frame(), (Received{FRAME_DATA, 1, sent}));
     source.join();
 }
