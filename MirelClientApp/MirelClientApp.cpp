@@ -2,6 +2,7 @@
 
 #include "MirelClientApp/App/config_fields.hpp"
 #include "MirelClientApp/platform_arch.hpp"
+#include "MirelClientApp/routes/asset_routes.hpp"
 #include "MirelClientApp/routes/console_routes.hpp"
 #include "MirelClientApp/routes/package_routes.hpp"
 #include "MirelClientApp/routes/registry_routes.hpp"
@@ -105,6 +106,7 @@ void MirelClientApp::mkdir_recursive(std::string const& path) {
 }
 
 void MirelClientApp::start_web_server() {
+    register_asset_routes(web_server_);
     register_package_routes(web_server_, packages_, package_updater_);
     register_console_routes(web_server_, console_);
     register_vnc_routes(web_server_, vnc_bridges_, context().config());
