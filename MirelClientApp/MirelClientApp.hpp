@@ -1,9 +1,13 @@
 #pragma once
 
+#include "MirelClientApp/console/Console.hpp"
 #include "MirelClientApp/remote/ErrorText.hpp"
+#include "MirelClientApp/remote/HeartbeatSender.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
+#include "MirelClientApp/tunnel/TunnelClient.hpp"
 #include "MirelClientApp/updates/PackageUpdater.hpp"
 #include "MirelClientApp/updates/SelfUpdater.hpp"
+#include "MirelClientApp/vnc/vnc_bridge.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "app/ConsoleApp.hpp"
 #include "package/PackageManagerService.hpp"
@@ -20,8 +24,8 @@ inline constexpr char const* K_RUNNING_VERSION_CORE = "0.0.0";
 /// the registry server and the package store meet.
 ///
 /// Construction provisions the packages of the bootstrap list (blocking) before the web server
-/// listens. Destruction ends the transfers and shell commands under way, lets the running web
-/// handlers and updates end, and leaves the packages' processes running.
+/// listens. Destruction ends the transfers, shell commands and terminals under way, lets the
+/// running web handlers and updates end, and leaves the packages' processes running.
 ///
 /// Ownership: services by value; the context must outlive the object.
 /// Thread safety: `fetch_install` and `stop` from any thread; the rest only on the main thread.
@@ -46,7 +50,7 @@ public:
 private:
     int run_impl() override;
     void prepare_for_restart() override;
-    /// Transfers and shell commands; from then on all further ones fail.
+    /// Transfers, shell commands and terminals; from then on all further ones fail.
     void end_what_is_under_way();
 
     /// Where a build's artifact lies once it was fetched.
@@ -65,8 +69,12 @@ private:
     RegistryClient registry_;
     tessaron::PackageManagerService packages_;
     SelfUpdater self_updater_;
-    PackageUpdater package_updater_; // Its threads use what stands above,
-    WebServer web_server_;           // and the handlers all of it.
+    Console console_;
+    VncBridges vnc_bridges_;
+    PackageUpdater package_updater_; // Its threads use what stands above it.
+    HeartbeatSender heartbeat_;
+    TunnelClient tunnel_;  // Dials the web server like anybody else.
+    WebServer web_server_; // Its handlers use what stands above the heartbeat.
     std::chrono::steady_clock::time_point start_time_;
 };
 

@@ -1,12 +1,14 @@
 #include "MirelClientApp/web/response_writer.hpp"
 
+#include "MirelClientApp/web/socket_io.hpp"
+
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
+#include <tuple>
 
 namespace mirelclient {
 
@@ -49,18 +51,7 @@ std::string_view reason_phrase(int status) {
 }
 
 void write_response(int fd, HttpResponse const& response) {
-    std::string const text = assemble(response);
-    std::string_view rest = text;
-    while (!rest.empty()) {
-        ssize_t const sent = ::send(fd, rest.data(), rest.size(), MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) {
-            continue;
-        }
-        if (sent <= 0) {
-            return;
-        }
-        rest.remove_prefix(static_cast<std::size_t>(sent));
-    }
+    std::ignore = send_all(fd, assemble(response)); // a peer that has left wants nothing more
 }
 
 void linger_close(tessaron::UniqueFd fd) {

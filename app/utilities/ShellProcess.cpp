@@ -1,69 +1,16 @@
 #include "app/utilities/ShellProcess.hpp"
 
+#include "app/utilities/SpawnPlan.hpp"
+
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <spawn.h>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace tessaron {
-namespace {
-
-/// The attributes and file actions of one spawn.
-class SpawnPlan {
-public:
-    SpawnPlan() {
-        failed_ = posix_spawnattr_init(&attributes_) != 0;
-        failed_ = posix_spawn_file_actions_init(&actions_) != 0 || failed_;
-    }
-    ~SpawnPlan() {
-        posix_spawn_file_actions_destroy(&actions_);
-        posix_spawnattr_destroy(&attributes_);
-    }
-    SpawnPlan(SpawnPlan const&) = delete;
-    SpawnPlan& operator=(SpawnPlan const&) = delete;
-
-    void lead_own_group() { check(posix_spawnattr_setpgroup(&attributes_, 0)); }
-
-    void forget_signal_state() {
-        sigset_t signals;
-        sigfillset(&signals);
-        check(posix_spawnattr_setsigdefault(&attributes_, &signals));
-        sigemptyset(&signals);
-        check(posix_spawnattr_setsigmask(&attributes_, &signals));
-    }
-
-    void redirect(int from, int to) {
-        check(posix_spawn_file_actions_adddup2(&actions_, from, to));
-    }
-
-    void close_from(int first) {
-        check(posix_spawn_file_actions_addclosefrom_np(&actions_, first));
-    }
-
-    /// The process id, or -1.
-    pid_t spawn(char const* program, char* const* arguments) {
-        check(posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF |
-                                                         POSIX_SPAWN_SETSIGMASK));
-        pid_t pid = -1;
-        if (failed_ ||
-            posix_spawn(&pid, program, &actions_, &attributes_, arguments, environ) != 0) {
-            return -1;
-        }
-        return pid;
-    }
-
-private:
-    void check(int error) { failed_ = error != 0 || failed_; }
-
-    posix_spawnattr_t attributes_{};
-    posix_spawn_file_actions_t actions_{};
-    bool failed_ = false;
-};
-
-} // namespace
-
 std::unique_ptr<ShellProcess> ShellProcess::start(std::string const& command, int standard_output) {
     SpawnPlan plan;
     plan.lead_own_group();
@@ -78,7 +25,7 @@ std::unique_ptr<ShellProcess> ShellProcess::start(std::string const& command, in
     std::string text = command;
     char* const arguments[] = {shell.data(), option.data(), text.data(), nullptr};
     pid_t const pid = plan.spawn("/bin/sh", arguments);
-    return pid > 0 ? std::unique_ptr<ShellProcess>(new ShellProcess(pid)) : nullptr;
+    return pid > 0 ? std::make_unique<ShellProcess>(pid) : nullptr;
 }
 
 ShellProcess::ShellProcess(pid_t pid)
@@ -101,6 +48,21 @@ bool ShellProcess::has_ended() const {
         }
     }
     return info.si_pid == pid_;
+}
+
+bool ShellProcess::wait_for_end(std::chrono::milliseconds limit) const {
+    using Clock = std::chrono::steady_clock;
+    auto const deadline = Clock::now() + limit;
+    while (!has_ended()) {
+        auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0) {
+            return false;
+        }
+        pollfd end{end_event(), POLLIN, 0};
+        auto const pause = end.fd >= 0 ? left : std::min(left, K_POLL_WITHOUT_END_EVENT);
+        poll(&end, 1, static_cast<int>(pause.count()));
+    }
+    return true;
 }
 
 void ShellProcess::signal_group(int signal) const {

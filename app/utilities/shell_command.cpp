@@ -1,52 +1,19 @@
 #include "app/utilities/shell_command.hpp"
 
 #include "app/utilities/ShellProcess.hpp"
+#include "app/utilities/StopEvent.hpp"
 #include "app/utilities/file_io.hpp"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <tuple>
 #include <unistd.h>
 
 namespace tessaron {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-/// How often a shell without an end event is looked at.
-constexpr std::chrono::milliseconds K_POLL_WITHOUT_EVENT{20};
-
-/// Turns a stop request into a descriptor that polls readable.
-class StopEvent {
-public:
-    explicit StopEvent(std::stop_token const& stop)
-        : event_(stop.stop_possible() ? eventfd(0, EFD_CLOEXEC) : -1),
-          usable_(!stop.stop_possible() || event_.is_open()), on_stop_(stop, Raise{event_.get()}) {}
-
-    /// False when the system has no descriptor left.
-    bool is_usable() const noexcept { return usable_; }
-    /// -1 when no stop request can ever come.
-    int descriptor() const noexcept { return event_.get(); }
-
-private:
-    struct Raise {
-        void operator()() const noexcept {
-            std::uint64_t const one = 1;
-            std::ignore = write(event, &one, sizeof one); // a fresh counter takes it at once
-        }
-        int event;
-    };
-
-    UniqueFd event_; // outlives the callback, whose destructor waits for a running call
-    bool usable_;
-    std::stop_callback<Raise> on_stop_;
-};
 
 /// One command from start to end, on the thread that waits for it. Since that thread alone signals
 /// the shell and reaps it, no signal can go astray.
@@ -74,7 +41,7 @@ private:
 
 int ShellRun::wait_for_end() {
     std::chrono::milliseconds const limit =
-        shell_.end_event() >= 0 ? std::chrono::milliseconds(-1) : K_POLL_WITHOUT_EVENT;
+        shell_.end_event() >= 0 ? std::chrono::milliseconds(-1) : K_POLL_WITHOUT_END_EVENT;
     while (!shell_ended_ || output_.is_open()) {
         if (sleep_until_event(limit)) {
             end_group();
@@ -111,13 +78,7 @@ void ShellRun::read_output() {
 
 void ShellRun::end_group() {
     shell_.signal_group(SIGTERM);
-    auto const deadline = Clock::now() + K_SHELL_STOP_GRACE;
-    while (!shell_.has_ended() && Clock::now() < deadline) {
-        pollfd end{shell_.end_event(), POLLIN, 0};
-        auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        auto const limit = end.fd >= 0 ? left : std::min(left, K_POLL_WITHOUT_EVENT);
-        poll(&end, 1, static_cast<int>(std::max<std::int64_t>(limit.count(), 0)));
-    }
+    std::ignore = shell_.wait_for_end(K_SHELL_STOP_GRACE);
     // The rest of the group, and the shell if it ignored the first signal.
     shell_.signal_group(SIGKILL);
 }
