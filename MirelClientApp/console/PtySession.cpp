@@ -125,6 +125,11 @@ std::size_t PtySession::read_output(void* buffer, std::size_t size) {
     }
 }
 
+std::size_t PtySession::read_more_output(void* buffer, std::size_t size) {
+    ssize_t const got = ::read(master_.get(), buffer, size);
+    return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
 bool PtySession::write_input(std::string_view keys, int peer) {
     while (!keys.empty()) {
         ssize_t const taken = ::write(master_.get(), keys.data(), keys.size());

@@ -45,6 +45,8 @@ public:
     /// Blocks for output and returns the size of the piece that was read; 0 once the shell has
     /// ended and nobody else holds its terminal, and after `interrupt`.
     [[nodiscard]] std::size_t read_output(void* buffer, std::size_t size);
+    /// The same without blocking; 0 also if there is none at the moment.
+    [[nodiscard]] std::size_t read_more_output(void* buffer, std::size_t size);
 
     /// Writes all of it, and blocks while the terminal takes no more; false if the rest was given
     /// up because meanwhile the shell ended, the session was interrupted, or the other side of

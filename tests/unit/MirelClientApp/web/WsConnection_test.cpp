@@ -179,6 +179,20 @@ TEST_F(WsConnectionTest, WritesEveryFormOfLengthAsOneFrame) {
     }
 }
 
+TEST_F(WsConnectionTest, WritesSeveralMessagesAsAFrameEach) {
+    std::vector<std::string> const texts{"one", "", std::string(300, '3'), std::string(70'000, '4'),
+                                         "five"};
+    std::vector<std::string_view> const messages(texts.begin(), texts.end());
+    std::thread writer([&] { EXPECT_TRUE(connection_->write_messages(2, messages)); });
+    for (std::string const& text : texts) {
+        EXPECT_EQ(peer_.read_frame(), (WsFrame{2, text, true, false}));
+    }
+    writer.join();
+    EXPECT_TRUE(connection_->write_messages(2, {}));
+    connection_.reset();
+    EXPECT_EQ(peer_.read_frame(), std::nullopt);
+}
+
 TEST_F(WsConnectionTest, WritesTheShortestHeader) {
     write(1, "ab");
     EXPECT_EQ(peer_.read(4), "\x81\x02"
