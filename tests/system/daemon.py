@@ -1,4 +1,5 @@
 """The real daemon, driven as an operator drives it."""
+import contextlib
 import http.client
 import json
 import os
@@ -180,5 +181,8 @@ class Daemon:
         return json.loads((STORE / "registry.json").read_text())
 
     def children(self):
-        tasks = pathlib.Path(f"/proc/{self.pid}/task")
-        return {int(pid) for task in tasks.iterdir() for pid in (task / "children").read_text().split()}
+        found = set()
+        for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
+            with contextlib.suppress(OSError):  # it has ended meanwhile; its children are another's
+                found.update(map(int, (task / "children").read_text().split()))
+        return found

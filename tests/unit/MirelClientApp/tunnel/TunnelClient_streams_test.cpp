@@ -211,8 +211,8 @@ TEST_F(TunnelClientTest, AThousandStreamsLeaveNoDescriptorsAndNoThreads) {
         }
         ASSERT_EQ(tunnel.read_frame(), (Received{FRAME_CLOSE, id, ""}));
     }
-    wait_until([&] { return descriptor_count() == descriptors; }, "all descriptors are closed");
-    wait_until([&] { return thread_count() == threads; }, "all threads have ended");
+    wait_until([&] { return descriptor_count() <= descriptors; }, "all descriptors are closed");
+    wait_until([&] { return thread_count() <= threads; }, "all threads have ended");
 }
 
 TEST_F(TunnelClientTest, ManyOpenStreamsEndWithTheClient) {

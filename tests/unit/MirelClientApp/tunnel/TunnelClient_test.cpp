@@ -20,7 +20,7 @@ TEST_F(TunnelClientTest, WithoutAnAddressNoThreadStarts) {
     std::size_t const before = thread_count();
     TunnelClient idle("", "box", 1, 2);
     idle.start();
-    EXPECT_EQ(thread_count(), before);
+    EXPECT_LE(thread_count(), before);
     idle.stop();
 }
 
@@ -68,7 +68,7 @@ TEST_F(TunnelClientTest, ASecondStartOpensNoSecondConnection) {
     auto tunnel = start_and_accept();
     std::size_t const before = thread_count();
     client->start();
-    EXPECT_EQ(thread_count(), before);
+    EXPECT_LE(thread_count(), before);
 }
 
 TEST_F(TunnelClientTest, AStoppedClientCanBeStartedAgain) {

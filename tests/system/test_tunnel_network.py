@@ -1,0 +1,134 @@
+"""A network that vanishes without a word between the daemon and its server, which stands in a
+network namespace of its own."""
+import ctypes
+import os
+import subprocess
+import threading
+import time
+
+import pytest
+from programs import wait_until
+from tunnel_server import DATA, TunnelServer
+
+HERE, THERE = "10.77.0.1", "10.77.0.2"
+NOWHERE = "02:00:00:00:00:99"
+CLONE_NEWNET = 0x40000000
+LIMIT = 30
+
+
+def run(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
+
+
+class Network:
+    """Two ends of a cable. Frames for a wrong address are lost, and nobody is told."""
+
+    def __init__(self):
+        self.other = subprocess.Popen(["unshare", "--net", "sleep", "1000"])
+        own = os.readlink("/proc/self/ns/net")
+        wait_until(lambda: os.readlink(f"/proc/{self.other.pid}/ns/net") != own, "there is another end")
+        run("ip", "link", "add", "near", "type", "veth", "peer", "name", "far", "netns", str(self.other.pid))
+        run("ip", "addr", "add", f"{HERE}/24", "dev", "near")
+        run("ip", "link", "set", "near", "up")
+        self.there("ip", "addr", "add", f"{THERE}/24", "dev", "far")
+        self.there("ip", "link", "set", "far", "up")
+        self.address = self.far_address()
+
+    def there(self, *command):
+        return run("nsenter", f"--net=/proc/{self.other.pid}/ns/net", *command)
+
+    def far_address(self):
+        words = self.there("ip", "-o", "link", "show", "far").split()
+        return words[words.index("link/ether") + 1]
+
+    def send_to(self, address):
+        run("ip", "neigh", "replace", THERE, "lladdr", address, "dev", "near", "nud", "permanent")
+
+    def vanish(self):
+        self.send_to(NOWHERE)
+
+    def come_back(self):
+        self.send_to(self.address)
+
+    def listen(self, port):
+        """A socket stays in the namespace in which its thread was."""
+        made = []
+
+        def make():
+            with open(f"/proc/{self.other.pid}/ns/net") as namespace:
+                assert ctypes.CDLL(None).setns(namespace.fileno(), CLONE_NEWNET) == 0
+            made.append(TunnelServer(THERE, port))
+
+        worker = threading.Thread(target=make)
+        worker.start()
+        worker.join()
+        return made[0]
+
+    def end(self):
+        subprocess.run(["ip", "link", "del", "near"], check=False)
+        self.other.kill()
+        self.other.wait()
+
+
+@pytest.fixture
+def network():
+    network = Network()
+    yield network
+    network.end()
+
+
+def open_sockets(daemon):
+    """The daemon's connections to the other end, by their state."""
+    lines = run("ss", "-tnpH", "dst", THERE).splitlines()
+    return [line.split()[0] for line in lines if f"pid={daemon.pid}," in line]
+
+
+@pytest.fixture
+def server(network):
+    server = network.listen(7000)
+    yield server
+    server.end()
+
+
+@pytest.mark.parametrize("busy", [False, True], ids=["idle", "busy"])
+def test_a_dead_connection_is_replaced_soon_after_the_networks_return(daemon, network, server, busy):
+    daemon.configure(tunnel_addr=server.address)
+    daemon.start()
+    tunnel = server.accept()
+    if busy:
+        tunnel.open(1, "console")
+        tunnel.type(1, "while :; do echo r''eady; sleep 0.2; done\n")
+        tunnel.read_console_until(1, "ready\r\n")
+    network.vanish()
+    wait_until(lambda: "ESTAB" not in open_sockets(daemon), "the loss is noticed")
+    network.come_back()
+    returned = time.monotonic()
+    second = server.accept()
+    assert time.monotonic() - returned < LIMIT
+    second.send(DATA, 1, b"who?")
+    second.expect_all_handled()
+
+
+def test_a_server_that_has_forgotten_the_connection_gets_another_one(daemon, network, server):
+    """The network is back before anybody has noticed, but what stood between the two was replaced."""
+    daemon.configure(tunnel_addr=server.address)
+    daemon.start()
+    first = server.accept()
+    network.vanish()
+    first.close()
+    network.come_back()
+    returned = time.monotonic()
+    server.accept().expect_all_handled()
+    assert time.monotonic() - returned < LIMIT
+
+
+def test_an_outage_of_a_moment_is_survived(daemon, network, server):
+    daemon.configure(tunnel_addr=server.address)
+    daemon.start()
+    tunnel = server.accept()
+    network.vanish()
+    tunnel.open(1, "no such target")
+    network.come_back()
+    tunnel.open(2, "console")
+    kinds = [tunnel.read()[:2] for _ in range(2)]
+    assert (4, 1) in kinds and (DATA, 2) in kinds
