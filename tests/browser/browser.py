@@ -86,6 +86,9 @@ class Page:
         """On what has the focus."""
         self.browser.do(do="press", args=[key])
 
+    def type(self, text):
+        self.browser.do(do="type", args=[text])
+
     def wait(self, selector):
         """Until there is one at least."""
         self.locate(f"{selector} >> nth=0", "waitFor")

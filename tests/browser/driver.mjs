@@ -6,6 +6,7 @@
 //     {"do": "page", "method": ..., "args": [...]}     a method of the page
 //     {"do": "clock", "method": ..., "args": [...]}    of its clock, which then stands until it is moved
 //     {"do": "evaluate", "args": [function, argument]} what a function in the page returns
+//     {"do": "type", "args": [text]}                   into what has the focus
 //     {"do": "press", "args": [key]}                   on what has the focus
 //     {"do": "locator", "selector": ..., "method": ..., "args": [...]}
 //     {"do": "answer", "args": [path, status, body]}   stands in for the machine's answer to a path
@@ -53,6 +54,7 @@ const commands = {
     page: ({ method, args }) => page[method](...args),
     clock: ({ method, args }) => page.clock[method](...args),
     evaluate: ({ args: [script, argument] }) => page.evaluate((0, eval)(`(${script})`), argument),
+    type: ({ args: [text] }) => page.keyboard.type(text),
     press: ({ args: [key] }) => page.keyboard.press(key),
     locator: ({ selector, method, args }) => page.locator(selector)[method](...args),
     answer: ({ args: [path, status, body] }) =>

@@ -104,7 +104,6 @@ def machine(daemon, registry):
 
 @pytest.mark.parametrize("size", [DESK, PHONE], ids=["desk", "phone"])
 def test_every_view_is_drawn_and_fits_the_window(machine, page, size):
-    page.expected_errors = ["404 (Not Found)", "WebSocket connection"]
     page.open(size=size)
 
     def expect_drawn(selector):
