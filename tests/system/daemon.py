@@ -181,8 +181,11 @@ class Daemon:
         return json.loads((STORE / "registry.json").read_text())
 
     def children(self):
-        found = set()
-        for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
-            with contextlib.suppress(OSError):  # it has ended meanwhile; its children are another's
-                found.update(map(int, (task / "children").read_text().split()))
-        return found
+        """Of all its threads; one that ends meanwhile hands its children to another one, and they are
+        looked for anew."""
+        while True:
+            tasks = pathlib.Path(f"/proc/{self.pid}/task")
+            try:
+                return {int(pid) for task in tasks.iterdir() for pid in (task / "children").read_text().split()}
+            except (FileNotFoundError, ProcessLookupError):
+                assert self.process.poll() is None, "the daemon has ended"

@@ -147,6 +147,17 @@ def descriptors(pid):
     return sorted(os.listdir(f"/proc/{pid}/fd"), key=int)
 
 
+def terminal_masters(pid):
+    """The master sides of terminals that it holds."""
+    masters = []
+    for descriptor in descriptors(pid):
+        with contextlib.suppress(OSError):
+            target = os.readlink(f"/proc/{pid}/fd/{descriptor}")
+            if target.endswith("ptmx"):
+                masters.append(descriptor)
+    return masters
+
+
 def thread_names(pid):
     names = []
     for task in os.listdir(f"/proc/{pid}/task"):
