@@ -32,23 +32,28 @@ class Network:
         run("ip", "link", "set", "near", "up")
         self.there("ip", "addr", "add", f"{THERE}/24", "dev", "far")
         self.there("ip", "link", "set", "far", "up")
-        self.address = self.far_address()
+        self.near_address = self.address_in(run("ip", "-o", "link", "show", "near"))
+        self.far_address = self.address_in(self.there("ip", "-o", "link", "show", "far"))
 
     def there(self, *command):
         return run("nsenter", f"--net=/proc/{self.other.pid}/ns/net", *command)
 
-    def far_address(self):
-        words = self.there("ip", "-o", "link", "show", "far").split()
+    @staticmethod
+    def address_in(text):
+        words = text.split()
         return words[words.index("link/ether") + 1]
 
-    def send_to(self, address):
-        run("ip", "neigh", "replace", THERE, "lladdr", address, "dev", "near", "nud", "permanent")
-
     def vanish(self):
-        self.send_to(NOWHERE)
+        run(*self.neighbour(THERE, NOWHERE, "near"))
+        self.there(*self.neighbour(HERE, NOWHERE, "far"))
 
     def come_back(self):
-        self.send_to(self.address)
+        run(*self.neighbour(THERE, self.far_address, "near"))
+        self.there(*self.neighbour(HERE, self.near_address, "far"))
+
+    @staticmethod
+    def neighbour(host, address, device):
+        return ["ip", "neigh", "replace", host, "lladdr", address, "dev", device, "nud", "permanent"]
 
     def listen(self, port):
         """A socket stays in the namespace in which its thread was."""
@@ -110,12 +115,12 @@ def test_a_dead_connection_is_replaced_soon_after_the_networks_return(daemon, ne
 
 
 def test_a_server_that_has_forgotten_the_connection_gets_another_one(daemon, network, server):
-    """The network is back before anybody has noticed, but what stood between the two was replaced."""
+    """The network is back before the daemon has noticed, and the server was another one meanwhile."""
     daemon.configure(tunnel_addr=server.address)
     daemon.start()
     first = server.accept()
     network.vanish()
-    first.close()
+    first.abort()
     network.come_back()
     returned = time.monotonic()
     server.accept().expect_all_handled()

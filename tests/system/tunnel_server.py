@@ -31,6 +31,7 @@ class Tunnel:
     def __init__(self, connection):
         self.connection = connection
         self.connection.settimeout(DEADLINE)
+        self.connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self.reader = connection.makefile("rb")
 
     def send(self, kind, stream, payload=b""):
@@ -82,6 +83,11 @@ class Tunnel:
         """Sends something that has an answer, and expects that and nothing before."""
         self.open(0xfffffffe, "no such target")
         assert self.read() == (CLOSE, 0xfffffffe, b"")
+
+    def abort(self):
+        """Leaves with a reset."""
+        self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        self.close()
 
     def close(self):
         self.reader.close()
