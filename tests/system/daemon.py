@@ -1,5 +1,4 @@
 """The real daemon, driven as an operator drives it."""
-import contextlib
 import http.client
 import json
 import os
