@@ -9,6 +9,7 @@
 #include "app/utilities/shell_command.hpp"
 #include "app/utilities/shell_quote.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <tuple>
@@ -22,6 +23,13 @@ namespace {
 /// How long a restart waits for what is under way to end, and for the answers on their way to their
 /// callers, among them that of the request that asked for it.
 constexpr std::chrono::milliseconds K_RESTART_GRACE{500};
+constexpr std::chrono::milliseconds K_TUNNEL_GRACE{50};
+/// How long a stop waits for the tunnel's shells.
+constexpr std::chrono::milliseconds K_STOP_GRACE{500};
+
+std::uint16_t port_of(long long setting) {
+    return static_cast<std::uint16_t>(setting);
+}
 
 } // namespace
 
@@ -34,18 +42,30 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
                     detect_platform_arch(), K_RUNNING_VERSION_CORE,
                     [this](std::string const& reason) { app_control().request_reboot(reason); }),
       package_updater_(update_steps()),
+      heartbeat_(registry_, context.config().as_str(config::K_CLIENT_NAME),
+                 context.config().as_str(config::K_ADVERTISE_ADDR),
+                 context.config().as_int(config::K_HEARTBEAT_INTERVAL_SECONDS)),
+      tunnel_(context.config().as_str(config::K_TUNNEL_ADDR),
+              context.config().as_str(config::K_CLIENT_NAME),
+              port_of(context.config().as_int(config::K_WEB_PORT)),
+              port_of(context.config().as_int(config::K_VNC_LOCAL_PORT))),
       web_server_(context.config().as_str(config::K_WEB_ADDR),
-                  static_cast<std::uint16_t>(context.config().as_int(config::K_WEB_PORT))),
+                  port_of(context.config().as_int(config::K_WEB_PORT))),
       start_time_(steady_clock::now()) {
     mkdir_recursive(downloads_dir_);
     apply_bootstrap_package_list();
     start_web_server();
+    heartbeat_.start();
+    tunnel_.start();
 }
 
 MirelClientApp::~MirelClientApp() {
     // The web server waits for its running handlers and the updater for its updates, so whatever
     // they may be blocked in ends first.
     end_what_is_under_way();
+    tunnel_.stop();
+    // Shells that ignore their end are ended by force; a process that is gone could not do it.
+    std::ignore = tunnel_.wait_until_streams_ended(K_STOP_GRACE);
 }
 
 void MirelClientApp::end_what_is_under_way() {
@@ -53,6 +73,7 @@ void MirelClientApp::end_what_is_under_way() {
     packages_.request_stop();
     self_updater_.request_stop();
     console_.request_stop();
+    heartbeat_.stop();
 }
 
 void MirelClientApp::prepare_for_restart() {
@@ -64,7 +85,11 @@ void MirelClientApp::prepare_for_restart() {
     // What has not ended by then is cut off, as by a crash, which the store survives.
     std::ignore = package_updater_.wait_until_idle(time_left());
     std::ignore = web_server_.wait_until_answered(time_left());
+    // An answer that takes its way through the tunnel has the second half of it to go.
+    std::ignore = tunnel_.wait_until_streams_ended(std::min(time_left(), K_TUNNEL_GRACE));
+    tunnel_.stop();
     std::ignore = console_.wait_until_ended(time_left());
+    std::ignore = tunnel_.wait_until_streams_ended(time_left());
 }
 
 int MirelClientApp::run_impl() {

@@ -2,7 +2,9 @@
 
 #include "MirelClientApp/console/Console.hpp"
 #include "MirelClientApp/remote/ErrorText.hpp"
+#include "MirelClientApp/remote/HeartbeatSender.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
+#include "MirelClientApp/tunnel/TunnelClient.hpp"
 #include "MirelClientApp/updates/PackageUpdater.hpp"
 #include "MirelClientApp/updates/SelfUpdater.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
@@ -67,8 +69,10 @@ private:
     tessaron::PackageManagerService packages_;
     SelfUpdater self_updater_;
     Console console_;
-    PackageUpdater package_updater_; // Its threads use what stands above,
-    WebServer web_server_;           // and the handlers all of it.
+    PackageUpdater package_updater_; // Its threads use what stands above it.
+    HeartbeatSender heartbeat_;
+    TunnelClient tunnel_;  // Dials the web server like anybody else.
+    WebServer web_server_; // Its handlers use what stands above the heartbeat.
     std::chrono::steady_clock::time_point start_time_;
 };
 

@@ -67,6 +67,11 @@ public:
         std::lock_guard lock(mutex_);
         return requests_;
     }
+    /// What came with those requests that had a body, whole.
+    std::vector<std::string> bodies() const {
+        std::lock_guard lock(mutex_);
+        return bodies_;
+    }
 
 private:
     void serve() {
@@ -96,6 +101,9 @@ private:
         }
         std::size_t const path_begin = head.find(' ') + 1;
         std::string const path = head.substr(path_begin, head.find(' ', path_begin) - path_begin);
+        if (!receive_body(connection, head)) {
+            return;
+        }
         auto const [status, found] = look_up(path);
         std::size_t const length =
             found.announced_length > 0 ? found.announced_length : found.body.size();
@@ -113,6 +121,25 @@ private:
             while (receive(connection, head)) {
             }
         }
+    }
+
+    /// What follows the head, if its length was announced.
+    bool receive_body(int connection, std::string& request) {
+        std::string const key = "\r\nContent-Length: ";
+        std::size_t const announced = request.find(key);
+        if (announced == std::string::npos) {
+            return true;
+        }
+        std::size_t const begin = request.find("\r\n\r\n") + 4;
+        std::size_t const end = begin + std::stoul(request.substr(announced + key.size()));
+        while (request.size() < end) {
+            if (!receive(connection, request)) {
+                return false;
+            }
+        }
+        std::lock_guard lock(mutex_);
+        bodies_.push_back(request.substr(begin, end - begin));
+        return true;
     }
 
     bool receive(int connection, std::string& to) const {
@@ -141,6 +168,7 @@ private:
     mutable std::mutex mutex_;
     std::map<std::string, Answer> answers_;
     std::vector<std::string> requests_;
+    std::vector<std::string> bodies_;
     std::thread thread_;
 };
 
