@@ -12,6 +12,7 @@
 #include <boost/beast/http/write.hpp>
 #include <chrono>
 #include <ctime>
+#include <limits>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -63,7 +64,8 @@ void HttpSession::run() {
 void HttpSession::read_request() {
     parser_.emplace();
     parser_->header_limit(K_MAX_HEADER_SIZE);
-    parser_->body_limit(boost::none); // it is not read here, unless it is a heartbeat
+    // Bodies are not read here, unless it is a heartbeat.
+    parser_->body_limit(std::numeric_limits<std::uint64_t>::max());
     stream_.expires_after(K_IDLE_LIMIT);
     http::async_read_header(
         stream_, input_, *parser_,

@@ -58,7 +58,7 @@ UNKNOWN = [
     "/api/packages/hello/main/1.0.0/x86_64-linux/manifest.json",
     "/api/packages/hello/main/versions.json", "/api/packages/hello/channels.json",
     "/packages.json", "/packages/hello/channels.json", "/packages/hello/main/1.0.0/x86_64-linux/artifact",
-    "/.lock", "/api/packages/.incoming/channels", "/favicon.ico", "/api/clients",
+    "/.lock", "/api/packages/.incoming/channels", "/favicon.ico",
     "/registry-bad-request", f"/api/packages/{'n' * 300}/channels",
     "/api/packages/hello/channels%0a", "/api/packages/hello/main%0a", ARTIFACT_URL + "%0a",
 ]
