@@ -193,6 +193,23 @@ TEST_F(TunnelClientTest, ManyBytesReachTheBackendAsTheyAre) {
     source.join();
 }
 
+TEST_F(TunnelClientTest, AResetIsNoticedWhileABackendDoesNotRead) {
+    auto tunnel = start_and_accept();
+    ASSERT_TRUE(tunnel.open(1, "vnc"));
+    Peer backend = vnc.accept();
+    // More than all buffers on its way can hold.
+    std::thread source([&tunnel] {
+        std::string const piece(1 << 20, 'x');
+        while (tunnel.send_data(1, piece)) {
+        }
+    });
+    wait_until([&backend] { return is_full(backend.fd()); }, "nothing moves any more");
+    shutdown(tunnel.fd(), SHUT_RDWR);
+    source.join();
+    tunnel.reset();
+    accept_tunnel().expect_nothing_but_marker();
+}
+
 TEST_F(TunnelClientTest, AThousandStreamsLeaveNoDescriptorsAndNoThreads) {
     auto tunnel = start_and_accept();
     tunnel.expect_nothing_but_marker();
