@@ -2,10 +2,12 @@
 
 #include "MirelClientApp/App/config_fields.hpp"
 #include "MirelClientApp/platform_arch.hpp"
+#include "MirelClientApp/routes/asset_routes.hpp"
 #include "MirelClientApp/routes/console_routes.hpp"
 #include "MirelClientApp/routes/package_routes.hpp"
 #include "MirelClientApp/routes/registry_routes.hpp"
 #include "MirelClientApp/routes/self_routes.hpp"
+#include "MirelClientApp/routes/vnc_routes.hpp"
 #include "app/utilities/shell_command.hpp"
 #include "app/utilities/shell_quote.hpp"
 
@@ -73,6 +75,7 @@ void MirelClientApp::end_what_is_under_way() {
     packages_.request_stop();
     self_updater_.request_stop();
     console_.request_stop();
+    vnc_bridges_.request_stop();
     heartbeat_.stop();
 }
 
@@ -89,6 +92,7 @@ void MirelClientApp::prepare_for_restart() {
     std::ignore = tunnel_.wait_until_streams_ended(std::min(time_left(), K_TUNNEL_GRACE));
     tunnel_.stop();
     std::ignore = console_.wait_until_ended(time_left());
+    std::ignore = vnc_bridges_.wait_until_ended(time_left());
     std::ignore = tunnel_.wait_until_streams_ended(time_left());
 }
 
@@ -102,8 +106,10 @@ void MirelClientApp::mkdir_recursive(std::string const& path) {
 }
 
 void MirelClientApp::start_web_server() {
+    register_asset_routes(web_server_);
     register_package_routes(web_server_, packages_, package_updater_);
     register_console_routes(web_server_, console_);
+    register_vnc_routes(web_server_, vnc_bridges_, context().config());
     register_registry_routes(web_server_, registry_);
     register_self_routes(web_server_, {context().config(), registry_, self_updater_, start_time_});
     std::string const error = web_server_.start();

@@ -7,6 +7,7 @@
 #include "MirelClientApp/tunnel/TunnelClient.hpp"
 #include "MirelClientApp/updates/PackageUpdater.hpp"
 #include "MirelClientApp/updates/SelfUpdater.hpp"
+#include "MirelClientApp/vnc/vnc_bridge.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
 #include "app/ConsoleApp.hpp"
 #include "package/PackageManagerService.hpp"
@@ -69,6 +70,7 @@ private:
     tessaron::PackageManagerService packages_;
     SelfUpdater self_updater_;
     Console console_;
+    VncBridges vnc_bridges_;
     PackageUpdater package_updater_; // Its threads use what stands above it.
     HeartbeatSender heartbeat_;
     TunnelClient tunnel_;  // Dials the web server like anybody else.

@@ -26,7 +26,7 @@ void InstanceLock::acquire_single_instance_lock() {
     if (held_ || !open_lock_file()) {
         return;
     }
-    if (detail::flock_uninterrupted(fd_.get(), LOCK_EX | LOCK_NB)) {
+    if (detail::lock_unless_held(fd_.get())) {
         mark_lock_acquired();
         return;
     }

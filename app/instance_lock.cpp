@@ -18,6 +18,8 @@ namespace tessaron {
 namespace {
 
 constexpr std::chrono::milliseconds K_LOCK_POLL{50};
+constexpr std::chrono::milliseconds K_DEAD_HOLDER_PATIENCE{1000};
+constexpr std::chrono::milliseconds K_DEAD_HOLDER_POLL{5};
 
 /// Empty without one.
 std::string lock_file_suffix() {
@@ -86,7 +88,7 @@ std::optional<std::string> peek_existing_instance_holder(std::string const& app_
     if (!file.is_open()) {
         return std::nullopt;
     }
-    if (flock_uninterrupted(file.get(), LOCK_EX | LOCK_NB)) {
+    if (lock_unless_held(file.get())) {
         std::ignore = flock_uninterrupted(file.get(), LOCK_UN); // Closing would do as well.
         return std::nullopt;
     }
@@ -151,6 +153,19 @@ bool flock_uninterrupted(int fd, int operation) {
         result = flock(fd, operation);
     } while (result != 0 && errno == EINTR);
     return result == 0;
+}
+
+bool lock_unless_held(int fd) {
+    auto const deadline = std::chrono::steady_clock::now() + K_DEAD_HOLDER_PATIENCE;
+    while (!flock_uninterrupted(fd, LOCK_EX | LOCK_NB)) {
+        pid_t const holder = holder_pid(read_holder_info(fd)).value_or(0);
+        bool const is_dead = holder > 0 && kill(holder, 0) != 0 && errno == ESRCH;
+        if (!is_dead || std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(K_DEAD_HOLDER_POLL);
+    }
+    return true;
 }
 
 std::string read_holder_info(int fd) {

@@ -61,6 +61,10 @@ void remove_lock_file_if_test_suffixed(std::string const& app_name);
 [[nodiscard]] UniqueFd open_lock_file(std::string const& path);
 /// `flock`, repeated while a signal interrupts it.
 [[nodiscard]] bool flock_uninterrupted(int fd, int operation);
+/// Locks without waiting, but for one case: while the process that the file names does not exist,
+/// it tries again for a second. A program that was killed may leave a child between fork and exec,
+/// which shares the lock for a moment.
+[[nodiscard]] bool lock_unless_held(int fd);
 /// The whole text of an open lock file, wherever its offset stands.
 std::string read_holder_info(int fd);
 /// Asks at once and then every 50 milliseconds until the answer is true, or `patience` has passed

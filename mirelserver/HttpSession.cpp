@@ -1,5 +1,9 @@
 #include "mirelserver/HttpSession.hpp"
 
+#include "mirelserver/DirectChannel.hpp"
+#include "mirelserver/proxy_head.hpp"
+#include "mirelserver/url_path.hpp"
+
 #include <algorithm>
 #include <array>
 #include <boost/asio/dispatch.hpp>
@@ -23,6 +27,8 @@ namespace {
 /// The longest a peer may take to send a request, to accept one chunk, or to think in between.
 constexpr std::chrono::seconds K_IDLE_LIMIT{60};
 constexpr std::chrono::seconds K_DRAIN_LIMIT{5};
+/// Of a heartbeat.
+constexpr std::uint64_t K_MAX_BODY_SIZE = 4 * 1024;
 constexpr std::uint32_t K_MAX_HEADER_SIZE = 16 * 1024;
 constexpr std::size_t K_MAX_INPUT_SIZE = 32 * 1024;
 constexpr std::size_t K_MAX_DRAIN_SIZE = 1024 * 1024;
@@ -44,9 +50,9 @@ std::string http_date() {
 } // namespace
 
 HttpSession::HttpSession(asio::ip::tcp::socket socket, std::shared_ptr<RegistryRoutes const> routes,
-                         std::shared_ptr<void> slot)
-    : stream_(std::move(socket)), routes_(std::move(routes)), slot_(std::move(slot)),
-      input_(K_MAX_INPUT_SIZE) {
+                         std::shared_ptr<ClientTable> clients, std::shared_ptr<void> slot)
+    : stream_(std::move(socket)), routes_(std::move(routes)), clients_(std::move(clients)),
+      slot_(std::move(slot)), input_(K_MAX_INPUT_SIZE) {
 }
 
 void HttpSession::run() {
@@ -57,6 +63,7 @@ void HttpSession::run() {
 void HttpSession::read_request() {
     parser_.emplace();
     parser_->header_limit(K_MAX_HEADER_SIZE);
+    parser_->body_limit(boost::none); // it is not read here, unless it is a heartbeat
     stream_.expires_after(K_IDLE_LIMIT);
     http::async_read_header(
         stream_, input_, *parser_,
@@ -82,8 +89,82 @@ void HttpSession::on_request(ErrorCode error) {
     keep_alive_ = request.keep_alive() && parser_->is_done();
     http_version_ = request.version();
     head_only_ = request.method() == http::verb::head;
+    auto const method = view_of(request.method_string());
+    auto const target = view_of(request.target());
+    if (auto const other = forward_of(method, target, view_of(request[http::field::cookie]))) {
+        return forward(*other);
+    }
+    if (auto const path = path_of_target(target); is_client_route(path)) {
+        return on_client_request(std::string(path));
+    }
     send(routes_->answer({view_of(request.method_string()), view_of(request.target()),
                           view_of(request[http::field::range])}));
+}
+
+void HttpSession::on_client_request(std::string const& path) {
+    std::string const method = parser_->get().method_string().to_string();
+    if (parser_->is_done()) {
+        return send(answer_client_request(*clients_, method, path, {}));
+    }
+    if (parser_->content_length().value_or(0) > K_MAX_BODY_SIZE) {
+        return send(error_reply(413, "the body is too large"));
+    }
+    parser_->body_limit(K_MAX_BODY_SIZE);
+    text_parser_.emplace(std::move(*parser_));
+    stream_.expires_after(K_IDLE_LIMIT);
+    http::async_read(stream_, input_, *text_parser_,
+                     [self = shared_from_this(), method, path](ErrorCode error, std::size_t) {
+                         if (error == http::error::body_limit) {
+                             return self->send(error_reply(413, "the body is too large"));
+                         }
+                         if (error) {
+                             return;
+                         }
+                         self->keep_alive_ = self->text_parser_->get().keep_alive();
+                         self->send(answer_client_request(*self->clients_, method, path,
+                                                          self->text_parser_->get().body()));
+                     });
+}
+
+void HttpSession::forward(Forward const& forward) {
+    auto const client = clients_->find(forward.client, ClientTable::Clock::now());
+    auto const& request = parser_->get();
+    if (!client) {
+        return send(error_reply(404, "unknown client"));
+    }
+    if (parser_->chunked()) {
+        return send(error_reply(411, "the body needs a Content-Length"));
+    }
+    ProxyRequest proxied;
+    proxied.upgrade = asks_for_upgrade(request);
+    proxied.body_size = parser_->content_length().value_or(0);
+    proxied.expects_continue =
+        proxied.body_size > 0 && request[http::field::expect] == "100-continue";
+    proxied.set_cookie = forward.is_page ? page_cookie(forward.client) : "";
+    if (client->tunnel) {
+        proxied.head = forwarded_head(request, forward, "localhost");
+        return forward_over(client->tunnel->open("http"), std::move(proxied));
+    }
+    auto const address = parse_web_address(client->address);
+    if (!address) {
+        return send(error_reply(502, "the client has no tunnel and no usable address"));
+    }
+    proxied.head = forwarded_head(request, forward, address->authority);
+    DirectChannel::connect(stream_.get_executor(), *address,
+                           [self = shared_from_this(),
+                            proxied = std::move(proxied)](std::shared_ptr<Channel> channel) {
+                               if (channel) {
+                                   self->forward_over(std::move(channel), proxied);
+                               } else {
+                                   self->send(error_reply(502, "the client cannot be reached"));
+                               }
+                           });
+}
+
+void HttpSession::forward_over(std::shared_ptr<Channel> channel, ProxyRequest request) {
+    std::make_shared<ProxySession>(std::move(stream_), std::move(input_), std::move(request),
+                                   std::move(channel), slot_)
+        ->run();
 }
 
 void HttpSession::refuse_malformed() {

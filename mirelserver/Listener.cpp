@@ -1,7 +1,5 @@
 #include "mirelserver/Listener.hpp"
 
-#include "mirelserver/HttpSession.hpp"
-
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/strand.hpp>
 #include <chrono>
@@ -26,9 +24,9 @@ void set_close_on_exec(int fd) {
 } // namespace
 
 Listener::Listener(asio::io_context& context, std::string const& address, unsigned short port,
-                   std::shared_ptr<RegistryRoutes const> routes)
+                   std::size_t most, Handler handler)
     : context_(context), acceptor_(asio::make_strand(context)), pause_(acceptor_.get_executor()),
-      routes_(std::move(routes)) {
+      handler_(std::move(handler)), limit_(most) {
     boost::system::error_code error;
     auto const host = asio::ip::make_address(address, error);
     if (error) {
@@ -69,7 +67,7 @@ void Listener::on_accepted(boost::system::error_code error, tcp::socket socket) 
     }
     set_close_on_exec(socket.native_handle());
     if (auto slot = limit_.take()) {
-        std::make_shared<HttpSession>(std::move(socket), routes_, std::move(slot))->run();
+        handler_(std::move(socket), std::move(slot));
     }
     accept_next();
 }

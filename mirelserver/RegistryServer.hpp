@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -10,9 +11,10 @@ struct ServerOptions {
     unsigned short port = 8080; ///< 0: any free one.
     std::string registry = "./registry";
     unsigned threads = 2;
+    unsigned short tunnel_port = 0; ///< On the same address; 0: no tunnels.
 };
 
-/// The whole server: its listener and the threads that all connections share.
+/// The whole server: its listeners and the threads that all connections share.
 ///
 /// Ownership: owns everything; `run` returns only when its threads have ended.
 /// Thread safety: `stop` is safe from any thread; the rest is for one thread.
@@ -20,6 +22,9 @@ struct ServerOptions {
 /// cannot be listened on.
 class RegistryServer {
 public:
+    static constexpr std::size_t K_MAX_CONNECTIONS = 4096;
+    static constexpr std::size_t K_MAX_TUNNELS = 1024;
+
     explicit RegistryServer(ServerOptions const& options);
     RegistryServer(RegistryServer const&) = delete;
     RegistryServer& operator=(RegistryServer const&) = delete;
@@ -33,6 +38,8 @@ public:
     void stop();
 
 private:
+    void end_tunnels();
+
     struct Parts;
     std::unique_ptr<Parts> parts_;
 };

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr unsigned K_MAX_DEFAULT_THREADS = 4;
+constexpr unsigned short K_DEFAULT_TUNNEL_PORT = 7082;
 
 /// Each download takes two descriptors, and the usual soft limit of 1024 is kept only for the sake
 /// of programs that use `select`.
@@ -27,11 +28,18 @@ int main(int argc, char** argv) {
     mirelserver::ServerOptions options;
     options.threads = std::clamp(std::thread::hardware_concurrency(), 1U, K_MAX_DEFAULT_THREADS);
 
-    CLI::App app("Serves a registry folder, as mirelpack publishes it, over HTTP.", "mirelserver");
+    options.tunnel_port = K_DEFAULT_TUNNEL_PORT;
+
+    CLI::App app("Serves a registry folder, as mirelpack publishes it, over HTTP, and makes the "
+                 "machines that dial in reachable.",
+                 "mirelserver");
     app.set_version_flag("--version", "mirelserver " MIREL_VERSION);
     app.add_option("--listen", options.address, "Numeric address to listen on")
         ->capture_default_str();
     app.add_option("--port", options.port, "TCP port; 0 takes any free one")->capture_default_str();
+    app.add_option("--tunnel-port", options.tunnel_port,
+                   "TCP port that machines dial for their tunnels; 0: none")
+        ->capture_default_str();
     app.add_option("--registry", options.registry, "The registry folder")->capture_default_str();
     app.add_option("--threads", options.threads, "Threads that serve all connections")
         ->check(CLI::Range(1, 256))

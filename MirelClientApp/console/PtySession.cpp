@@ -125,6 +125,11 @@ std::size_t PtySession::read_output(void* buffer, std::size_t size) {
     }
 }
 
+std::size_t PtySession::read_more_output(void* buffer, std::size_t size) {
+    ssize_t const got = ::read(master_.get(), buffer, size);
+    return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
 bool PtySession::write_input(std::string_view keys, int peer) {
     while (!keys.empty()) {
         ssize_t const taken = ::write(master_.get(), keys.data(), keys.size());
@@ -153,7 +158,9 @@ bool PtySession::wait_for_master(short events, int peer) const {
             return false;
         }
     }
-    return waited[1].revents == 0 && waited[2].revents == 0;
+    // Of what a shell that has ended left behind, the rest is still read; nothing is written to it.
+    bool const hung_up = events == POLLOUT && (waited[0].revents & (POLLHUP | POLLERR)) != 0;
+    return !hung_up && waited[1].revents == 0 && waited[2].revents == 0;
 }
 
 void PtySession::terminate() {

@@ -45,10 +45,12 @@ public:
     /// Blocks for output and returns the size of the piece that was read; 0 once the shell has
     /// ended and nobody else holds its terminal, and after `interrupt`.
     [[nodiscard]] std::size_t read_output(void* buffer, std::size_t size);
+    /// The same without blocking; 0 also if there is none at the moment.
+    [[nodiscard]] std::size_t read_more_output(void* buffer, std::size_t size);
 
-    /// Writes all of it, and blocks while the terminal takes no more; false if that is not to be:
-    /// the shell has ended, the session was interrupted, or `peer`, the socket that it is written
-    /// for (-1: none), was closed by the other side while the terminal took no more.
+    /// Writes all of it, and blocks while the terminal takes no more; false if the rest was given
+    /// up because meanwhile the shell ended, the session was interrupted, or the other side of
+    /// `peer`, the socket that the keys came from (-1: none), was closed.
     [[nodiscard]] bool write_input(std::string_view keys, int peer = -1);
 
     /// From now on nothing blocks: output that is there is still read.
@@ -65,7 +67,7 @@ private:
     PtySession(tessaron::UniqueFd master, tessaron::UniqueFd interrupted, pid_t child_pid,
                std::stop_token stop);
 
-    /// Sleeps until the master side is ready; false if somebody else calls.
+    /// Sleeps until the master side is ready; false if there is no point in it.
     bool wait_for_master(short events, int peer) const;
     void wait_for_shell(pid_t foreground_group) const;
     void end_by_force(pid_t foreground_group) const;

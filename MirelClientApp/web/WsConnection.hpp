@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -52,6 +54,13 @@ public:
     [[nodiscard]] bool write_message(std::uint8_t opcode, void const* data, std::size_t size) {
         return write_frame(opcode, data, size);
     }
+    /// Sends several messages, each as a frame of its own, in one go; `K_MAX_MESSAGES_AT_ONCE` at
+    /// most.
+    [[nodiscard]] bool write_messages(std::uint8_t opcode,
+                                      std::span<std::string_view const> messages)
+        TESSARON_EXCLUDES(write_mutex_);
+
+    static constexpr std::size_t K_MAX_MESSAGES_AT_ONCE = 16;
 
 private:
     struct Frame {

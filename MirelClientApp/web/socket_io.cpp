@@ -4,35 +4,37 @@
 #include <cerrno>
 #include <cstddef>
 #include <sys/socket.h>
-#include <sys/uio.h>
 
 namespace mirelclient {
 
 namespace {
 
-iovec piece(std::string_view bytes) {
-    return {const_cast<char*>(bytes.data()), bytes.size()};
-}
-
-/// Drops up to `count` bytes and returns how many more there were to drop.
-std::size_t drop(std::string_view& bytes, std::size_t count) {
-    std::size_t const dropped = std::min(bytes.size(), count);
-    bytes.remove_prefix(dropped);
-    return count - dropped;
+/// Takes what was sent out of the list, and what is empty.
+std::span<iovec> drop(std::span<iovec> pieces, std::size_t sent) {
+    while (!pieces.empty() && pieces.front().iov_len <= sent) {
+        sent -= pieces.front().iov_len;
+        pieces = pieces.subspan(1);
+    }
+    if (!pieces.empty()) {
+        pieces.front().iov_base = static_cast<char*>(pieces.front().iov_base) + sent;
+        pieces.front().iov_len -= sent;
+    }
+    return pieces;
 }
 
 } // namespace
 
 bool send_all(int fd, std::string_view bytes) {
-    return send_all(fd, bytes, {});
+    iovec piece = send_piece(bytes);
+    return send_all(fd, std::span(&piece, 1));
 }
 
-bool send_all(int fd, std::string_view first, std::string_view second) {
-    while (!first.empty() || !second.empty()) {
-        iovec pieces[] = {piece(first), piece(second)};
+bool send_all(int fd, std::span<iovec> pieces) {
+    pieces = drop(pieces, 0);
+    while (!pieces.empty()) {
         msghdr message{};
-        message.msg_iov = pieces;
-        message.msg_iovlen = std::size(pieces);
+        message.msg_iov = pieces.data();
+        message.msg_iovlen = pieces.size();
         ssize_t const sent = ::sendmsg(fd, &message, MSG_NOSIGNAL);
         if (sent < 0 && errno == EINTR) {
             continue;
@@ -40,8 +42,7 @@ bool send_all(int fd, std::string_view first, std::string_view second) {
         if (sent <= 0) {
             return false;
         }
-        std::size_t const rest = drop(first, static_cast<std::size_t>(sent));
-        drop(second, rest);
+        pieces = drop(pieces, static_cast<std::size_t>(sent));
     }
     return true;
 }

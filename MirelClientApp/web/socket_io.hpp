@@ -1,6 +1,8 @@
 #pragma once
 
+#include <span>
 #include <string_view>
+#include <sys/uio.h>
 
 namespace mirelclient {
 
@@ -8,7 +10,13 @@ namespace mirelclient {
 /// False if the peer went away, after which a part may have been sent.
 [[nodiscard]] bool send_all(int fd, std::string_view bytes);
 
-/// The same for two pieces that leave together, in one packet if they fit.
-[[nodiscard]] bool send_all(int fd, std::string_view first, std::string_view second);
+/// The same for pieces that leave together, in as few packets as they fit. Uses up the list, not
+/// the bytes. At most 1024 pieces.
+[[nodiscard]] bool send_all(int fd, std::span<iovec> pieces);
+
+/// The bytes as such a piece.
+inline iovec send_piece(std::string_view bytes) {
+    return {const_cast<char*>(bytes.data()), bytes.size()};
+}
 
 } // namespace mirelclient

@@ -10,9 +10,9 @@ import subprocess
 
 import pytest
 
+from crash_log import build_stamp
 from daemon import Daemon, LOG_ROOT
-from frame_app import PROGRAM, FrameApp, build_stamp
-from frame_program import FrameProgram
+from frame_app import FRAME_LOG_ROOT, FRAME_PROGRAM, FrameApp
 from programs import is_sanitized
 from registry import Registry
 
@@ -73,21 +73,39 @@ def fresh_machine():
     end_leftovers()
 
 
+def killed_in_the_end(program):
+    yield program
+    program.kill()
+
+
 @pytest.fixture
 def daemon(tmp_path):
-    daemon = Daemon(tmp_path / "daemon.out")
-    yield daemon
-    daemon.kill()
+    yield from killed_in_the_end(Daemon(tmp_path / "daemon.out"))
+
+
+@pytest.fixture
+def second(tmp_path):
+    """Another daemon beside the first one."""
+    yield from killed_in_the_end(Daemon(tmp_path / "second.out"))
+
+
+@pytest.fixture
+def sleeper():
+    """A process that has nothing to do with any of this."""
+    process = subprocess.Popen(["sleep", "1000"])
+    yield process
+    process.kill()
+    process.wait()
 
 
 @pytest.fixture
 def frame(tmp_path):
-    """Starts the test application: arguments, and variables of the environment by name."""
+    """Spawns the test application: arguments, and variables of the environment by name."""
     programs = []
 
     def start(*arguments, **environment):
-        programs.append(FrameProgram(tmp_path, *arguments, **environment))
-        return programs[-1]
+        programs.append(FrameApp(tmp_path))
+        return programs[-1].spawn(*arguments, environment=environment)
 
     yield start
     for program in programs:
@@ -96,26 +114,24 @@ def frame(tmp_path):
 
 @pytest.fixture
 def app(tmp_path):
-    app = FrameApp(tmp_path)
-    yield app
-    app.kill()
+    """The test application, not yet started."""
+    yield from killed_in_the_end(FrameApp(tmp_path))
 
 
 @pytest.fixture
 def copied(tmp_path):
     """The application out of a file that may be spoiled while it runs."""
-    program = tmp_path / "copy" / PROGRAM.name
+    program = tmp_path / "copy" / FRAME_PROGRAM.name
     program.parent.mkdir()
-    shutil.copy(PROGRAM, program)
-    app = FrameApp(tmp_path, program)
-    yield app
-    app.kill()
+    shutil.copy(FRAME_PROGRAM, program)
+    yield from killed_in_the_end(FrameApp(tmp_path, program))
 
 
 @pytest.fixture(scope="session")
 def stamp():
     """What crash records say about the application's build."""
-    return build_stamp(PROGRAM)
+    FRAME_LOG_ROOT.mkdir(parents=True, exist_ok=True)
+    return build_stamp(FRAME_PROGRAM)
 
 
 @pytest.fixture

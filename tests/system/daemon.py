@@ -1,5 +1,4 @@
 """The real daemon, driven as an operator drives it."""
-import contextlib
 import http.client
 import json
 import os
@@ -11,14 +10,25 @@ import subprocess
 from programs import BIN, DEADLINE, wait_until
 from sessions import newest_session_event, session_lines
 
+MIRELCLIENT = BIN / "mirelclient"
 DAEMON_ROOT = pathlib.Path("/usr/local/daemon")
 APP_DIR = DAEMON_ROOT / "mirelclient"
 CONFIG_DIR = APP_DIR / "mirelclient"
+SESSIONS = CONFIG_DIR / "sessions.log"
+CRASHES = CONFIG_DIR / "crash.log"
 STORE = APP_DIR / "store"
 DOWNLOADS = APP_DIR / "downloads"
 LOG_ROOT = pathlib.Path("/mnt/nand_disk_ext/mirelclient")
 LOG_FILE = LOG_ROOT / "mirelclient/app.log"
+LOCK = pathlib.Path("/tmp/mirelclient.lock")
 WEB_PORT = 7080
+STOPPED_BY_SIGTERM = 128 + signal.SIGTERM
+
+
+def run_to_its_end(*arguments, **options):
+    """A start that is to end by itself."""
+    return subprocess.run([MIRELCLIENT, *arguments], capture_output=True, text=True, timeout=DEADLINE,
+                          stdin=subprocess.DEVNULL, **options)
 
 
 class Answer:
@@ -35,9 +45,9 @@ class Answer:
 class Daemon:
     def __init__(self, output_path):
         self.output_path = output_path
-        self.program = BIN / "mirelclient"
+        self.program = MIRELCLIENT
         self.process = None
-        self.sessions_log = CONFIG_DIR / "sessions.log"
+        self.sessions_log = SESSIONS
 
     # -- life --
 
@@ -95,13 +105,16 @@ class Daemon:
 
     def crash(self, signal_number=signal.SIGSEGV):
         """Crashes the process and waits for the image that replaces it."""
-        before = self.starts()
+        before = len(self.sessions())
         os.kill(self.pid, signal_number)
-        wait_until(lambda: self.starts() > before, "it has started anew")
+        wait_until(lambda: len(self.sessions()) == before + 2, "the next session is in the history")
         self.wait_ready()
 
     def starts(self):
-        return sum(line["event"] == "start" for line in session_lines(self.sessions_log, self.pid))
+        return sum(line["event"] == "start" for line in self.sessions())
+
+    def sessions(self):
+        return session_lines(self.sessions_log, self.pid)
 
     def kill(self):
         if self.process is not None:
@@ -167,8 +180,11 @@ class Daemon:
         return json.loads((STORE / "registry.json").read_text())
 
     def children(self):
-        found = set()
-        for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
-            with contextlib.suppress(OSError):  # it has ended meanwhile; its children are another's
-                found.update(map(int, (task / "children").read_text().split()))
-        return found
+        """Of all its threads; one that ends meanwhile hands its children to another one, and they are
+        looked for anew."""
+        while True:
+            tasks = pathlib.Path(f"/proc/{self.pid}/task")
+            try:
+                return {int(pid) for task in tasks.iterdir() for pid in (task / "children").read_text().split()}
+            except (FileNotFoundError, ProcessLookupError):
+                assert self.process.poll() is None, "the daemon has ended"

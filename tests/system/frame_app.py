@@ -1,21 +1,25 @@
-"""The application that does what it is told (tests/programs/frame_app.cpp), and what it leaves."""
+"""The application that does what it is told (tests/programs/frame_app.cpp)."""
 import os
 import pathlib
 import re
-import selectors
 import signal
 import subprocess
 import time
 
+import sessions
+from crash_log import crash_records
 from programs import BIN, DEADLINE, wait_until
 
-PROGRAM = BIN / "frame_app"
-APP_DIR = pathlib.Path("/usr/local/daemon/frame_app")
-LOG_DIR = APP_DIR / "log"
-LOG_FILE = LOG_DIR / "frame_app/app.log"
-SESSIONS = APP_DIR / "frame_app/sessions.log"
-CRASHES = APP_DIR / "frame_app/crash.log"
+FRAME_PROGRAM = BIN / "frame_app"
+FRAME_DIR = pathlib.Path("/usr/local/daemon/frame_app")
+FRAME_DATA = FRAME_DIR / "frame_app"
+FRAME_SESSIONS = FRAME_DATA / "sessions.log"
+FRAME_CRASHES = FRAME_DATA / "crash.log"
+FRAME_LOG_ROOT = FRAME_DIR / "log"
+FRAME_LOG = FRAME_LOG_ROOT / "frame_app/app.log"
+FRAME_LOCK = pathlib.Path("/tmp/frame_app.lock")
 
+# In the environment of an image that was started after a crash.
 COUNT = "CONSOLE_APP_CRASH_RESTART_COUNT"
 WINDOW = "CONSOLE_APP_CRASH_RESTART_WINDOW_START"
 
@@ -23,32 +27,23 @@ WINDOW = "CONSOLE_APP_CRASH_RESTART_WINDOW_START"
 FAULTS = {"segv": (signal.SIGSEGV, "write_to_nowhere"), "abort": (signal.SIGABRT, "give_up"),
           "fpe": (signal.SIGFPE, "divide_by_zero"), "ill": (signal.SIGILL, "run_no_instruction"),
           "bus": (signal.SIGBUS, "touch_behind_the_end_of_file")}
-
-
-def environment_of(pid):
-    entries = pathlib.Path(f"/proc/{pid}/environ").read_bytes().decode().split("\0")
-    return dict(entry.split("=", 1) for entry in entries if entry)
-
-
-def threads_in_system_call(pid, name, number):
-    """The threads of that name that are in that system call at the moment."""
-    found = []
-    for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
-        try:
-            if (task / "comm").read_text() == name + "\n" and \
-                    (task / "syscall").read_text().split()[0] == str(number):
-                found.append(int(task.name))
-        except OSError:
-            pass  # it has ended
-    return found
+CRASH_SIGNALS = [number.name for number, _ in FAULTS.values()]
 
 
 class FrameApp:
-    def __init__(self, folder, program=PROGRAM):
+    """One process of it; what it prints goes to files in `folder`, so that it never waits for a
+    reader."""
+
+    count = 0
+
+    def __init__(self, folder, program=FRAME_PROGRAM):
+        FrameApp.count += 1
         self.program = program
-        self.error_path = folder / "frame_app.err"
+        self.output_path = folder / f"frame-{FrameApp.count}.out"
+        self.error_path = folder / f"frame-{FrameApp.count}.err"
         self.process = None
-        self.unread = b""
+        self.pid = None
+        self.lines_read = 0
         self.arguments = []
         self.environment = {}
         # The program's clock is that of the last tick.
@@ -56,48 +51,55 @@ class FrameApp:
 
     # -- life --
 
-    def start(self, *arguments, environment=None, **popen):
-        LOG_DIR.mkdir(parents=True, exist_ok=True)
+    def spawn(self, *arguments, environment=None):
+        """Starts the process without waiting for anything."""
+        FRAME_LOG_ROOT.mkdir(parents=True, exist_ok=True)
         self.arguments = list(arguments)
         self.environment = {**os.environ, **(environment or {})}
-        self.unread = b""
-        with open(self.error_path, "ab") as errors:
-            self.process = subprocess.Popen(
-                [self.program, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                stderr=errors, env=self.environment, bufsize=0, **popen)
-        self.wait_ready()
+        self.lines_read = 0
+        with open(self.output_path, "wb") as output, open(self.error_path, "wb") as errors:
+            self.process = subprocess.Popen([self.program, *arguments], stdin=subprocess.PIPE,
+                                            stdout=output, stderr=errors, env=self.environment, bufsize=0)
+        self.pid = self.process.pid
         return self
+
+    def start(self, *arguments, environment=None):
+        return self.spawn(*arguments, environment=environment).wait_ready()
 
     def wait_ready(self):
         """Waits for an image of the program that has not been waited for."""
         self.read_until("ready")
+        return self
+
+    def starts(self):
+        return self.lines().count("ready")
+
+    def is_alive(self):
+        return self.process.poll() is None
+
+    def send(self, number):
+        self.process.send_signal(number)
 
     def wait_end(self):
         """The exit code; negative for a signal."""
         code = self.process.wait(DEADLINE)
-        self.close()
+        self.process.stdin.close()
         return code
+
+    def stop(self, number=signal.SIGTERM):
+        self.send(number)
+        return self.wait_end()
 
     def kill(self):
         if self.process is not None:
             self.process.kill()
-            self.process.wait()
-            self.close()
-
-    def close(self):
-        self.process.stdin.close()
-        self.process.stdout.close()
-        self.process = None
-
-    @property
-    def pid(self):
-        return self.process.pid
+            self.wait_end()
 
     # -- commands --
 
     def tell(self, command):
-        """Gives a command that is not answered, because it ends this image."""
-        os.write(self.process.stdin.fileno(), command.encode() + b"\n")
+        """Gives a command without waiting for its answer, if there is one."""
+        self.process.stdin.write(command.encode() + b"\n")
 
     def do(self, command):
         """Gives a command and returns what it printed."""
@@ -109,142 +111,53 @@ class FrameApp:
         self.tell(command)
         self.wait_ready()
 
-    def send(self, number):
-        os.kill(self.pid, number)
+    # -- what it prints --
 
     def read_until(self, wanted):
-        lines = []
-        while (line := self.read_line()) != wanted:
-            if not line.startswith("[frame_app] ["):
-                lines.append(line)
-        return lines
+        """What it printed since the last line that was read, up to a line that it waits for, but for
+        the lines of its log."""
+        def has_come():
+            has_ended = not self.is_alive()
+            lines = self.lines()[self.lines_read:]
+            if wanted in lines:
+                return lines[:lines.index(wanted) + 1]
+            assert not has_ended, f"it ended: {self.process.returncode}\n{self.errors()}"
+            return None
+        lines = wait_until(has_come, f"it prints {wanted!r}")
+        self.lines_read += len(lines)
+        return [line for line in lines[:-1] if not line.startswith("[frame_app] [")]
 
-    def read_line(self):
-        end = time.monotonic() + DEADLINE
-        with selectors.DefaultSelector() as selector:
-            selector.register(self.process.stdout, selectors.EVENT_READ)
-            while b"\n" not in self.unread:
-                assert selector.select(end - time.monotonic()), f"no answer\n{self.errors()}"
-                piece = os.read(self.process.stdout.fileno(), 65536)
-                assert piece, f"it ended: {self.process.wait(DEADLINE)}\n{self.errors()}"
-                self.unread += piece
-        line, self.unread = self.unread.split(b"\n", 1)
-        return line.decode()
+    def lines(self):
+        """The whole lines of its standard output."""
+        return [line.decode() for line in self.output_path.read_bytes().split(b"\n")[:-1]]
+
+    def errors(self):
+        return self.error_path.read_text(errors="replace") if self.error_path.exists() else ""
 
     # -- what it leaves --
 
-    def errors(self):
-        return self.error_path.read_text(errors="replace")
+    def sessions(self):
+        return sessions.session_lines(FRAME_SESSIONS, self.pid)
 
-    def log_text(self):
-        return LOG_FILE.read_text()
-
-    def log_messages(self):
-        """The log's lines without their time."""
-        return [re.sub(r"^\[frame_app\] \[(\w+)\] \[[^]]*\] ", r"\1 ", line)
-                for line in self.log_text().splitlines()]
-
-    def wait_log(self, text):
-        wait_until(lambda: text in self.log_text(), f"the log holds {text!r}")
-
-    def check_sessions(self, pid, *reasons, runtime=""):
-        """sessions.log is exactly a start, and for each reason a stop and the next image's start;
-        without the start for "end: REASON", the last one, and for "then: REASON", which another
-        stop follows."""
-        lines = SESSIONS.read_text().splitlines()
-        patterns = [self.start_pattern(pid)]
-        for reason in reasons:
-            text = reason.removeprefix("end: ").removeprefix("then: ")
-            patterns.append(self.stop_pattern(pid, text, runtime))
-            if text == reason:
-                patterns.append(self.start_pattern(pid))
-        assert len(lines) == len(patterns), lines
-        before = self.start_time
-        for line, pattern in zip(lines, patterns):
-            match = re.fullmatch(pattern, line)
-            assert match, (line, pattern)
-            assert before <= int(match["ts"]) <= time.time()
-            before = int(match["ts"])
-        return lines
-
-    def start_pattern(self, pid):
-        return (rf"event=start ts=(?P<ts>\d+) pid={pid} exe={re.escape(str(self.program))} user=root "
-                rf"cwd={re.escape(os.getcwd())} log_line=[1-9]\d* generation=0 runtime= "
-                rf"args={re.escape('|'.join(self.arguments))}")
-
-    @staticmethod
-    def stop_pattern(pid, reason, runtime):
-        line = "0" if reason.startswith("crash: signal ") else r"[1-9]\d*"
-        return (rf"event=stop ts=(?P<ts>\d+) pid={pid} duration_s=\d+ log_line={line} generation=0 "
-                rf"runtime={re.escape(runtime)} reason={re.escape(reason)}")
+    def check_sessions(self, *reasons, runtime=""):
+        """The session history is that of this process and of no other; see check_sessions there."""
+        start = sessions.start_pattern(self.pid, self.program, self.arguments)
+        return sessions.check_sessions(FRAME_SESSIONS, start, self.pid, reasons, runtime, self.start_time)
 
 
-HEADER = re.compile(
-    r"=== crash === signum=(?P<signum>\d+) pid=(?P<pid>\d+) ts=(?P<ts>\d+) ts_ms=(?P<ts_ms>\d{1,3})"
-    r"(?: addr=0x(?P<addr>[0-9a-f]+))?(?P<build> version=.*)")
-FRAME = re.compile(r"\S+\((?P<function>[^()+]*)\+0x[0-9a-f]+\) \[0x[0-9a-f]+\]|\[0x[0-9a-f]+\]")
-TRACE = re.compile(r"\[LOG (?P<level>\w+)\] ts=\d{16} (?P<text>.*)")
+def frame_crashes():
+    return crash_records(FRAME_CRASHES)
 
 
-class CrashRecord:
-    """One record of crash.log; every line of it has to be of a known form."""
-
-    def __init__(self, header):
-        match = HEADER.fullmatch(header)
-        assert match, header
-        self.header = header
-        self.signum = int(match["signum"])
-        self.pid = int(match["pid"])
-        self.time = int(match["ts"])
-        self.addr = int(match["addr"], 16) if match["addr"] else None
-        self.build = match["build"]
-        self.functions = []
-        self.detail = None
-        self.trace = None
-
-    def add(self, line):
-        if self.trace is not None:
-            match = TRACE.fullmatch(line)
-            assert match, line
-            self.trace.append(f"{match['level']} {match['text']}")
-        elif line == "--- recent activity ---":
-            assert self.detail is None
-            self.trace = []
-        elif line.startswith("detail: "):
-            assert self.detail is None
-            self.detail = line.removeprefix("detail: ")
-        else:
-            match = FRAME.fullmatch(line)
-            assert match and self.detail is None, line
-            self.functions.append(match["function"] or "")
-
-    def names(self, function):
-        return any(function in name for name in self.functions)
+def frame_log():
+    return FRAME_LOG.read_text(errors="replace") if FRAME_LOG.exists() else ""
 
 
-def crash_records():
-    text = CRASHES.read_text()
-    assert text == "" or text.endswith("\n")
-    records = []
-    for line in text.splitlines():
-        if line.startswith("=== crash ==="):
-            records.append(CrashRecord(line))
-        else:
-            records[-1].add(line)
-    for record in records:
-        assert 1 <= len(record.functions) <= 32
-    return records
+def frame_log_messages():
+    """The log's lines without their time."""
+    return [re.sub(r"^\[frame_app\] \[(\w+)\] \[[^]]*\] ", r"\1 ", line)
+            for line in frame_log().splitlines()]
 
 
-def build_stamp(program):
-    """What a crash record's header says about the build, put together from what the program's
-    command line says of it."""
-    LOG_DIR.mkdir(parents=True, exist_ok=True)
-
-    def said(option):
-        return subprocess.run([program, option], capture_output=True, text=True, check=True).stdout
-    version = said("--version").splitlines()[-1]
-    footer = dict(re.findall(r"^ +(Date|Machine|User|Commit|Type|Compiler): (.*)$", said("--help"), re.M))
-    return (f" version={version} build_ts={footer['Date']} build_machine={footer['Machine']}"
-            f" build_user={footer['User']} commit={footer['Commit']} build_type={footer['Type']}"
-            f" compiler={footer['Compiler'].replace(' ', '_')}")
+def wait_frame_log(text):
+    wait_until(lambda: text in frame_log(), f"the log holds {text!r}")

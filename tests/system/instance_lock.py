@@ -8,6 +8,12 @@ import sys
 
 from programs import DEADLINE, wait_until
 
+# The arguments that choose a policy.
+WAIT = [["--instance-policy=wait"], ["--instance-policy", "wait"], ["--instance-policy=1"],
+        ["--instance-policy", "1"]]
+KILL = [["--instance-policy=kill"], ["--instance-policy", "kill"], ["--instance-policy=2"],
+        ["--instance-policy", "2"]]
+
 USER = pwd.getpwuid(os.geteuid()).pw_name
 
 HOLDER = """
@@ -80,15 +86,3 @@ def wait_until_it_waits_for_the_lock(pid):
         lines = pathlib.Path("/proc/locks").read_text().splitlines()
         return any("-> FLOCK" in line and f" {pid} " in line for line in lines)
     wait_until(waits, "it waits for the lock")
-
-
-def instances(program):
-    """The processes that run a program, without those that have ended and await their parent."""
-    found = set()
-    for name in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            if os.readlink(f"/proc/{name}/exe") == str(program):
-                found.add(int(name))
-        except OSError:
-            pass
-    return found

@@ -4,6 +4,10 @@ import stat
 from daemon import STORE
 
 
+def install_path(name, version="1.0.0"):
+    return STORE / "store" / name / version
+
+
 def json_text(text):
     """JSON for the daemon's own parser: raw bytes, only quotes and backslashes escaped."""
     raw = text if isinstance(text, bytes) else text.encode()
@@ -23,12 +27,18 @@ def write_registry(*entries):
     (STORE / "registry.json").write_bytes(b"[" + b",".join(entries) + b"]")
 
 
-def preload(_daemon, name, script, version="1.0.0", **options):
-    """One installed package whose program is a shell script."""
-    folder = STORE / "store" / name / version
+def put_into_store(name, version, script):
+    """The folder of a package whose program is a shell script."""
+    folder = install_path(name, version)
     folder.mkdir(parents=True)
     program = folder / "run"
     program.write_text(script)
     program.chmod(program.stat().st_mode | stat.S_IXUSR)
+    return folder
+
+
+def preload(_daemon, name, script, version="1.0.0", **options):
+    """One installed package whose program is a shell script."""
+    folder = put_into_store(name, version, script)
     write_registry(entry_text(name, version, str(folder), **options))
     return folder

@@ -1,4 +1,5 @@
 """A real registry: artifacts built and published by mirelpack, served by mirelserver."""
+import hashlib
 import pathlib
 import socket
 import stat
@@ -86,3 +87,26 @@ class Registry:
 
 def entry(name, version="1.0.0", arch=ARCH, channel="main"):
     return {"name": name, "version": version, "arch": arch, "channel": channel}
+
+
+def replace_artifact(registry, name, data, version="1.0.0"):
+    (registry.folder / "packages" / name / "main" / version / ARCH / "artifact").write_bytes(data)
+
+
+def tar(folder, *members, gzip=False):
+    return subprocess.run(["tar", "-cz" if gzip else "-c", "-C", folder, *members],
+                          check=True, capture_output=True).stdout
+
+
+def artifact_of(tmp_path, manifest, payload_files=None, members=("manifest.json", "payload.tar")):
+    """An artifact made by hand, so that it may be wrong."""
+    folder = tmp_path / f"by-hand-{len(list(tmp_path.iterdir()))}"
+    payload = folder / "payload"
+    payload.mkdir(parents=True)
+    for name, text in (payload_files or {"run": SLEEPER}).items():
+        (payload / name).write_text(text)
+        (payload / name).chmod(0o755)
+    (folder / "payload.tar").write_bytes(tar(payload, "."))
+    digest = hashlib.sha256((folder / "payload.tar").read_bytes()).hexdigest()
+    (folder / "manifest.json").write_text(manifest.replace("SHA256", digest))
+    return tar(folder, *members, gzip=True)

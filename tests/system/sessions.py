@@ -1,4 +1,7 @@
-"""The session history, read as an operator reads it."""
+"""The session history, read as an operator reads it, or to the letter."""
+import os
+import re
+import time
 
 
 def session_lines(path, pid=None):
@@ -22,3 +25,35 @@ def parse(line):
 def newest_session_event(path, pid):
     lines = session_lines(path, pid)
     return lines[-1]["event"] if lines else None
+
+
+def check_sessions(path, start, pid, reasons, runtime="", since=0):
+    """sessions.log is exactly a start of the form `start`, and for each reason a stop and the next
+    image's start; without the start for "end: REASON", the last one, and for "then: REASON", which
+    another stop follows. Returns its lines."""
+    lines = path.read_text().splitlines()
+    patterns = [start]
+    for reason in reasons:
+        text = reason.removeprefix("end: ").removeprefix("then: ")
+        patterns.append(stop_pattern(pid, text, runtime))
+        if text == reason:
+            patterns.append(start)
+    assert len(lines) == len(patterns), lines
+    for line, pattern in zip(lines, patterns):
+        match = re.fullmatch(pattern, line)
+        assert match, (line, pattern)
+        assert since <= int(match["ts"]) <= time.time()
+        since = int(match["ts"])
+    return lines
+
+
+def start_pattern(pid, program, arguments=()):
+    return (rf"event=start ts=(?P<ts>\d+) pid={pid} exe={re.escape(str(program))} user=root "
+            rf"cwd={re.escape(os.getcwd())} log_line=[1-9]\d* generation=0 runtime= "
+            rf"args={re.escape('|'.join(arguments))}")
+
+
+def stop_pattern(pid, reason, runtime):
+    line = "0" if reason.startswith("crash: signal ") else r"[1-9]\d*"
+    return (rf"event=stop ts=(?P<ts>\d+) pid={pid} duration_s=\d+ log_line={line} generation=0 "
+            rf"runtime={re.escape(runtime)} reason={re.escape(reason)}")

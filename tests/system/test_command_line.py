@@ -6,28 +6,19 @@ import pathlib
 import re
 import resource
 import socket
-import subprocess
 
 import pytest
-from daemon import CONFIG_DIR, LOG_FILE
-from programs import BIN, DEADLINE
+from daemon import CONFIG_DIR, LOG_FILE, MIRELCLIENT, run_to_its_end, SESSIONS
 from sessions import session_lines
 from tables import BOLD, BOLD_CYAN, config_table, DIM, RESET
 from terminal import output_on_terminal
 
-MIRELCLIENT = BIN / "mirelclient"
 GOLDEN = pathlib.Path(__file__).parent / "golden"
-SESSIONS = CONFIG_DIR / "sessions.log"
 
 CONSOLE_LINES = re.compile(
     r"\A\[mirelclient\] \[INFO\] \[\S+\] Logger started, writing to console\n"
     r"(?:\[mirelclient\] \[\w+\] \[\S+\] (?:config: |  - ).*\n)+"
     rf"\[mirelclient\] \[INFO\] \[\S+\] Redirecting log output to '{LOG_FILE}'\n")
-
-
-def run(*arguments, **options):
-    return subprocess.run([MIRELCLIENT, *arguments], capture_output=True, text=True, timeout=DEADLINE,
-                          stdin=subprocess.DEVNULL, **options)
 
 
 def without_console_lines(output):
@@ -38,7 +29,7 @@ def without_console_lines(output):
 
 
 def printed(*arguments):
-    done = run(*arguments)
+    done = run_to_its_end(*arguments)
     assert (done.returncode, done.stderr) == (0, "")
     return without_console_lines(done.stdout)
 
@@ -66,7 +57,7 @@ def test_the_version_ends_with_the_date_and_the_machine_of_the_build():
 def test_the_daemon_has_started_before_it_prints(daemon, option):
     daemon.configure(web_addr="127.0.0.1", bootstrap_package_list_path="/no/such/list")
     with socket.create_server(("127.0.0.1", 7080)):
-        done = run(option)
+        done = run_to_its_end(option)
     assert done.returncode == 0
     assert done.stderr == "mirelClient: web server failed to start: bind() failed: Address already in use\n"
     assert "bootstrap_package_list_path is set but couldn't open /no/such/list" in daemon.log()
@@ -114,7 +105,7 @@ def test_no_color_switches_colour_off_even_when_empty(option, value):
 
 def test_the_help_tells_the_configured_name_and_description(daemon):
     daemon.configure(app_name="my daemon", app_description="It does things")
-    done = run("--help")
+    done = run_to_its_end("--help")
     assert "\nDescription:\n    It does things\nUsage: my daemon [OPTIONS]\n" in done.stdout
 
 
@@ -190,7 +181,7 @@ def test_listing_the_configuration_is_no_session():
     (["--instance-policy", "3"], 105, "--instance-policy: Check 3 value in "
                                       "{kill->2,wait->1,warn->0} OR {2,1,0} FAILED")])
 def test_a_bad_option_is_told_and_ends_the_start(arguments, code, complaint):
-    done = run(*arguments)
+    done = run_to_its_end(*arguments)
     assert done.returncode == code
     assert done.stderr == f"{complaint}\nRun with --help for more information.\n"
     assert without_console_lines(done.stdout) == ""
@@ -249,7 +240,7 @@ def limit_threads(number):
 def test_a_start_without_threads_fails_in_words(number):
     # The leak checker would want a thread of its own at the end.
     options = os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"
-    done = run("--version", env={**os.environ, "ASAN_OPTIONS": options},
+    done = run_to_its_end("--version", env={**os.environ, "ASAN_OPTIONS": options},
                preexec_fn=lambda: limit_threads(number))
     assert done.returncode == 1
     assert done.stderr == "Failed to start mirelclient: Resource temporarily unavailable\n"

@@ -3,14 +3,12 @@ import os
 import signal
 
 import pytest
-from frame_app import COUNT, FAULTS, PROGRAM, WINDOW, crash_records, environment_of
+from crash_log import signal_told
+from frame_app import (COUNT, FAULTS, FRAME_PROGRAM, WINDOW, frame_crashes, frame_log,
+                       frame_log_messages, wait_frame_log)
+from processes import environment_of
 
 ARGUMENTS = ["--instance-policy=warn", "--bus-report"]
-
-
-def stderr_of_restart(number, attempt=1):
-    return (f"[app] crash: signal {number.name}\n"
-            f"[app] crash - auto-restarting (attempt {attempt} of 5)\n")
 
 
 def signal_sets(pid):
@@ -22,9 +20,9 @@ def signal_sets(pid):
 def check_restart(app, pid, record_time):
     """The image is a new one in the same process: nothing but the two variables has changed."""
     assert app.process.poll() is None and app.pid == pid
-    assert os.readlink(f"/proc/{pid}/exe") == str(PROGRAM)
+    assert os.readlink(f"/proc/{pid}/exe") == str(FRAME_PROGRAM)
     with open(f"/proc/{pid}/cmdline", encoding="utf-8") as file:
-        assert file.read().split("\0")[:-1] == [str(PROGRAM), *ARGUMENTS]
+        assert file.read().split("\0")[:-1] == [str(FRAME_PROGRAM), *ARGUMENTS]
     assert signal_sets(pid) == app.signal_sets
     environment = environment_of(pid)
     assert environment.pop(COUNT) == "1"
@@ -33,7 +31,7 @@ def check_restart(app, pid, record_time):
 
 
 def check_record(app, pid, number, stamp):
-    record, = crash_records()
+    record, = frame_crashes()
     assert (record.signum, record.pid, record.build) == (number, pid, stamp)
     assert record.detail is None
     assert app.start_time <= record.time
@@ -44,7 +42,7 @@ def check_record(app, pid, number, stamp):
 
 
 def check_readers(app, sessions):
-    record, = crash_records()
+    record, = frame_crashes()
     assert app.do("sessions") == sessions
     assert app.do("crashes") == [record.header, f"frames: {len(record.functions)}"]
 
@@ -54,8 +52,8 @@ def start_and_log(app):
     app.do("log INFO one")
     app.do("log TRACE below the level of the file")
     app.do("log WARNING three")
-    app.wait_log("three")
-    assert "below the level" not in app.log_text()
+    wait_frame_log("three")
+    assert "below the level" not in frame_log()
     app.signal_sets = signal_sets(app.pid)
     return app.pid
 
@@ -63,8 +61,8 @@ def start_and_log(app):
 def check_everything(app, pid, number, stamp):
     record = check_record(app, pid, number, stamp)
     check_restart(app, pid, record.time)
-    sessions = app.check_sessions(pid, f"crash: signal {number.name}")
-    assert app.errors() == stderr_of_restart(number)
+    sessions = app.check_sessions(f"crash: signal {number.name}")
+    assert app.errors() == signal_told(number, attempt=1)
     check_readers(app, sessions)
     return record
 
@@ -114,36 +112,35 @@ def test_a_stack_that_is_used_up_is_recorded_and_the_program_starts_anew(app, st
 
 
 def test_a_crash_of_the_logs_own_thread_is_recorded_and_the_program_starts_anew(app):
-    pid = start_and_log(app)
+    start_and_log(app)
     app.do("sink-crash segv")
     app.tell("log WARNING three")
     app.wait_ready()
-    record, = crash_records()
+    record, = frame_crashes()
     assert record.names("write_to_nowhere")
     assert record.trace[-1] == "WARNING three"
-    app.check_sessions(pid, "crash: signal SIGSEGV")
+    app.check_sessions("crash: signal SIGSEGV")
     # The line was in the file before its sink was called.
-    assert app.log_messages().count("WARNING three") == 2
+    assert frame_log_messages().count("WARNING three") == 2
 
 
 def test_threads_that_crash_at_once_leave_one_whole_record_each_time(app, stamp):
-    pid = start_and_log(app)
+    start_and_log(app)
     for _ in range(5):
         app.crash("crash-together segv")
-    records = crash_records()
+    records = frame_crashes()
     assert [record.signum for record in records] == [signal.SIGSEGV] * 5
     for record in records:
         assert record.build == stamp and record.names("write_to_nowhere") and record.trace
-    app.check_sessions(pid, *["crash: signal SIGSEGV"] * 5)
-    assert app.errors() == "".join(stderr_of_restart(signal.SIGSEGV, attempt) for attempt in range(1, 6))
+    app.check_sessions(*["crash: signal SIGSEGV"] * 5)
+    assert app.errors() == "".join(signal_told(signal.SIGSEGV, attempt) for attempt in range(1, 6))
 
 
 def test_the_runtime_state_stands_in_the_stop_line_of_a_crash(app):
     app.start(*ARGUMENTS)
     app.do("runtime mode=calm args=none; three words")
     app.crash("crash segv")
-    sessions = app.check_sessions(app.pid, "crash: signal SIGSEGV",
-                                  runtime="mode=calm args=none; three words")
+    sessions = app.check_sessions("crash: signal SIGSEGV", runtime="mode=calm args=none; three words")
     assert app.do("sessions") == sessions
 
 
@@ -153,8 +150,7 @@ def test_a_crash_of_a_thread_that_blocks_signals_leaves_an_image_that_can_be_sto
     app.do("block-signals")
     app.crash(command)
     assert signal_sets(app.pid) == app.signal_sets
-    app.send(signal.SIGTERM)
-    assert app.wait_end() == 128 + signal.SIGTERM
+    assert app.stop() == 128 + signal.SIGTERM
 
 
 @pytest.mark.parametrize("how", FAULTS)
@@ -162,12 +158,11 @@ def test_a_crash_in_a_stop_is_recorded_but_the_program_stays_down(app, stamp, ho
     number, function = FAULTS[how]
     pid = start_and_log(app)
     app.do(f"crash-on-stop {how}")
-    app.send(signal.SIGTERM)
-    assert app.wait_end() == 128 + number
+    assert app.stop() == 128 + number
     record = check_record(app, pid, number, stamp)
     assert record.names(function), record.functions
-    app.check_sessions(pid, f"end: crash: signal {number.name}")
-    assert app.errors() == f"[app] crash: signal {number.name}\n"
+    app.check_sessions(f"end: crash: signal {number.name}")
+    assert app.errors() == signal_told(number)
 
 
 @pytest.mark.parametrize("how", FAULTS)
@@ -178,7 +173,7 @@ def test_a_crash_in_the_crash_handler_kills_the_process(app, stamp, how):
     # The second crash is one by SIGSEGV, whatever the first one was.
     assert app.wait_end() == -signal.SIGSEGV
     check_record(app, pid, FAULTS[how][0], stamp)
-    app.check_sessions(pid)
+    app.check_sessions()
 
 
 def test_a_signal_that_the_program_raises_itself_is_a_crash_like_any_other(app, stamp):

@@ -1,82 +1,47 @@
 """The daemon itself crashes, and goes on with its work in the same process."""
 import os
-import pathlib
 import re
 import signal
 import subprocess
 
 import pytest
-from daemon import APP_DIR, CONFIG_DIR
-from frame_app import COUNT, WINDOW, environment_of
+from crash_log import crash_records, loop_told, restart_told, signal_told
+from daemon import APP_DIR, CRASHES, LOCK, MIRELCLIENT, run_to_its_end, SESSIONS
+from frame_app import COUNT, CRASH_SIGNALS, WINDOW
 from preloaded import preload
-from programs import BIN, DEADLINE, wait_until
-
-SESSIONS = CONFIG_DIR / "sessions.log"
-CRASHES = CONFIG_DIR / "crash.log"
-LOCK = pathlib.Path("/tmp/mirelclient.lock")
-NAMES = ["SIGSEGV", "SIGABRT", "SIGFPE", "SIGILL", "SIGBUS"]
+from processes import environment_of
+from programs import DEADLINE, wait_until
+from sessions import check_sessions, session_lines, start_pattern
 
 TELLER = "#!/bin/sh\nenv >told.tmp\nmv told.tmp told\nexec sleep 1000\n"
 
 
-def sessions():
-    return SESSIONS.read_text().splitlines() if SESSIONS.exists() else []
+def check_daemon_sessions(pid, *reasons):
+    check_sessions(SESSIONS, start_pattern(pid, MIRELCLIENT), pid, reasons)
 
 
-def headers():
-    return [line for line in CRASHES.read_text().splitlines() if line.startswith("=== crash ===")]
-
-
-def crash(daemon, number):
-    """Sends a crash signal and waits for the next image's answers."""
-    before = len(sessions())
-    os.kill(daemon.pid, number)
-    wait_until(lambda: len(sessions()) == before + 2, "the next session is noted")
-    daemon.wait_ready()
-
-
-def check_sessions(pid, *reasons):
-    """A start, and for each reason a stop and a start, but for the last reason if it is of an end."""
-    start = rf"event=start ts=\d+ pid={pid} exe={re.escape(str(BIN / 'mirelclient'))} user=root cwd=\S+ " \
-            r"log_line=[1-9]\d* generation=0 runtime= args="
-    patterns = [start]
-    for reason in reasons:
-        line = "0" if reason.startswith("crash") else r"[1-9]\d*"
-        patterns += [rf"event=stop ts=\d+ pid={pid} duration_s=\d+ log_line={line} generation=0 "
-                     rf"runtime= reason={reason}", start]
-    lines = sessions()
-    if len(lines) == len(patterns) - 1:
-        patterns.pop()
-    assert len(lines) == len(patterns), lines
-    for line, pattern in zip(lines, patterns):
-        assert re.fullmatch(pattern, line), (line, pattern)
-    return len(lines)
-
-
-@pytest.mark.parametrize("name", NAMES)
+@pytest.mark.parametrize("name", CRASH_SIGNALS)
 def test_it_survives_five_crashes_within_a_minute_and_not_the_sixth(daemon, name):
     number = signal.Signals[name]
     pid = daemon.start().pid
     for _ in range(5):
-        crash(daemon, number)
+        daemon.crash(number)
         assert daemon.pid == pid and daemon.process.poll() is None
-        assert os.readlink(f"/proc/{pid}/exe") == str(BIN / "mirelclient")
+        assert os.readlink(f"/proc/{pid}/exe") == str(MIRELCLIENT)
     os.kill(pid, number)
     assert daemon.process.wait(DEADLINE) == 128 + number
-    assert check_sessions(pid, *[f"crash: signal {name}"] * 6) == 12
-    assert len(headers()) == 6
-    assert all(f" signum={number.value} pid={pid} " in line for line in headers())
-    assert daemon.output().count(f"[app] crash: signal {name}\n") == 6
-    assert [line for line in daemon.output().splitlines() if "attempt" in line or "loop" in line] == \
-        [f"[app] crash - auto-restarting (attempt {attempt} of 5)" for attempt in range(1, 6)] + \
-        ["[app] crash-loop detected - giving up (crash #6)"]
+    check_daemon_sessions(pid, *[f"crash: signal {name}"] * 5, f"end: crash: signal {name}")
+    assert [(record.signum, record.pid) for record in crash_records(CRASHES)] == [(number, pid)] * 6
+    assert daemon.output().count(signal_told(number)) == 6
+    told = [line for line in daemon.output().splitlines(keepends=True) if "attempt" in line or "loop" in line]
+    assert told == [*map(restart_told, range(1, 6)), loop_told(crash=6)]
 
 
 def test_a_stop_after_a_crash_is_a_complete_one(daemon):
     pid = daemon.start().pid
-    crash(daemon, signal.SIGBUS)
+    daemon.crash(signal.SIGBUS)
     assert daemon.stop() == 143
-    assert check_sessions(pid, "crash: signal SIGBUS", "signal: Terminated") == 4
+    check_daemon_sessions(pid, "crash: signal SIGBUS", "end: signal: Terminated")
 
 
 def test_the_packages_of_an_image_after_a_crash_do_not_inherit_its_count(daemon):
@@ -87,7 +52,7 @@ def test_the_packages_of_an_image_after_a_crash_do_not_inherit_its_count(daemon)
     assert "CRASH_RESTART" not in told.read_text() and "MARK=here I am\n" in told.read_text()
     for attempt in ("2", "3"):
         told.unlink()
-        crash(daemon, signal.SIGSEGV)
+        daemon.crash(signal.SIGSEGV)
         assert environment_of(daemon.pid)[COUNT] == attempt
         wait_until(told.exists, "the package has told its environment again")
         assert "CRASH_RESTART" not in told.read_text() and "MARK=here I am\n" in told.read_text()
@@ -97,7 +62,7 @@ def test_what_is_installed_is_managed_on_after_a_crash(daemon):
     preload(daemon, "sleeper", "#!/bin/sh\nexec sleep 1000\n")
     daemon.start()
     daemon.wait_status("sleeper", "running")
-    crash(daemon, signal.SIGSEGV)
+    daemon.crash(signal.SIGSEGV)
     daemon.wait_status("sleeper", "running")
     assert daemon.post("/api/packages/sleeper/stop").status == 200
     assert daemon.status("sleeper") == "stopped"
@@ -105,12 +70,12 @@ def test_what_is_installed_is_managed_on_after_a_crash(daemon):
 
 def test_an_image_after_a_crash_holds_the_instance_lock(daemon):
     daemon.start()
-    crash(daemon, signal.SIGSEGV)
+    daemon.crash(signal.SIGSEGV)
     assert LOCK.read_text().startswith(f"pid={daemon.pid}\n")
-    second = subprocess.run([BIN / "mirelclient"], capture_output=True, text=True, timeout=DEADLINE)
+    second = run_to_its_end()
     assert second.returncode == 255
     assert '"mirelclient" is already running' in second.stderr
-    assert len(sessions()) == 3
+    assert len(session_lines(SESSIONS)) == 3
 
 
 def test_an_image_after_a_crash_has_the_descriptors_of_the_first_one(daemon):
@@ -127,22 +92,22 @@ def test_an_image_after_a_crash_has_the_descriptors_of_the_first_one(daemon):
         except OSError:
             return None
     before = descriptors()
-    crash(daemon, signal.SIGSEGV)
+    daemon.crash(signal.SIGSEGV)
     assert descriptors() == before
 
 
 def test_a_killed_daemon_leaves_a_start_without_a_stop_and_the_next_start_works(daemon):
     dead = daemon.start().pid
     daemon.kill()
-    assert check_sessions(dead) == 1
+    check_daemon_sessions(dead)
     assert LOCK.read_text().startswith(f"pid={dead}\n")
     pid = daemon.start().pid
     assert pid != dead
     assert daemon.stop() == 143
-    lines = sessions()
-    assert [(line.split()[0], line.split()[2]) for line in lines] == \
-        [("event=start", f"pid={dead}"), ("event=start", f"pid={pid}"), ("event=stop", f"pid={pid}")]
-    assert lines[-1].endswith(" reason=signal: Terminated")
+    lines = session_lines(SESSIONS)
+    assert [(line["event"], line["pid"]) for line in lines] == \
+        [("start", str(dead)), ("start", str(pid)), ("stop", str(pid))]
+    assert lines[-1]["reason"] == "signal: Terminated"
 
 
 # -- a standard error stream that takes nothing --
@@ -152,11 +117,11 @@ def spawn_without_errors(daemon, how):
     if how != "broken":
         redirections = "2>&-" if how == "closed" else "<&- >&- 2>&-"
         daemon.process = subprocess.Popen(
-            ["/bin/sh", "-c", f'exec "$0" {redirections}', BIN / "mirelclient"],
+            ["/bin/sh", "-c", f'exec "$0" {redirections}', MIRELCLIENT],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
     else:
         reader, writer = os.pipe()
-        daemon.process = subprocess.Popen([BIN / "mirelclient"], stdin=subprocess.DEVNULL,
+        daemon.process = subprocess.Popen([MIRELCLIENT], stdin=subprocess.DEVNULL,
                                           stdout=subprocess.DEVNULL, stderr=writer)
         os.close(writer)
         os.close(reader)
@@ -167,13 +132,13 @@ def spawn_without_errors(daemon, how):
 def test_a_standard_error_stream_that_takes_nothing_does_not_keep_it_from_starting_anew(daemon, how):
     spawn_without_errors(daemon, how)
     pid = daemon.pid
-    crash(daemon, signal.SIGSEGV)
-    crash(daemon, signal.SIGABRT)
+    daemon.crash(signal.SIGSEGV)
+    daemon.crash(signal.SIGABRT)
     if how != "broken":
         assert os.readlink(f"/proc/{pid}/fd/2") == "/dev/null"
     assert daemon.stop() == 143
-    assert check_sessions(pid, "crash: signal SIGSEGV", "crash: signal SIGABRT", "signal: Terminated") == 6
-    assert len(headers()) == 2
+    check_daemon_sessions(pid, "crash: signal SIGSEGV", "crash: signal SIGABRT", "end: signal: Terminated")
+    assert len(crash_records(CRASHES)) == 2
     # What is meant for the stream has gone into no other file.
     for path in APP_DIR.rglob("*"):
         if path.is_file():

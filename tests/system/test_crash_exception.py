@@ -2,20 +2,16 @@
 import signal
 
 import pytest
-from frame_app import COUNT, crash_records, environment_of
+from crash_log import exception_loop_told, exception_told, loop_told, signal_told
+from frame_app import COUNT, frame_crashes, frame_log_messages
+from processes import environment_of
 
 # What is thrown, and how it is told.
 THROWN = {"std": "told to throw", "int": "an exception not derived from std::exception"}
 
 
-def detail_of(what):
-    return f"uncaught exception - {THROWN[what]}"
-
-
-def stderr_of_restart(what, attempt=1):
-    text = f"crash: {detail_of(what)}"
-    return (f"[console_app] {text}\n"
-            f"{text} - auto-restarting (attempt {attempt} of 5 within 60s)\n")
+def reason_of(what):
+    return f"crash: uncaught exception - {THROWN[what]}"
 
 
 def check_record(record, pid, what, stamp):
@@ -29,12 +25,12 @@ def check_record(record, pid, what, stamp):
 def test_an_exception_of_a_side_thread_is_recorded_and_the_program_starts_anew(app, stamp, what):
     pid = app.start().pid
     app.crash(f"throw {what}")
-    record, = crash_records()
+    record, = frame_crashes()
     check_record(record, pid, what, stamp)
     assert record.names("throw_something"), record.functions
-    sessions = app.check_sessions(pid, f"crash: {detail_of(what)}")
+    sessions = app.check_sessions(reason_of(what))
     assert environment_of(pid)[COUNT] == "1"
-    assert app.errors() == stderr_of_restart(what)
+    assert app.errors() == exception_told(reason_of(what))
     assert app.do("sessions") == sessions
     assert app.do("crashes") == [record.header, f"detail: {THROWN[what]}",
                                  f"frames: {len(record.functions)}"]
@@ -44,7 +40,7 @@ def test_the_log_tells_of_the_exception_the_stop_and_the_restart_in_this_order(a
     pid = app.start().pid
     app.do("log INFO the last words")
     app.crash("throw std")
-    messages = app.log_messages()
+    messages = frame_log_messages()
     begin = messages.index("INFO the last words")
     text = "crash: uncaught exception - told to throw"
     assert messages[begin + 1] == f"ERROR {text}"
@@ -55,21 +51,21 @@ def test_the_log_tells_of_the_exception_the_stop_and_the_restart_in_this_order(a
 
 
 def test_a_standard_exception_out_of_the_main_loop_ends_the_program_as_an_error(app):
-    pid = app.start().pid
+    app.start()
     app.tell("main-throw std")
     assert app.wait_end() == 1
-    app.check_sessions(pid, "end: error: told to throw")
+    app.check_sessions("end: error: told to throw")
     assert app.errors() == "Failed to start frame_app: told to throw\n"
-    assert crash_records() == []
+    assert frame_crashes() == []
 
 
 def test_another_exception_out_of_the_main_loop_is_an_error_and_then_a_crash(app, stamp):
     pid = app.start().pid
     app.crash("main-throw int")
-    record, = crash_records()
+    record, = frame_crashes()
     check_record(record, pid, "int", stamp)
-    app.check_sessions(pid, "then: error: unknown exception", f"crash: {detail_of('int')}")
-    assert app.errors() == stderr_of_restart("int")
+    app.check_sessions("then: error: unknown exception", reason_of("int"))
+    assert app.errors() == exception_told(reason_of("int"))
 
 
 def test_exceptions_and_signals_are_counted_together(app):
@@ -78,11 +74,9 @@ def test_exceptions_and_signals_are_counted_together(app):
     app.crash("throw std")
     app.crash("main-crash fpe")
     assert environment_of(pid)[COUNT] == "3"
-    assert app.errors() == ("[app] crash: signal SIGSEGV\n"
-                            "[app] crash - auto-restarting (attempt 1 of 5)\n"
-                            + stderr_of_restart("std", 2) +
-                            "[app] crash: signal SIGFPE\n"
-                            "[app] crash - auto-restarting (attempt 3 of 5)\n")
+    assert app.errors() == (signal_told(signal.SIGSEGV, attempt=1)
+                            + exception_told(reason_of("std"), attempt=2)
+                            + signal_told(signal.SIGFPE, attempt=3))
 
 
 def test_the_sixth_exception_within_the_window_ends_in_an_abort_with_a_record_of_its_own(app, stamp):
@@ -91,18 +85,16 @@ def test_the_sixth_exception_within_the_window_ends_in_an_abort_with_a_record_of
         app.crash("throw std")
     app.tell("throw std")
     assert app.wait_end() == 128 + signal.SIGABRT
-    *earlier, last = crash_records()
+    *earlier, last = frame_crashes()
     assert len(earlier) == 6
     for record in earlier:
         check_record(record, pid, "std", stamp)
     assert (last.signum, last.pid, last.detail) == (signal.SIGABRT, pid, None)
     text = "crash: uncaught exception - told to throw"
     assert f"ERROR {text}" in last.trace
-    app.check_sessions(pid, *[text] * 5, f"then: {text}", "end: crash: signal SIGABRT")
-    refusal = (f"{text} - this is crash #6 within 60s (max 5) - crash-loop detected, refusing further "
-               "auto-restart, staying exited. Manual intervention required.")
+    app.check_sessions(*[text] * 5, f"then: {text}", "end: crash: signal SIGABRT")
+    refusal = exception_loop_told(text, crash=6)
     assert app.errors() == (
-        "".join(stderr_of_restart("std", attempt) for attempt in range(1, 6)) +
-        f"[console_app] {text}\n{refusal}\n[app] crash: signal SIGABRT\n"
-        "[app] crash-loop detected - giving up (crash #6)\n")
-    assert app.log_messages()[-1] == f"ERROR {refusal}"
+        "".join(exception_told(text, attempt) for attempt in range(1, 6)) +
+        f"[console_app] {text}\n{refusal}\n" + signal_told(signal.SIGABRT) + loop_told(crash=6))
+    assert frame_log_messages()[-1] == f"ERROR {refusal}"

@@ -3,7 +3,7 @@ import os
 import signal
 
 import pytest
-from frame_app import LOG_FILE, crash_records
+from frame_app import CRASH_SIGNALS, FRAME_LOG, frame_crashes, wait_frame_log
 from programs import wait_until
 
 
@@ -16,15 +16,15 @@ def descriptors_of_pipe(app, path):
 def make_the_log_stick(app):
     """The log's file is replaced by a pipe, in which the log's thread then waits for an end."""
     app.do("log INFO the last words")
-    app.wait_log("the last words")
-    LOG_FILE.unlink()
-    os.mkfifo(LOG_FILE)
+    wait_frame_log("the last words")
+    FRAME_LOG.unlink()
+    os.mkfifo(FRAME_LOG)
     # Held open, so that opening the pipe does not block already.
-    pipe = os.open(LOG_FILE, os.O_RDWR | os.O_NONBLOCK)
+    pipe = os.open(FRAME_LOG, os.O_RDWR | os.O_NONBLOCK)
     try:
         app.do("log INFO into the pipe")
-        wait_until(lambda: descriptors_of_pipe(app, LOG_FILE) == 2, "the log reads the pipe it writes")
-        LOG_FILE.unlink()  # the next image finds no pipe
+        wait_until(lambda: descriptors_of_pipe(app, FRAME_LOG) == 2, "the log reads the pipe it writes")
+        FRAME_LOG.unlink()  # the next image finds no pipe
         return pipe
     except BaseException:
         os.close(pipe)
@@ -39,21 +39,19 @@ def stuck(app):
     os.close(pipe)
 
 
-@pytest.mark.parametrize("name", ["SIGSEGV", "SIGABRT", "SIGFPE", "SIGILL", "SIGBUS"])
+@pytest.mark.parametrize("name", CRASH_SIGNALS)
 def test_a_log_that_is_stuck_does_not_keep_a_crash_from_its_record(stuck, name):
-    pid = stuck.pid
     stuck.send(signal.Signals[name])
     stuck.wait_ready()
-    record, = crash_records()
+    record, = frame_crashes()
     assert record.trace[-2:] == ["INFO the last words", "INFO into the pipe"]
-    stuck.check_sessions(pid, f"crash: signal {name}")
+    stuck.check_sessions(f"crash: signal {name}")
 
 
 def test_an_exception_whose_report_hangs_in_the_log_ends_as_a_crash(stuck):
-    pid = stuck.pid
     stuck.crash("throw std")
-    report, crash = crash_records()
+    report, crash = frame_crashes()
     assert (report.signum, report.detail, report.trace) == (0, "told to throw", None)
     assert crash.signum == signal.SIGABRT
     assert crash.trace[-2].startswith("ERROR crash: uncaught exception - told to throw")
-    stuck.check_sessions(pid, "crash: signal SIGABRT")
+    stuck.check_sessions("crash: signal SIGABRT")

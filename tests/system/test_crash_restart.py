@@ -4,20 +4,29 @@ import signal
 import time
 
 import pytest
-from frame_app import COUNT, WINDOW, crash_records, environment_of
+from crash_log import (exception_loop_told, exception_told, exec_failure_told,
+                       loop_told, signal_told)
+from frame_app import COUNT, CRASH_SIGNALS, WINDOW, frame_crashes, frame_log_messages
+from processes import environment_of
 
-LOOP = "[app] crash-loop detected - giving up (crash #{})\n"
-
-
-def attempt_line(number):
-    return f"[app] crash - auto-restarting (attempt {number} of 5)\n"
+THROWN = "crash: uncaught exception - told to throw"
 
 
 def preset(count, window):
     return {COUNT: str(count), WINDOW: str(window)}
 
 
-@pytest.mark.parametrize("name", ["SIGSEGV", "SIGABRT", "SIGFPE", "SIGILL", "SIGBUS"])
+def window_after_a_crash(app, environment, attempt):
+    """The second of the window's begin, as the image after a crash has it."""
+    app.start(environment=environment)
+    app.crash("crash segv")
+    after = environment_of(app.pid)
+    assert after[COUNT] == str(attempt)
+    assert app.errors() == signal_told(signal.SIGSEGV, attempt)
+    return after[WINDOW]
+
+
+@pytest.mark.parametrize("name", CRASH_SIGNALS)
 def test_the_sixth_crash_within_the_window_is_the_last_one(app, name):
     number = signal.Signals[name]
     pid = app.start().pid
@@ -31,11 +40,10 @@ def test_the_sixth_crash_within_the_window_is_the_last_one(app, name):
     assert len(windows) == 1
     app.send(number)
     assert app.wait_end() == 128 + number
-    app.check_sessions(pid, *[f"crash: signal {name}"] * 5, f"end: crash: signal {name}")
-    assert [record.signum for record in crash_records()] == [number] * 6
-    crash_line = f"[app] crash: signal {name}\n"
-    assert app.errors() == "".join(crash_line + attempt_line(n) for n in range(1, 6)) + \
-        crash_line + LOOP.format(6)
+    app.check_sessions(*[f"crash: signal {name}"] * 5, f"end: crash: signal {name}")
+    assert [record.signum for record in frame_crashes()] == [number] * 6
+    assert app.errors() == ("".join(signal_told(number, attempt) for attempt in range(1, 6))
+                            + signal_told(number) + loop_told(crash=6))
 
 
 def test_a_start_by_hand_after_the_last_crash_begins_to_count_anew(app):
@@ -48,45 +56,33 @@ def test_a_start_by_hand_after_the_last_crash_begins_to_count_anew(app):
 
 
 @pytest.mark.parametrize("how, ending", [
-    ("crash segv", "[app] crash: signal SIGSEGV\n" + LOOP.format(6)),
-    ("throw std", "[console_app] crash: uncaught exception - told to throw\n"
-                  "crash: uncaught exception - told to throw - this is crash #6 within 60s (max 5) - "
-                  "crash-loop detected, refusing further auto-restart, staying exited. Manual "
-                  "intervention required.\n"
-                  "[app] crash: signal SIGABRT\n" + LOOP.format(6))])
+    ("crash segv", signal_told(signal.SIGSEGV) + loop_told(crash=6)),
+    ("throw std", f"[console_app] {THROWN}\n{exception_loop_told(THROWN, crash=6)}\n"
+                  + signal_told(signal.SIGABRT) + loop_told(crash=6))])
 def test_crashes_of_former_images_within_the_window_count(app, how, ending):
-    pid = app.start(environment=preset(5, int(time.time()))).pid
+    app.start(environment=preset(5, int(time.time())))
     app.tell(how)
     assert app.wait_end() == 128 + (signal.SIGSEGV if how.startswith("crash") else signal.SIGABRT)
     assert app.errors() == ending
     if how.startswith("crash"):
-        app.check_sessions(pid, "end: crash: signal SIGSEGV")
+        app.check_sessions("end: crash: signal SIGSEGV")
 
 
 def test_a_count_beyond_the_limit_stays_beyond_it(app):
     app.start(environment=preset(41, int(time.time())))
     app.tell("crash segv")
     assert app.wait_end() == 128 + signal.SIGSEGV
-    assert app.errors() == "[app] crash: signal SIGSEGV\n" + LOOP.format(42)
+    assert app.errors() == signal_told(signal.SIGSEGV) + loop_told(crash=42)
 
 
 def test_a_window_that_is_over_begins_anew(app):
     begin = int(time.time()) - 1
-    app.start(environment=preset(5, begin - 61))
-    app.crash("crash segv")
-    environment = environment_of(app.pid)
-    assert environment[COUNT] == "1"
-    assert begin <= int(environment[WINDOW]) <= time.time()
-    assert app.errors() == "[app] crash: signal SIGSEGV\n" + attempt_line(1)
+    assert begin <= int(window_after_a_crash(app, preset(5, begin - 61), attempt=1)) <= time.time()
 
 
 def test_a_window_that_is_not_over_goes_on(app):
     window = int(time.time()) - 10
-    app.start(environment=preset(3, window))
-    app.crash("crash segv")
-    environment = environment_of(app.pid)
-    assert (environment[COUNT], environment[WINDOW]) == ("4", str(window))
-    assert app.errors() == "[app] crash: signal SIGSEGV\n" + attempt_line(4)
+    assert window_after_a_crash(app, preset(3, window), attempt=4) == str(window)
 
 
 @pytest.mark.parametrize("environment", [
@@ -94,70 +90,56 @@ def test_a_window_that_is_not_over_goes_on(app):
     preset("99999999999999999999999", "1"), preset(" 5", "0x10"), {COUNT: "5"}, {WINDOW: "1"}])
 def test_variables_that_are_no_numbers_count_as_absent(app, environment):
     begin = int(time.time()) - 1
-    app.start(environment=environment)
-    app.crash("crash segv")
-    after = environment_of(app.pid)
-    assert after[COUNT] == "1"
-    assert begin <= int(after[WINDOW]) <= time.time()
-    assert app.errors() == "[app] crash: signal SIGSEGV\n" + attempt_line(1)
+    assert begin <= int(window_after_a_crash(app, environment, attempt=1)) <= time.time()
 
 
 def test_a_program_that_was_started_anew_stops_like_any_other(app):
-    pid = app.start().pid
+    app.start()
     app.crash("crash segv")
     app.crash("throw std")
-    app.send(signal.SIGTERM)
-    assert app.wait_end() == 128 + signal.SIGTERM
-    app.check_sessions(pid, "crash: signal SIGSEGV", "crash: uncaught exception - told to throw",
-                       "end: signal: Terminated")
+    assert app.stop() == 128 + signal.SIGTERM
+    app.check_sessions("crash: signal SIGSEGV", THROWN, "end: signal: Terminated")
 
 
 # -- where the program is not to be executed any more --
-
-def refusal(program, cause):
-    return (f"--instance-policy reboot: execv({program}) failed: {cause} - "
-            "staying exited instead of restarting\n")
-
 
 SPOILT = {"No such file or directory": os.unlink, "Permission denied": lambda path: os.chmod(path, 0)}
 
 
 @pytest.mark.parametrize("cause", SPOILT)
 def test_a_crash_of_a_program_that_cannot_be_executed_any_more_ends_it(copied, cause):
-    pid = copied.start().pid
+    copied.start()
     SPOILT[cause](copied.program)
     copied.tell("crash segv")
     assert copied.wait_end() == 128 + signal.SIGSEGV
-    assert copied.errors() == ("[app] crash: signal SIGSEGV\n" + attempt_line(1)
-                               + refusal(copied.program, cause))
-    copied.check_sessions(pid, "end: crash: signal SIGSEGV")
-    assert len(crash_records()) == 1
+    assert copied.errors() == (signal_told(signal.SIGSEGV, attempt=1)
+                               + exec_failure_told(copied.program, cause))
+    copied.check_sessions("end: crash: signal SIGSEGV")
+    assert len(frame_crashes()) == 1
 
 
 @pytest.mark.parametrize("cause", SPOILT)
 def test_an_exception_in_a_program_that_cannot_be_executed_any_more_ends_in_an_abort(copied, cause):
-    pid = copied.start().pid
+    copied.start()
     SPOILT[cause](copied.program)
     copied.tell("throw std")
     assert copied.wait_end() == 128 + signal.SIGABRT
-    text = "crash: uncaught exception - told to throw"
-    assert copied.errors() == (f"[console_app] {text}\n"
-                               f"{text} - auto-restarting (attempt 1 of 5 within 60s)\n"
-                               + refusal(copied.program, cause) + "[app] crash: signal SIGABRT\n"
-                               + attempt_line(2) + refusal(copied.program, cause))
-    copied.check_sessions(pid, f"then: {text}", "end: crash: signal SIGABRT")
-    assert [record.signum for record in crash_records()] == [0, signal.SIGABRT]
+    failure = exec_failure_told(copied.program, cause)
+    assert copied.errors() == (exception_told(THROWN) + failure
+                               + signal_told(signal.SIGABRT, attempt=2) + failure)
+    copied.check_sessions(f"then: {THROWN}", "end: crash: signal SIGABRT")
+    assert [record.signum for record in frame_crashes()] == [0, signal.SIGABRT]
 
 
 @pytest.mark.parametrize("cause", SPOILT)
 def test_a_reboot_of_a_program_that_cannot_be_executed_any_more_ends_it(copied, cause):
-    pid = copied.start().pid
+    copied.start()
     SPOILT[cause](copied.program)
     copied.tell("reboot x")
     assert copied.wait_end() == 0
-    assert copied.errors() == refusal(copied.program, cause)
-    assert copied.log_messages()[-1] == "ERROR " + refusal(copied.program, cause).rstrip("\n")
-    copied.check_sessions(pid, "end: reboot: x")
+    assert copied.errors() == exec_failure_told(copied.program, cause)
+    assert frame_log_messages()[-1] == "ERROR " + copied.errors().rstrip("\n")
+    copied.check_sessions("end: reboot: x")
 
 
 # -- on request --
@@ -167,23 +149,23 @@ def test_a_reboot_is_a_new_session_of_the_same_process(app):
     app.tell("reboot why = because")
     app.wait_ready()
     assert app.process.poll() is None and app.pid == pid
-    sessions = app.check_sessions(pid, "reboot: why = because")
+    sessions = app.check_sessions("reboot: why = because")
     assert app.do("sessions") == sessions
-    assert "INFO AppControl: reboot requested (why = because)" in app.log_messages()
+    assert "INFO AppControl: reboot requested (why = because)" in frame_log_messages()
     assert app.errors() == ""
-    assert COUNT not in environment_of(pid) and crash_records() == []
+    assert COUNT not in environment_of(pid) and frame_crashes() == []
 
 
 def test_a_reboot_loses_no_line_of_the_log(app):
     pid = app.start().pid
     app.tell("burst 1000\nreboot x")
     app.wait_ready()
-    messages = app.log_messages()
+    messages = frame_log_messages()
     begin = messages.index("INFO burst 1000")
     assert messages[begin:begin + 1000] == [f"INFO burst {number}" for number in range(1000, 0, -1)]
     assert messages[begin + 1000] == "INFO AppControl: reboot requested (x)"
     assert messages[begin + 1001].startswith(f"INFO session stop: pid={pid} ")
-    app.check_sessions(pid, "reboot: x")
+    app.check_sessions("reboot: x")
 
 
 def test_a_reboot_keeps_the_count_of_the_crashes(app):

@@ -1,40 +1,12 @@
 """Fetching, checking and installing real packages on a fresh machine."""
-import hashlib
 import os
 import subprocess
 
 import pytest
 from daemon import DAEMON_ROOT, DOWNLOADS, STORE
-from preloaded import preload
+from preloaded import install_path, preload
 from programs import wait_until
-from registry import ARCH, SLEEPER, entry
-
-
-def install_path(name, version="1.0.0"):
-    return STORE / "store" / name / version
-
-
-def replace_artifact(registry, name, data, version="1.0.0"):
-    (registry.folder / "packages" / name / "main" / version / ARCH / "artifact").write_bytes(data)
-
-
-def tar(folder, *members, gzip=False):
-    return subprocess.run(["tar", "-cz" if gzip else "-c", "-C", folder, *members],
-                          check=True, capture_output=True).stdout
-
-
-def artifact_of(tmp_path, manifest, payload_files=None, members=("manifest.json", "payload.tar")):
-    """An artifact made by hand, so that it may be wrong."""
-    folder = tmp_path / f"by-hand-{len(list(tmp_path.iterdir()))}"
-    payload = folder / "payload"
-    payload.mkdir(parents=True)
-    for name, text in (payload_files or {"run": SLEEPER}).items():
-        (payload / name).write_text(text)
-        (payload / name).chmod(0o755)
-    (folder / "payload.tar").write_bytes(tar(payload, "."))
-    digest = hashlib.sha256((folder / "payload.tar").read_bytes()).hexdigest()
-    (folder / "manifest.json").write_text(manifest.replace("SHA256", digest))
-    return tar(folder, *members, gzip=True)
+from registry import ARCH, SLEEPER, artifact_of, entry, replace_artifact
 
 
 def test_a_fresh_machine_receives_what_its_list_names(daemon, registry):

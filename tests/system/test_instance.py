@@ -1,50 +1,18 @@
 """One daemon on a machine: what a second start finds, waits for or ends."""
 import os
 import pathlib
-import re
 import signal
-import subprocess
 
 import pytest
-from daemon import Daemon, LOG_FILE, LOG_ROOT
-from frame_program import FRAME_LOCK, frame_log, PROGRAM
-from instance_lock import Gate, Holder, holder_text, instances, wait_until_it_waits_for_the_lock
-from programs import BIN, DEADLINE, wait_until
-
-MIRELCLIENT = BIN / "mirelclient"
-LOCK = pathlib.Path("/tmp/mirelclient.lock")
-
-WAIT = [["--instance-policy=wait"], ["--instance-policy", "wait"], ["--instance-policy=1"],
-        ["--instance-policy", "1"]]
-KILL = [["--instance-policy=kill"], ["--instance-policy", "kill"], ["--instance-policy=2"],
-        ["--instance-policy", "2"]]
-KILL_IN_ANY_CASE = [*KILL, ["--instance-policy=KILL"], ["--instance-policy", "Kill"]]
-
-
-def run_to_its_end(*arguments):
-    """A start that is to end by itself."""
-    return subprocess.run([MIRELCLIENT, *arguments], capture_output=True, text=True, timeout=DEADLINE,
-                          stdin=subprocess.DEVNULL)
+from daemon import LOCK, LOG_FILE, LOG_ROOT, MIRELCLIENT, run_to_its_end
+from frame_app import FRAME_LOCK, frame_log, FRAME_PROGRAM
+from instance_lock import holder_text, KILL, WAIT, wait_until_it_waits_for_the_lock
+from processes import instances
+from programs import DEADLINE, wait_until
 
 
 def refusal(pid):
     return f'"mirelclient" is already running:\n{holder_text(pid, MIRELCLIENT)}\n'
-
-
-@pytest.fixture
-def second(tmp_path):
-    daemon = Daemon(tmp_path / "second.out")
-    yield daemon
-    daemon.kill()
-
-
-@pytest.fixture
-def sleeper():
-    """A process that has nothing to do with any of this."""
-    process = subprocess.Popen(["sleep", "1000"])
-    yield process
-    process.kill()
-    process.wait()
 
 
 # -- no policy --
@@ -101,14 +69,14 @@ def test_the_lock_is_free_again_however_the_holder_ended(daemon):
 
 def test_of_ten_started_at_once_exactly_one_stays(frame):
     programs = [frame() for _ in range(10)]
-    wait_until(lambda: sum(program.process.poll() is None for program in programs) == 1, "nine have ended")
-    winner, = (program for program in programs if program.process.poll() is None)
+    wait_until(lambda: sum(program.is_alive() for program in programs) == 1, "nine have ended")
+    winner, = (program for program in programs if program.is_alive())
     winner.wait_ready()
-    assert FRAME_LOCK.read_text() == holder_text(winner.pid, PROGRAM)
+    assert FRAME_LOCK.read_text() == holder_text(winner.pid, FRAME_PROGRAM)
     for program in programs:
         if program is not winner:
-            assert program.wait() == 255
-            assert program.stderr().startswith('"frame_app" is already running')
+            assert program.wait_end() == 255
+            assert program.errors().startswith('"frame_app" is already running')
     assert winner.stop() == 143
 
 
@@ -149,8 +117,8 @@ def directory_as_lock_file():
      "not killing anything:\n\n")])
 def test_a_lock_file_that_cannot_be_opened_is_told(frame, directory_as_lock_file, arguments, middle):
     program = frame(*arguments)
-    assert program.wait() == 255
-    assert program.stderr() == directory_as_lock_file + middle + '"frame_app" is already running.\n'
+    assert program.wait_end() == 255
+    assert program.errors() == directory_as_lock_file + middle + '"frame_app" is already running.\n'
     assert "[ERROR] " in frame_log() and directory_as_lock_file in frame_log()
     assert not program.sessions()
 
@@ -229,102 +197,6 @@ def test_a_first_one_that_does_not_listen_is_killed_after_a_grace(daemon, second
     assert instances(MIRELCLIENT) == {second.pid}
 
 
-# -- the second attempt: somebody else takes the lock between the first look and the attempt --
-
-
-@pytest.fixture
-def overtaken(frame, tmp_path):
-    """Starts the application and a holder that is there first; returns both."""
-    holders = []
-
-    def start(*arguments, **holder):
-        gate = Gate(tmp_path / "gate")
-        program = frame(*arguments, FRAME_APP_PAUSE_BEFORE_SHELL=str(gate.path))
-        gate.wait_for_program()
-        holders.append(Holder(FRAME_LOCK, **holder))
-        gate.open()
-        return program, holders[-1]
-
-    yield start
-    for holder in holders:
-        holder.end()
-
-
-def told_in_log(level, text):
-    """The whole text, however many lines, as one entry of the log."""
-    entry = rf"^\[frame_app\] \[{level}\] \[[^\]]*\] {re.escape(text)}\n?(?=\[frame_app\]|\Z)"
-    return re.search(entry, frame_log(), re.MULTILINE) is not None
-
-
-@pytest.mark.parametrize("arguments", [[], ["--instance-policy=warn"]])
-def test_one_that_was_overtaken_warns_and_ends(overtaken, arguments):
-    program, holder = overtaken(*arguments)
-    assert program.wait() == 255
-    text = f'"frame_app" is already running:\n{holder.text}'
-    assert program.stderr() == text + "\n"
-    assert told_in_log("WARNING", text)
-    assert holder.is_alive() and FRAME_LOCK.read_text() == holder.text
-    assert not program.sessions() and program.starts() == 0
-
-
-@pytest.mark.parametrize("arguments", [*WAIT, ["--instance-policy=WAIT"]])
-def test_one_that_was_overtaken_waits(overtaken, arguments):
-    program, holder = overtaken(*arguments)
-    wait_until_it_waits_for_the_lock(program.pid)
-    text = f'"frame_app" is already running:\n{holder.text}\nWaiting for it to exit...'
-    assert program.stderr() == text + "\n"
-    assert program.starts() == 0
-    os.kill(holder.pid, signal.SIGTERM)
-    program.wait_ready()
-    assert told_in_log("WARNING", text)
-    assert FRAME_LOCK.read_text() == holder_text(program.pid, PROGRAM)
-    assert program.stop() == 143
-
-
-@pytest.mark.parametrize("arguments", KILL_IN_ANY_CASE)
-def test_one_that_was_overtaken_kills(overtaken, arguments):
-    program, holder = overtaken(*arguments)
-    assert holder.wait() == -signal.SIGTERM
-    program.wait_ready()
-    text = f"--instance-policy=kill: terminating pid {holder.pid} (was holding \"frame_app\"'s lock)"
-    assert program.stderr() == text + "\n"
-    assert told_in_log("WARNING", text)
-    assert FRAME_LOCK.read_text() == holder_text(program.pid, PROGRAM)
-    assert program.stop() == 143
-
-
-def test_one_that_was_overtaken_kills_at_last_whoever_ignores_it(overtaken):
-    program, holder = overtaken("--instance-policy=kill", ignores_sigterm=True)
-    assert holder.wait() == -signal.SIGKILL
-    program.wait_ready()
-    texts = [f"--instance-policy=kill: terminating pid {holder.pid} (was holding \"frame_app\"'s lock)",
-             f"--instance-policy=kill: pid {holder.pid} didn't exit within 3s of SIGTERM, sending SIGKILL",
-             f'"frame_app" is already running:\n{holder.text}\nWaiting for it to exit...']
-    assert program.stderr() == "".join(f"{text}\n" for text in texts)
-    assert all(told_in_log("WARNING", text) for text in texts)
-    assert FRAME_LOCK.read_text() == holder_text(program.pid, PROGRAM)
-
-
-@pytest.mark.parametrize("text, complaint", [
-    ("path=/bin/holder\nuser=nobody\n", "find a pid= line in"),
-    ("somebody", "find a pid= line in"),
-    ("", "find a pid= line in"),
-    ("pid=\npath=/bin/holder\n", "parse a pid from"),
-    ("pid=many\n", "parse a pid from"),
-    ("pid=0\n", "parse a pid from"),
-    ("pid=-1\n", "parse a pid from"),
-    ("pid=99999999999999999999\n", "parse a pid from")])
-def test_one_that_was_overtaken_by_a_nameless_one_kills_nobody(overtaken, sleeper, text, complaint):
-    program, holder = overtaken("--instance-policy=kill", text=text)
-    assert program.wait() == 255
-    error = (f"--instance-policy=kill: couldn't {complaint} the current holder's info, "
-             f"not killing anything:\n{text}")
-    refused = f'"frame_app" is already running:\n{text}' if text else '"frame_app" is already running.'
-    assert program.stderr() == f"{error}\n{refused}\n"
-    assert told_in_log("ERROR", error) and told_in_log("WARNING", refused)
-    assert holder.is_alive() and sleeper.poll() is None
-
-
 # -- instances side by side --
 
 
@@ -332,10 +204,10 @@ def test_a_suffix_makes_instances_of_their_own(frame):
     one, two = (frame(CONSOLE_APP_LOCK_SUFFIX=suffix).wait_ready() for suffix in ["one", "two"])
     locks = {one: pathlib.Path("/tmp/frame_app_one.lock"), two: pathlib.Path("/tmp/frame_app_two.lock")}
     for program, lock in locks.items():
-        assert lock.read_text() == holder_text(program.pid, PROGRAM)
+        assert lock.read_text() == holder_text(program.pid, FRAME_PROGRAM)
     again = frame(CONSOLE_APP_LOCK_SUFFIX="one")
-    assert again.wait() == 255
-    assert again.stderr() == f'"frame_app" is already running:\n{holder_text(one.pid, PROGRAM)}\n'
+    assert again.wait_end() == 255
+    assert again.errors() == f'"frame_app" is already running:\n{holder_text(one.pid, FRAME_PROGRAM)}\n'
     for program, lock in locks.items():
         assert program.stop() == 143
         assert not lock.exists()
@@ -343,6 +215,6 @@ def test_a_suffix_makes_instances_of_their_own(frame):
 
 def test_without_a_suffix_the_lock_file_stays(frame):
     program = frame(CONSOLE_APP_LOCK_SUFFIX="").wait_ready()
-    assert FRAME_LOCK.read_text() == holder_text(program.pid, PROGRAM)
+    assert FRAME_LOCK.read_text() == holder_text(program.pid, FRAME_PROGRAM)
     assert program.stop() == 143
-    assert FRAME_LOCK.read_text() == holder_text(program.pid, PROGRAM)
+    assert FRAME_LOCK.read_text() == holder_text(program.pid, FRAME_PROGRAM)

@@ -9,23 +9,12 @@ import time
 import pytest
 from daemon import APP_DIR, DOWNLOADS, STORE
 from preloaded import preload
+from processes import end_orphans
 from programs import wait_until
 from registry import ARCH, SLEEPER, entry
 
 NEW = STORE / "store/new/1.0.0"
 STAGING = STORE / "store/new/1.0.0.staging"
-
-
-def end_orphans(folder):
-    """Ends what the killed daemon's commands left at work in a folder."""
-    for name in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            busy = os.readlink(f"/proc/{name}/cwd").startswith(str(folder)) or \
-                str(folder).encode() in open(f"/proc/{name}/cmdline", "rb").read()
-            if busy and int(name) not in (1, os.getpid()):
-                os.kill(int(name), signal.SIGKILL)
-        except OSError:
-            pass
 
 
 def kill_and_check(daemon, registry):

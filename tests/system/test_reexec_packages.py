@@ -3,27 +3,25 @@ import os
 import pathlib
 import signal
 
-from daemon import CONFIG_DIR, STORE
-from frame_program import FRAME_DATA, FRAME_DIR, PROGRAM
-from instance_lock import holder_text, instances
-from preloaded import entry_text, preload, write_registry
-from programs import BIN, wait_until
+from daemon import MIRELCLIENT, SESSIONS
+from frame_app import FRAME_LOG_ROOT, FRAME_PROGRAM, FRAME_SESSIONS
+from instance_lock import holder_text
+from preloaded import entry_text, preload, put_into_store, write_registry
+from processes import instances
+from programs import wait_until
+from registry import SLEEPER
 from sessions import newest_session_event, session_lines
 
 NAMES = [f"p{number:02}" for number in range(20)]
-FRAME_SESSIONS = FRAME_DATA / "sessions.log"
 
 
 def preload_frames():
     """Packages whose newcomer ends the instance that is already there."""
-    for name in NAMES:
-        folder = STORE / "store" / name / "1"
-        folder.mkdir(parents=True)
-        (folder / "run").write_text(f"#!/bin/sh\nCONSOLE_APP_LOCK_SUFFIX={name} "
-                                    f"exec {PROGRAM} --instance-policy kill\n")
-        (folder / "run").chmod(0o755)
-    (FRAME_DIR / "log").mkdir(parents=True)
-    write_registry(*(entry_text(name, "1", str(STORE / "store" / name / "1")) for name in NAMES))
+    folders = {name: put_into_store(name, "1", f"#!/bin/sh\nCONSOLE_APP_LOCK_SUFFIX={name} "
+                                               f"exec {FRAME_PROGRAM} --instance-policy kill\n")
+               for name in NAMES}
+    FRAME_LOG_ROOT.mkdir(parents=True)
+    write_registry(*(entry_text(name, "1", str(folder)) for name, folder in folders.items()))
 
 
 def lock_of(name):
@@ -50,14 +48,14 @@ def test_each_package_has_one_instance_after_a_crash_and_it_is_the_new_one(daemo
     before = wait_until(running_frames, "all packages run")
     earlier = set()
     for _ in range(3):
-        assert daemon.children() == set(before.values()) == instances(PROGRAM)
+        assert daemon.children() == set(before.values()) == instances(FRAME_PROGRAM)
         earlier |= set(before.values())
         daemon.crash()
         after = wait_until(lambda: running_frames(besides=earlier), "all packages run anew")
         assert len(set(after.values())) == len(NAMES)
-        wait_until(lambda: instances(PROGRAM) == set(after.values()), "the earlier ones have ended")
+        wait_until(lambda: instances(FRAME_PROGRAM) == set(after.values()), "the earlier ones have ended")
         for name in NAMES:
-            assert lock_of(name).read_text() == holder_text(after[name], PROGRAM)
+            assert lock_of(name).read_text() == holder_text(after[name], FRAME_PROGRAM)
             start, stop = session_lines(FRAME_SESSIONS, before[name])
             assert (start["event"], stop["event"]) == ("start", "stop")
             assert stop["reason"] == "signal: Terminated"
@@ -65,15 +63,15 @@ def test_each_package_has_one_instance_after_a_crash_and_it_is_the_new_one(daemo
         wait_until(lambda: daemon.children() == set(after.values()), "no zombie is left")
         assert all(item["status"] == "running" for item in daemon.packages().values())
         before = after
-    assert instances(BIN / "mirelclient") == {daemon.pid}
-    assert [(line["event"], line.get("reason")) for line in session_lines(CONFIG_DIR / "sessions.log")] == [
+    assert instances(MIRELCLIENT) == {daemon.pid}
+    assert [(line["event"], line.get("reason")) for line in session_lines(SESSIONS)] == [
         ("start", None), ("stop", "crash: signal SIGSEGV")] * 3 + [("start", None)]
     assert daemon.stop() == 143
-    assert instances(PROGRAM) == set(before.values())
+    assert instances(FRAME_PROGRAM) == set(before.values())
 
 
 def test_a_plain_program_runs_twice_after_a_crash(daemon):
-    preload(daemon, "sleeper", "#!/bin/sh\nexec sleep 1000\n")
+    preload(daemon, "sleeper", SLEEPER)
     daemon.start()
     daemon.wait_status("sleeper", "running")
     old, = daemon.children()
@@ -92,7 +90,7 @@ def test_a_plain_program_runs_twice_after_a_crash(daemon):
 
 
 def test_what_an_operator_stopped_stays_stopped_after_a_crash(daemon):
-    preload(daemon, "sleeper", "#!/bin/sh\nexec sleep 1000\n")
+    preload(daemon, "sleeper", SLEEPER)
     daemon.start()
     daemon.wait_status("sleeper", "running")
     assert daemon.post("/api/packages/sleeper/stop").status == 200

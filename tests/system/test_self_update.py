@@ -6,17 +6,16 @@ import shutil
 import threading
 
 import pytest
-from daemon import CONFIG_DIR, DAEMON_ROOT, DOWNLOADS
+from crash_log import exec_failure_told
+from daemon import CRASHES, DAEMON_ROOT, DOWNLOADS, MIRELCLIENT, SESSIONS
 from held_registry import HeldRegistry
 from preloaded import preload
-from programs import BIN, wait_until
-from registry import ARCH
+from programs import wait_until
+from registry import ARCH, SLEEPER, replace_artifact
 from sessions import session_lines
-from test_install import replace_artifact
 
-SLEEP = "#!/bin/sh\nexec sleep 1000\n"
 PROGRAM = DAEMON_ROOT / "bin/mirelclient"
-OLD_BUILD = (BIN / "mirelclient").read_bytes()
+OLD_BUILD = MIRELCLIENT.read_bytes()
 
 
 def new_build(number):
@@ -28,7 +27,7 @@ def new_build(number):
 def own_daemon(daemon, registry):
     """Runs from a file of its own, which may be replaced."""
     PROGRAM.parent.mkdir(parents=True)
-    shutil.copy2(BIN / "mirelclient", PROGRAM)
+    shutil.copy2(MIRELCLIENT, PROGRAM)
     daemon.program = PROGRAM
     daemon.configure(registry_url=registry.url)
     return daemon
@@ -37,10 +36,6 @@ def own_daemon(daemon, registry):
 def publish_build(registry, version, content, **build):
     registry.publish("mirelclient", version, files={"mirelclient": content, "install.sh": "#!/bin/sh\nexit 1\n"},
                      executable="mirelclient", **build)
-
-
-def sessions(daemon):
-    return session_lines(CONFIG_DIR / "sessions.log", daemon.pid)
 
 
 def wait_restarted(daemon, starts):
@@ -71,14 +66,14 @@ def test_the_running_daemon_becomes_the_new_build(own_daemon, registry):
     assert os.readlink(f"/proc/{pid}/exe") == str(PROGRAM)
     assert pathlib.Path(f"/proc/{pid}/cmdline").read_bytes() == bytes(PROGRAM) + b"\0--verbose\0"
     assert b"KEPT=yes\0" in pathlib.Path(f"/proc/{pid}/environ").read_bytes()
-    assert [line["event"] for line in sessions(own_daemon)] == ["start", "stop", "start"]
-    start, stop, again = sessions(own_daemon)
+    assert [line["event"] for line in own_daemon.sessions()] == ["start", "stop", "start"]
+    start, stop, again = own_daemon.sessions()
     assert stop["reason"] == "reboot: self-update 0.0.0 -> 1.2.3"
     assert start["exe"] == again["exe"] == str(PROGRAM)
     assert start["args"] == again["args"] == "--verbose"
     assert "AppControl: reboot requested (self-update 0.0.0 -> 1.2.3)" in own_daemon.log()
     assert not work_directories() and not PROGRAM.with_suffix(".new").exists()
-    assert (CONFIG_DIR / "crash.log").read_text() == ""
+    assert CRASHES.read_text() == ""
     assert own_daemon.stop() == 143
 
 
@@ -90,7 +85,7 @@ def test_a_second_update_finds_the_program_again(own_daemon, registry):
         assert own_daemon.post("/api/self/update", {"version": f"1.0.{number}"}).status == 200
         wait_restarted(own_daemon, number + 1)
         assert PROGRAM.read_bytes() == running_image(own_daemon) == new_build(number)
-    assert [line["reason"] for line in sessions(own_daemon) if line["event"] == "stop"] == [
+    assert [line["reason"] for line in own_daemon.sessions() if line["event"] == "stop"] == [
         f"reboot: self-update 0.0.0 -> 1.0.{number}" for number in (1, 2, 3)]
 
 
@@ -142,7 +137,7 @@ def test_two_updates_at_once_end_in_one_whole_build(own_daemon, registry):
 def test_packages_of_the_former_image_run_on_unknown_to_the_next(own_daemon, registry):
     publish_build(registry, "1.0.0", new_build(1))
     registry.serve()
-    preload(own_daemon, "sleeper", SLEEP)
+    preload(own_daemon, "sleeper", SLEEPER)
     own_daemon.start()
     own_daemon.wait_status("sleeper", "running")
     before, = own_daemon.children()
@@ -187,7 +182,7 @@ def test_an_update_that_fails_changes_nothing_and_the_daemon_runs_on(own_daemon,
     assert PROGRAM.read_bytes() == OLD_BUILD
     assert sorted(entry.name for entry in PROGRAM.parent.iterdir()) == ["mirelclient"]
     assert not work_directories()
-    assert [line["event"] for line in sessions(own_daemon)] == ["start"]
+    assert [line["event"] for line in own_daemon.sessions()] == ["start"]
 
 
 def test_a_build_that_cannot_be_executed_leaves_the_daemon_down_with_its_reason(own_daemon, registry):
@@ -197,8 +192,8 @@ def test_a_build_that_cannot_be_executed_leaves_the_daemon_down_with_its_reason(
     pid = own_daemon.pid
     assert own_daemon.post("/api/self/update").status == 200
     assert own_daemon.process.wait(60) == 0
-    text = f"--instance-policy reboot: execv({PROGRAM}) failed: Exec format error - staying exited instead of restarting"
+    text = exec_failure_told(PROGRAM, "Exec format error").rstrip("\n")
     assert text in own_daemon.output() and text in own_daemon.log()
-    assert session_lines(CONFIG_DIR / "sessions.log", pid)[-1]["reason"] == "reboot: self-update 0.0.0 -> 1.0.0"
+    assert session_lines(SESSIONS, pid)[-1]["reason"] == "reboot: self-update 0.0.0 -> 1.0.0"
     assert hashlib.sha256(PROGRAM.read_bytes()).hexdigest() == hashlib.sha256(b"no program of any kind\n").hexdigest()
     own_daemon.process = None

@@ -4,13 +4,12 @@ import re
 import time
 
 import pytest
-from frame_program import FRAME_DATA, FRAME_LOG, frame_log, PROGRAM
+from frame_app import FRAME_CRASHES, FRAME_DATA, FRAME_LOG, frame_log, FRAME_PROGRAM, FRAME_SESSIONS
 from instance_lock import USER
 from programs import wait_until
 from sessions import session_lines
 
 ARCHIVES = FRAME_DATA / "sessions"
-SESSIONS = FRAME_DATA / "sessions.log"
 INCIDENTS = FRAME_DATA / "incidents"
 CONFIG_HISTORY = FRAME_DATA / "config_history.log"
 NO_STOP = "stop: (none recorded - crash/SIGKILL with no stop line, or still running)\n"
@@ -35,15 +34,15 @@ def names_of(begun):
 
 
 def starts():
-    return [line for line in session_lines(SESSIONS) if line["event"] == "start"]
+    return [line for line in session_lines(FRAME_SESSIONS) if line["event"] == "start"]
 
 
 def stops():
-    return [line for line in session_lines(SESSIONS) if line["event"] == "stop"]
+    return [line for line in session_lines(FRAME_SESSIONS) if line["event"] == "stop"]
 
 
 def expected_meta(start, stop, changes=""):
-    text = (f"pid: {start['pid']}\nexe: {PROGRAM}\nuser: {USER}\ncwd: {os.getcwd()}\n"
+    text = (f"pid: {start['pid']}\nexe: {FRAME_PROGRAM}\nuser: {USER}\ncwd: {os.getcwd()}\n"
             f"args: {start['args']}\nstart_ts: {start['ts']}\n")
     if start["runtime"]:
         text += f"start_runtime: {start['runtime']}\n"
@@ -86,7 +85,7 @@ def test_a_session_is_archived_when_it_ends(keeping):
     program.do("log WARNING mine")
     program.do("runtime lamp=on")
     program.tell("stop")
-    assert program.wait() == 0
+    assert program.wait_end() == 0
     (start,), (stop,) = starts(), stops()
     assert archives() == names_of([start])
     assert sorted(path.name for path in archive_of(start).iterdir()) == ["meta.txt", "session.log"]
@@ -102,7 +101,7 @@ def test_the_archives_of_the_last_three_sessions_are_kept(keeping):
     first = keeping()
     log_line(first, "from the first")
     first.tell("stop")
-    assert first.wait() == 0
+    assert first.wait_end() == 0
     second = keeping()
     log_line(second, "from the second")
     assert second.stop() == 143
@@ -112,8 +111,7 @@ def test_the_archives_of_the_last_three_sessions_are_kept(keeping):
     third = keeping()
     log_line(third, "from the third")
     wait_for_another_second(starts()[2])
-    third.tell("crash segv")
-    third.wait_ready(times=2)
+    third.crash("crash segv")
     assert archives() == names_of(starts()[:3])
 
     # Killed, and archived by the next start.
@@ -123,8 +121,7 @@ def test_the_archives_of_the_last_three_sessions_are_kept(keeping):
     assert archives() == names_of(starts()[1:4])
     log_line(fifth, "from the fifth")
     wait_for_another_second(starts()[4])
-    fifth.tell("reboot because I say so")
-    fifth.wait_ready(times=2)
+    fifth.crash("reboot because I say so")
     assert archives() == names_of(starts()[2:5])
 
     begun = starts()
@@ -148,11 +145,10 @@ def test_the_archive_of_a_crash_has_its_record(keeping):
     program = keeping()
     log_line(program, "the last words")
     wait_for_another_second(starts()[0])
-    program.tell("crash abort")
-    program.wait_ready(times=2)
+    program.crash("crash abort")
     start = starts()[0]
     crash = (archive_of(start) / "crash.txt").read_text()
-    record = (FRAME_DATA / "crash.log").read_text()
+    record = FRAME_CRASHES.read_text()
     head, *rest = record.splitlines()
     fields = dict(word.split("=", 1) for word in head.split() if "=" in word and word != "===")
     assert fields["pid"] == str(program.pid) and fields["signum"] == "6"
@@ -171,8 +167,7 @@ def test_the_archive_of_a_crash_has_its_record(keeping):
 def test_an_uncaught_exception_is_archived_with_its_session(keeping):
     program = keeping()
     wait_for_another_second(starts()[0])
-    program.tell("throw std")
-    program.wait_ready(times=2)
+    program.crash("throw std")
     start, stop = starts()[0], stops()[0]
     assert stop["reason"] == "crash: uncaught exception - told to throw"
     assert sorted(path.name for path in archive_of(start).iterdir()) == ["crash.txt", "meta.txt", "session.log"]
@@ -272,8 +267,7 @@ def test_a_lower_count_removes_the_surplus_at_the_next_start(keeping):
 def test_without_a_count_there_are_no_archives(frame):
     program = frame().wait_ready()
     wait_for_another_second(starts()[0])
-    program.tell("crash segv")
-    program.wait_ready(times=2)
+    program.crash("crash segv")
     program.kill()
     assert frame().wait_ready().stop() == 143
     assert not ARCHIVES.exists()
@@ -291,5 +285,5 @@ def test_archives_that_cannot_be_written_do_not_keep_the_application_from_runnin
     ARCHIVES.write_text("in the way")
     program = keeping()
     assert program.stop() == 143
-    assert [line["event"] for line in session_lines(SESSIONS)] == ["start", "stop"]
+    assert [line["event"] for line in session_lines(FRAME_SESSIONS)] == ["start", "stop"]
     assert ARCHIVES.read_text() == "in the way"

@@ -7,9 +7,9 @@ import socket
 import subprocess
 
 import pytest
-from daemon import CONFIG_DIR, DAEMON_ROOT, DOWNLOADS, LOG_FILE, LOG_ROOT, STORE
+from daemon import CONFIG_DIR, DAEMON_ROOT, DOWNLOADS, LOG_FILE, LOG_ROOT, MIRELCLIENT, STORE
 from preloaded import preload
-from programs import BIN, wait_until
+from programs import wait_until
 
 SLEEP = "#!/bin/sh\nexec sleep 1000\n"
 
@@ -105,7 +105,7 @@ def test_verbose_shows_the_lines_of_the_file_on_the_console(daemon):
 
 def test_a_console_whose_reader_has_gone_does_not_end_the_daemon(daemon):
     reader, writer = os.pipe()
-    daemon.process = subprocess.Popen([BIN / "mirelclient", "--verbose"], stdin=subprocess.DEVNULL,
+    daemon.process = subprocess.Popen([MIRELCLIENT, "--verbose"], stdin=subprocess.DEVNULL,
                                       stdout=writer, stderr=subprocess.STDOUT)
     os.close(writer)
     os.close(reader)

@@ -7,11 +7,11 @@ import shutil
 import signal
 
 import pytest
-from daemon import CONFIG_DIR, DAEMON_ROOT, STORE
-from frame_program import FRAME_DATA, frame_log
-from instance_lock import instances
+from daemon import CRASHES, DAEMON_ROOT, SESSIONS, STORE
+from frame_app import FRAME_CRASHES, frame_log, FRAME_SESSIONS
 from load import Clients, HangingRegistry, send_without_waiting
-from preloaded import entry_text, write_registry
+from preloaded import entry_text, put_into_store, write_registry
+from processes import instances
 from programs import wait_until
 from registry import ARCH, entry, SLEEPER
 from sessions import session_lines
@@ -29,11 +29,8 @@ def fill_store():
     """Five packages; one of them takes its time to be uninstalled."""
     shutil.rmtree(STORE, ignore_errors=True)
     for name in NAMES:
-        folder = folder_of(name)
-        folder.mkdir(parents=True)
+        folder = put_into_store(name, "1", SLEEPER)
         (folder / "blob").write_bytes(bytes(1 << 20))
-        (folder / "run").write_text(SLEEPER)
-        (folder / "run").chmod(0o755)
     script = folder_of("leaving") / "uninstall.sh"
     script.write_text(SLOW_SCRIPT)
     script.chmod(0o755)
@@ -61,6 +58,12 @@ def check_stop_line(path, pid, reason="signal: Terminated"):
 def end_packages(pids):
     for pid in pids:
         os.kill(pid, signal.SIGKILL)
+
+
+def end_requests(clients, connections):
+    clients.rest()
+    for connection in connections:
+        connection.close()
 
 
 @pytest.fixture
@@ -104,16 +107,14 @@ def test_two_hundred_stops_amid_requests_downloads_and_scripts(daemon, clients, 
         if number % 4 == 1:
             wait_until(script_runs.exists, "the script is at work")
         assert daemon.stop() == 143, f"round {number}"
-        clients.rest()
-        for connection in connections:
-            connection.close()
-        check_stop_line(CONFIG_DIR / "sessions.log", pid)
+        end_requests(clients, connections)
+        check_stop_line(SESSIONS, pid)
         check_store()
         assert all(pathlib.Path(f"/proc/{child}").exists() for child in kept)
         end_packages(instances(shutil.which("sleep")))
-        assert not (CONFIG_DIR / "crash.log").read_text()
+        assert not CRASHES.read_text()
     wait_until(lambda: not instances(shutil.which("curl")), "no download is left")
-    sessions = session_lines(CONFIG_DIR / "sessions.log")
+    sessions = session_lines(SESSIONS)
     assert [line["event"] for line in sessions] == ["start", "stop"] * ROUNDS
     assert daemon.log().count("session stop: ") == ROUNDS
 
@@ -143,7 +144,7 @@ def test_a_hundred_stops_amid_updates(daemon, clients, registry):
                                       ).json()["phase"] in awaited, "the update is so far")
         assert daemon.stop() == 143, f"round {number}"
         clients.rest()
-        check_stop_line(CONFIG_DIR / "sessions.log", pid)
+        check_stop_line(SESSIONS, pid)
         listed = {item["name"]: item for item in json.loads((STORE / "registry.json").read_text())}
         assert sorted(listed) == names
         for name, item in listed.items():
@@ -151,7 +152,7 @@ def test_a_hundred_stops_amid_updates(daemon, clients, registry):
             assert pathlib.Path(item["install_path"], "blob").read_bytes() == blobs[item["version"]]
             assert pathlib.Path(item["install_path"], "run").read_text() == SLEEPER
         end_packages(instances(shutil.which("sleep")))
-    assert not (CONFIG_DIR / "crash.log").read_text()
+    assert not CRASHES.read_text()
 
 
 def test_a_hundred_stops_amid_bursts_of_log_lines(frame):
@@ -162,9 +163,9 @@ def test_a_hundred_stops_amid_bursts_of_log_lines(frame):
         if number % 2:
             wait_until(lambda: "burst " in frame_log(), "the burst is under way")
         assert program.stop() == 143
-        check_stop_line(FRAME_DATA / "sessions.log", program.pid)
+        check_stop_line(FRAME_SESSIONS, program.pid)
         program.kill()
-    assert not (FRAME_DATA / "crash.log").read_text()
+    assert not FRAME_CRASHES.read_text()
 
 
 @pytest.mark.parametrize("number, name", [(signal.SIGTERM, "Terminated"), (signal.SIGINT, "Interrupt"),
@@ -173,7 +174,7 @@ def test_the_session_tells_which_signal_ended_it(daemon, number, name):
     daemon.start()
     pid = daemon.pid
     assert daemon.stop(number) == 128 + number
-    check_stop_line(CONFIG_DIR / "sessions.log", pid, f"signal: {name}")
+    check_stop_line(SESSIONS, pid, f"signal: {name}")
     assert re.search(rf"session stop: pid={pid} duration_s=\d+ reason=signal: {name}\n", daemon.log())
 
 
@@ -188,7 +189,7 @@ def test_after_a_crash_a_stop_signal_ends_it(daemon):
     pid = daemon.pid
     daemon.crash()
     assert daemon.stop() == 143
-    check_stop_line(CONFIG_DIR / "sessions.log", pid)
+    check_stop_line(SESSIONS, pid)
 
 
 @pytest.mark.parametrize("count", [2, 100])
@@ -204,13 +205,11 @@ def test_more_of_the_signal_during_the_stop_changes_nothing(daemon, clients, reg
             os.kill(pid, signal.SIGTERM)  # it is there until it has been waited for
         assert daemon.process.wait(60) == 143
         daemon.process = None
-        clients.rest()
-        for connection in connections:
-            connection.close()
-        check_stop_line(CONFIG_DIR / "sessions.log", pid)
-        assert len(session_lines(CONFIG_DIR / "sessions.log", pid)) == 2
+        end_requests(clients, connections)
+        check_stop_line(SESSIONS, pid)
+        assert len(session_lines(SESSIONS, pid)) == 2
         end_packages(instances(shutil.which("sleep")))
-    assert not (CONFIG_DIR / "crash.log").read_text()
+    assert not CRASHES.read_text()
 
 
 def test_a_signal_during_the_first_installs_does_not_cut_them_short(daemon, registry):
@@ -234,4 +233,4 @@ def test_a_signal_during_the_first_installs_does_not_cut_them_short(daemon, regi
     assert not (STORE / "store/new/1.0.0.staging").exists()
     assert daemon.stop() == 143
     os.kill(child, 0)
-    check_stop_line(CONFIG_DIR / "sessions.log", pid)
+    check_stop_line(SESSIONS, pid)

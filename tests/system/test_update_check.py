@@ -6,11 +6,10 @@ import pathlib
 import threading
 
 import pytest
+from daemon import MIRELCLIENT, STOPPED_BY_SIGTERM
 from held_registry import HeldRegistry
 from programs import BIN, wait_until
-from registry import ARCH
-from test_install import artifact_of, replace_artifact
-from test_update_kill import STOPPED_BY_SIGTERM
+from registry import ARCH, artifact_of, replace_artifact
 
 
 def publish_self(registry, *versions, **build):
@@ -98,14 +97,14 @@ def test_a_daemons_update_that_fails_leaves_it_as_it_was(daemon, registry, tmp_p
     registry.serve()
     daemon.configure(registry_url=registry.url)
     daemon.start()
-    before = hashlib.sha256((BIN / "mirelclient").read_bytes()).hexdigest()
+    before = hashlib.sha256(MIRELCLIENT.read_bytes()).hexdigest()
     for body in [{"version": "1.0.0"}, ""]:
         answer = daemon.post("/api/self/update", body)
         assert (answer.status, answer.text) == (500, f'{{"error":"{error}"}}')
     answer = daemon.post("/api/self/update", {"version": "9.9.9"})
     url = f"{registry.url}/api/packages/mirelclient/main/9.9.9/{ARCH}/artifact"
     assert (answer.status, answer.text) == (500, f'{{"error":"download failed: {url}"}}')
-    assert hashlib.sha256((BIN / "mirelclient").read_bytes()).hexdigest() == before
+    assert hashlib.sha256(MIRELCLIENT.read_bytes()).hexdigest() == before
     assert not (BIN / "mirelclient.new").exists()
     assert not os.path.exists(f"/tmp/mirelclient-self-update-{daemon.pid}")
     assert daemon.get("/api/self").status == 200
@@ -126,7 +125,7 @@ def test_a_stop_ends_the_daemons_update_and_nothing_has_changed(daemon, registry
     try:
         daemon.configure(registry_url=server.url)
         daemon.start()
-        before = hashlib.sha256((BIN / "mirelclient").read_bytes()).hexdigest()
+        before = hashlib.sha256(MIRELCLIENT.read_bytes()).hexdigest()
         work = pathlib.Path(f"/tmp/mirelclient-self-update-{daemon.pid}")
         statuses = []
         asking = threading.Thread(target=ask_for_update, args=[daemon, statuses])
@@ -136,6 +135,6 @@ def test_a_stop_ends_the_daemons_update_and_nothing_has_changed(daemon, registry
         asking.join()
         assert statuses in ([], [500])
         assert not work.exists()
-        assert hashlib.sha256((BIN / "mirelclient").read_bytes()).hexdigest() == before
+        assert hashlib.sha256(MIRELCLIENT.read_bytes()).hexdigest() == before
     finally:
         server.stop()

@@ -2,21 +2,18 @@
 import os
 import pathlib
 import random
-import signal
 import time
 
 import pytest
-from daemon import APP_DIR, DOWNLOADS, STORE
+from daemon import APP_DIR, DOWNLOADS, STOPPED_BY_SIGTERM, STORE
 from held_registry import HeldRegistry
-from preloaded import preload
+from preloaded import install_path, preload
+from processes import busy_below, end_orphans
 from programs import wait_until
 from registry import ARCH, SLEEPER
-from test_install import install_path
-from test_kill import end_orphans
-from test_update import expect_whole, update, wait_phase
+from updates import expect_whole, start_with_one, update, wait_phase
 
 PARTIAL = DOWNLOADS / f"one-2.0.0-{ARCH}.tar.gz.tmp"
-STOPPED_BY_SIGTERM = 128 + signal.SIGTERM
 
 
 @pytest.fixture
@@ -26,23 +23,7 @@ def machine(daemon, registry):
     daemon.blobs = {version: os.urandom(8 << 20) for version in ("1.0.0", "2.0.0")}
     (folder / "blob").write_bytes(daemon.blobs["1.0.0"])
     registry.publish("one", "2.0.0", files={"run": SLEEPER, "blob": daemon.blobs["2.0.0"]})
-    registry.serve()
-    daemon.configure(registry_url=registry.url)
-    daemon.start()
-    daemon.wait_status("one", "running")
-    return daemon
-
-
-def busy_below(folder):
-    """The processes that have the folder in their command line: transfers, unpacking, scripts."""
-    found = []
-    for entry in pathlib.Path("/proc").iterdir():
-        try:
-            if entry.name.isdigit() and str(folder).encode() in (entry / "cmdline").read_bytes():
-                found.append(entry.name)
-        except OSError:
-            pass
-    return found
+    return start_with_one(daemon, registry)
 
 
 def check_and_complete(daemon, registry, to):

@@ -291,6 +291,29 @@ TEST_F(InstanceLockTest, ReleasedItIsFreeThoughAForkedChildSharesTheDescriptor) 
     EXPECT_TRUE(descriptors_on_lock_file().empty());
 }
 
+TEST_F(InstanceLockTest, AChildThatOutlivesAKilledHolderForAMomentIsOutwaited) {
+    PausedChild dead([] { return true; });
+    dead.end();
+    PausedChild child(hold_lock(test::holder_text(dead.pid())));
+    std::thread ending([&] {
+        test::wait_until([this] { return !descriptors_on_lock_file().empty(); }, "it tries");
+        child.end();
+    });
+    lock_.acquire_single_instance_lock();
+    ending.join();
+    EXPECT_TRUE(lock_.is_held());
+}
+
+TEST_F(InstanceLockTest, AChildOfADeadHolderThatKeepsTheLockIsReportedInTheEnd) {
+    PausedChild dead([] { return true; });
+    dead.end();
+    PausedChild const child(hold_lock(test::holder_text(dead.pid())));
+    lock_.acquire_single_instance_lock();
+    EXPECT_FALSE(lock_.is_held());
+    EXPECT_EQ(lock_.holder_info(), test::holder_text(dead.pid()));
+    EXPECT_EQ(detail::peek_existing_instance_holder(name_), test::holder_text(dead.pid()));
+}
+
 TEST_F(InstanceLockTest, ReleasingTwiceOrWithoutHoldingDoesNothing) {
     PausedChild const holder(hold_lock_by_name());
     lock_.release_signal_safe();

@@ -36,7 +36,7 @@ std::string fetch(unsigned short port, std::string const& target) {
 
 class RegistryServerTest : public testing::Test {
 protected:
-    ServerOptions options() const { return {"127.0.0.1", 0, directory_.path(), 3}; }
+    ServerOptions options() const { return {"127.0.0.1", 0, directory_.path(), 3, 0}; }
 
     tessaron::test::TemporaryDirectory directory_;
 };

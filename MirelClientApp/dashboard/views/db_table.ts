@@ -1,0 +1,128 @@
+import { api, errorText, listAt, numberAt, textAt, textsAt, valueAt } from "../api";
+import { Card } from "../card";
+import { copyText } from "../clipboard";
+import { button, el, setText, table } from "../dom";
+import type { Lifetime } from "../lifetime";
+import { toast } from "../toast";
+import { DbRow } from "./db_row";
+
+const PAGE_ROWS = 200;
+
+/** The first page of a table's rows: read once and after every write. */
+export class DbTable {
+    readonly #card = new Card();
+    readonly #path: string;
+    readonly #life: Lifetime;
+    readonly #count = el("span", { className: "hint" });
+    readonly #all = el("input", { type: "checkbox", "aria-label": "Select all rows" });
+    #rows: DbRow[] = [];
+    readonly element: HTMLElement;
+
+    constructor(path: string, name: string, life: Lifetime) {
+        this.#path = path;
+        this.#life = life;
+        this.#all.addEventListener("change", () => {
+            this.#rows.forEach((row) => (row.selected = this.#all.checked));
+        });
+        this.element = el(
+            "section",
+            {},
+            el("div", { className: "line heading" },
+                el("h3", {}, name),
+                this.#count,
+                button("Copy selected", () => this.#copySelected()),
+                button("Clear table", () => this.#write("clear"), "danger"),
+            ),
+            this.#card.element,
+        );
+        void this.#load();
+    }
+
+    async #load(): Promise<void> {
+        await this.#card.fill(this.#life, async () => {
+            const page = await api("GET", `${this.#path}?from=1&to=${PAGE_ROWS}`);
+            if (valueAt(page, "ok") === false) {
+                throw new Error(textAt(page, "error") || "the table could not be read");
+            }
+            this.#draw(page);
+        });
+    }
+
+    #draw(page: unknown): void {
+        const columns = textsAt(page, "column_names");
+        const first = numberAt(page, "from_row");
+        const edits = new Map(this.#rows.map((row) => [row.key, row.edits()]));
+        this.#all.checked = false;
+        this.#rows = listAt(page, "rows").map((cells, index) => {
+            const texts = Array.isArray(cells) ? cells.map(String) : [];
+            const row = new DbRow(first + index, columns, texts, {
+                save: (changed) => this.#saveRow(changed),
+                delete: (gone) => this.#write("delete-row", { row_index: gone.index }),
+            });
+            row.takeOver(edits.get(row.key));
+            return row;
+        });
+        const total = numberAt(page, "total_rows");
+        const last = first + this.#rows.length - 1;
+        setText(this.#count, this.#rows.length > 0 ? `rows ${first}–${last} of ${total}` : `${total} rows`);
+        if (this.#rows.length === 0) {
+            this.#card.empty("The table is empty.");
+            return;
+        }
+        const list = table([this.#all, "#", ...columns, ""], "rows");
+        list.body.append(...this.#rows.map((row) => row.element));
+        this.#card.show(list.frame);
+        this.#rows.forEach((row) => row.takeFocus(edits.get(row.key)));
+    }
+
+    /** All columns but the key, each on its own; the last failure is told. */
+    async #saveRow(row: DbRow): Promise<void> {
+        let failure = "";
+        for (const [column, value] of row.values().entries()) {
+            try {
+                const result = await this.#post("cell", {
+                    row_index: row.index,
+                    column_index: column + 1,
+                    value,
+                });
+                failure = result || failure;
+            } catch (error) {
+                failure = errorText(error);
+            }
+        }
+        if (failure === "") {
+            toast("Row saved");
+        } else {
+            toast(`Some cells failed to save: ${failure}`, "bad");
+        }
+        await this.#load();
+    }
+
+    async #write(action: string, body?: object): Promise<void> {
+        try {
+            const failure = await this.#post(action, body);
+            if (failure !== "") {
+                throw new Error(failure);
+            }
+        } catch (error) {
+            toast(errorText(error), "bad");
+        }
+        await this.#load();
+    }
+
+    /** The error of a write that the machine passed on and the package refused. */
+    async #post(action: string, body?: object): Promise<string> {
+        const result = await api("POST", `${this.#path}/${action}`, body);
+        return valueAt(result, "ok") === false ? textAt(result, "error") || "refused" : "";
+    }
+
+    async #copySelected(): Promise<void> {
+        const selected = this.#rows.filter((row) => row.selected).sort((a, b) => a.index - b.index);
+        try {
+            await copyText(selected.map((row) => row.cells.join("\t")).join("\n"));
+            toast(`${selected.length} rows copied`);
+        } catch (error) {
+            toast(errorText(error), "bad");
+        }
+    }
+}

@@ -1,0 +1,114 @@
+#include "MirelClientApp/vnc/vnc_bridge.hpp"
+
+#include "MirelClientApp/web/WsConnection.hpp"
+#include "MirelClientApp/web/socket_io.hpp"
+#include "MirelClientApp/web/websocket_handshake.hpp"
+#include "app/utilities/start_thread.hpp"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <string_view>
+#include <sys/socket.h>
+#include <system_error>
+#include <thread>
+
+namespace mirelclient {
+
+using tessaron::UniqueFd;
+
+namespace {
+
+constexpr std::size_t K_READ_SIZE = 8192;
+
+ssize_t receive(int fd, void* buffer, std::size_t size) {
+    ssize_t got = -1;
+    do {
+        got = ::recv(fd, buffer, size, 0);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+void send_screen(int local, WsConnection& viewer, std::atomic<bool>& done) {
+    std::array<char, K_READ_SIZE> bytes;
+    while (!done) {
+        ssize_t const size = receive(local, bytes.data(), bytes.size());
+        if (size <= 0 || !viewer.write_message(WsConnection::K_BINARY, bytes.data(),
+                                               static_cast<std::size_t>(size))) {
+            break;
+        }
+    }
+    done = true;
+}
+
+void receive_input(int local, WsConnection& viewer, std::atomic<bool> const& done) {
+    while (!done) {
+        auto const message = viewer.read_message();
+        if (!message) {
+            return;
+        }
+        auto const& [opcode, bytes] = *message;
+        std::string_view const text(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+        // What comes after the local server has closed ends the bridge, whatever it is.
+        if (done || (opcode == WsConnection::K_BINARY && !send_all(local, text))) {
+            return;
+        }
+    }
+}
+
+} // namespace
+
+UniqueFd dial_local_tcp(unsigned short port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd.is_open() ||
+        ::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+        return UniqueFd();
+    }
+    int const on = 1; // a pointer's movement must not wait for the one before
+    ::setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    return fd;
+}
+
+void handle_vnc_ws(int fd, HttpRequest const& request, unsigned short port,
+                   std::stop_token const& stop) {
+    UniqueFd socket(fd);
+    if (stop.stop_requested() || !ws_handshake(fd, request)) {
+        return;
+    }
+    UniqueFd const local = dial_local_tcp(port);
+    if (!local.is_open()) {
+        return;
+    }
+    WsConnection viewer(socket.release());
+    auto const end_both = [fd, &local] {
+        ::shutdown(fd, SHUT_RDWR);
+        ::shutdown(local.get(), SHUT_RDWR);
+    };
+    std::stop_callback const on_stop(stop, end_both);
+    std::atomic<bool> done{false};
+    std::thread reader;
+    try {
+        reader =
+            tessaron::start_thread("vnc-reader", [&] { send_screen(local.get(), viewer, done); });
+    } catch (std::system_error const&) {
+        return; // no thread to be had: as without a screen server
+    }
+    receive_input(local.get(), viewer, done);
+    done = true;
+    // The reader may be blocked on either side.
+    end_both();
+    reader.join();
+}
+
+void VncBridges::serve_viewer(int fd, HttpRequest const& request, unsigned short port) {
+    HandlerGate::Pass const living(bridges_);
+    handle_vnc_ws(fd, request, port, stop_.get_token());
+}
+
+} // namespace mirelclient

@@ -1,0 +1,119 @@
+#pragma once
+
+#include "mirelserver/ClientTable.hpp"
+#include "mirelserver/StreamBuffer.hpp"
+#include "mirelserver/tunnel_frame.hpp"
+
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+namespace mirelserver {
+
+class TunnelStream;
+
+struct TunnelTimes {
+    std::chrono::milliseconds register_limit{10'000}; ///< From the connection to its first frame.
+    std::chrono::milliseconds probe_interval{15'000};
+    /// For how long a machine may leave sent bytes unacknowledged, or its window shut.
+    std::chrono::milliseconds dead_limit{60'000};
+};
+
+/// The server's end of one machine's tunnel: joins streams into frames, and frames to streams.
+///
+///     connected --FRAME_REGISTER--> registered --error, close(), a newer tunnel--> closed
+///         |                                                                          ^
+///         +------------any other frame, a bad name, silence--------------------------+
+///
+/// A stream exists from `open` until either side closes it; ids are not used twice while the
+/// number lasts. Frames of unknown types and for unknown streams are ignored. The socket is always
+/// read on: a stream whose reader is too slow ends (see `StreamBuffer`), and the others don't
+/// notice. All frames go out through one queue; a stream has at most one piece in it.
+///
+/// Ownership: lives by the shared pointer in its pending read, and in the table while registered;
+/// owns the socket, shares the streams.
+/// Thread safety: `open`, `close` and what streams call are safe from any thread; all else runs on
+/// the strand of the socket.
+/// Errors: any on the socket, an oversized frame, and more than `K_MAX_QUEUE_SIZE` bytes that the
+/// machine does not take end the tunnel and with it all of its streams.
+class Tunnel : public IStreamOpener, public std::enable_shared_from_this<Tunnel> {
+public:
+    static constexpr std::size_t K_MAX_STREAMS = 1024;
+    static constexpr std::size_t K_MAX_QUEUE_SIZE = std::size_t{128} * 1024 * 1024;
+
+    Tunnel(boost::asio::ip::tcp::socket socket, std::shared_ptr<ClientTable> clients,
+           std::shared_ptr<void> slot, TunnelTimes times);
+
+    /// Starts the first operation; needs a shared pointer to exist.
+    void run();
+
+    std::shared_ptr<Channel> open(std::string target) override;
+    void close() override;
+
+    /// For the stream of this id, in the order of the calls.
+    void send_data(std::shared_ptr<TunnelStream> stream, std::string bytes,
+                   Channel::WriteHandler handler);
+    void close_stream(std::shared_ptr<TunnelStream> stream);
+
+private:
+    using ErrorCode = boost::system::error_code;
+    struct Outgoing {
+        std::string frame;
+        Channel::WriteHandler handler; ///< May be empty.
+    };
+
+    void tune_socket();
+    void read_header();
+    void on_header(ErrorCode error);
+    void read_payload();
+    void on_frame();
+    void on_register();
+    void open_now(std::shared_ptr<TunnelStream> const& stream, std::string const& target);
+    void deliver();
+    void send(std::string frame, Channel::WriteHandler handler = nullptr);
+    void send_front();
+    void on_sent(ErrorCode error);
+    void probe_later();
+    void end();
+
+    boost::asio::ip::tcp::socket socket_;
+    boost::asio::steady_timer timer_;
+    std::shared_ptr<ClientTable> clients_;
+    std::shared_ptr<void> slot_;
+    TunnelTimes const times_;
+    StreamBuffer::Total buffered_ = std::make_shared<std::atomic<std::size_t>>(0);
+
+    std::string name_; ///< Empty until registered.
+    bool ended_ = false;
+    std::array<char, K_FRAME_HEADER_SIZE> header_bytes_{};
+    FrameHeader header_;
+    std::string payload_;
+    std::unordered_map<std::uint32_t, std::shared_ptr<TunnelStream>> streams_;
+    std::uint32_t last_id_ = 0;
+    std::deque<Outgoing> queue_; ///< The front is being sent.
+    std::size_t queue_size_ = 0;
+};
+
+/// One stream of a tunnel.
+class TunnelStream : public Channel, public std::enable_shared_from_this<TunnelStream> {
+public:
+    TunnelStream(std::shared_ptr<Tunnel> tunnel, StreamBuffer::Total total)
+        : tunnel_(std::move(tunnel)), buffer_(std::move(total)) {}
+
+    void async_read(ReadHandler handler) override { buffer_.take(std::move(handler)); }
+    void async_write(std::string bytes, WriteHandler handler) override;
+    void close() override;
+
+private:
+    friend class Tunnel;
+
+    std::weak_ptr<Tunnel> tunnel_;
+    StreamBuffer buffer_;
+    std::uint32_t id_ = 0; ///< Of the tunnel's strand; 0 while it is not open.
+};
+
+} // namespace mirelserver

@@ -1,0 +1,80 @@
+// A browser that is driven by lines of JSON: one command a line on the standard input, one answer a
+// line on the standard output. It is headless Chromium, with one page at a time.
+//
+//     {"do": "open", "args": [width, height]}          a fresh empty page, without what earlier ones stored
+//     {"do": "close"}
+//     {"do": "page", "method": ..., "args": [...]}     a method of the page
+//     {"do": "clock", "method": ..., "args": [...]}    of its clock, which then stands until it is moved
+//     {"do": "evaluate", "args": [function, argument]} what a function in the page returns
+//     {"do": "type", "args": [text]}                   into what has the focus
+//     {"do": "press", "args": [key]}                   on what has the focus
+//     {"do": "locator", "selector": ..., "method": ..., "args": [...]}
+//     {"do": "answer", "args": [path, status, body]}   stands in for the machine's answer to a path
+//     {"do": "told"}                                   what the page asked for, and its errors
+//
+// The answer is {"result": ...} or {"error": text}.
+import { createRequire } from "node:module";
+import { createInterface } from "node:readline";
+
+const require = createRequire(`${process.env.MIREL_BROWSER_NPM}/package.json`);
+const { chromium } = require("playwright-core");
+
+const browser = await chromium.launch({
+    executablePath: "/usr/bin/chromium",
+    args: ["--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"],
+});
+let context;
+let page;
+let requests = [];
+let errors = [];
+
+const commands = {
+    async open({ args: [width, height] }) {
+        await context?.close();
+        context = await browser.newContext({
+            viewport: { width, height },
+            permissions: ["clipboard-read", "clipboard-write"],
+        });
+        requests = [];
+        errors = [];
+        page = await context.newPage();
+        page.setDefaultTimeout(20000);
+        page.on("request", (request) => {
+            const { pathname, search } = new URL(request.url());
+            requests.push({ method: request.method(), path: pathname + search, body: request.postData() });
+        });
+        page.on("pageerror", (error) => errors.push(String(error)));
+        page.on("console", (message) => {
+            if (message.type() === "error" || message.type() === "warning") {
+                errors.push(`${message.text()} ${message.location().url}`);
+            }
+        });
+    },
+    close: () => page?.close(),
+    page: ({ method, args }) => page[method](...args),
+    clock: ({ method, args }) => page.clock[method](...args),
+    evaluate: ({ args: [script, argument] }) => page.evaluate((0, eval)(`(${script})`), argument),
+    type: ({ args: [text] }) => page.keyboard.type(text),
+    press: ({ args: [key] }) => page.keyboard.press(key),
+    locator: ({ selector, method, args }) => page.locator(selector)[method](...args),
+    answer: ({ args: [path, status, body] }) =>
+        page.route(
+            (url) => url.pathname + url.search === path,
+            (route) => route.fulfill({ status, contentType: "application/json", body }),
+        ),
+    told: () => ({ requests, errors }),
+};
+
+for await (const line of createInterface({ input: process.stdin })) {
+    const command = JSON.parse(line);
+    let answer;
+    try {
+        const result = await commands[command.do](command);
+        const isPlain = result?.constructor === Object || Array.isArray(result) || typeof result !== "object";
+        answer = { result: Buffer.isBuffer(result) ? result.toString("base64") : isPlain ? result : null };
+    } catch (error) {
+        answer = { error: String(error) };
+    }
+    process.stdout.write(`${JSON.stringify(answer)}\n`);
+}
+await browser.close();

@@ -1,0 +1,138 @@
+"""What comes from elsewhere never becomes markup, and the page fits its window."""
+import json
+import urllib.parse
+
+import pytest
+from browser import DESK, PHONE
+from preloaded import entry_text, write_registry
+from registry import ARCH
+
+EVIL = '<img src=x onerror="window.hurt=1"><script>window.hurt=1</script>\'"&amp;`${1}'
+EVIL_NAME = '<img src=x onerror="window.hurt=1"><b>\'&amp;'
+
+
+def quoted(*parts):
+    return "/".join(["/api/packages", *(urllib.parse.quote(part, safe="!'()*") for part in parts)])
+
+
+def expect_unhurt(page):
+    assert page.evaluate("() => window.hurt ?? null") is None
+    assert page.evaluate("() => document.querySelectorAll('main img, main b, main script, #toasts *').length") == 0
+
+
+def test_hostile_package_runs_nothing_on_the_page(daemon, page):
+    write_registry(entry_text(EVIL_NAME, EVIL, "/usr/local/daemon/nowhere", stopped=True, executable=EVIL,
+                              args=[EVIL], arch=EVIL))
+    daemon.start()
+    field = {"name": EVIL, "type_name": EVIL, "description": EVIL, "current_value": EVIL, "default_value": EVIL}
+    event = {"is_start": True, "timestamp": 1, "pid": 2, "reason": EVIL, "args": EVIL, "working_dir": EVIL,
+             "executable_path": EVIL, "log_line": 1}
+    log = {"ok": True, "lines": [EVIL]}
+    table = {"ok": True, "from_row": 1, "column_names": [EVIL, EVIL], "rows": [[EVIL, EVIL]]}
+    page.open(answers={
+        quoted(EVIL_NAME, "sessions"): {"sessions": [event]},
+        quoted(EVIL_NAME, "crashes"): {"crashes": [{"ts": 1, "pid": 2, "signum": 11, "detail": EVIL}]},
+        quoted(EVIL_NAME, "log/info").replace("%2F", "/"): {"line_count": 1},
+        quoted(EVIL_NAME, "log") + "?from=1&to=1": log,
+        quoted(EVIL_NAME, "log") + "?from=1&to=41": log,
+        quoted(EVIL_NAME, "config"): {"fields": [field]},
+        quoted(EVIL_NAME, "db"): {"tables": [{"name": "t", "row_count": 1, "column_names": [EVIL]}]},
+        quoted(EVIL_NAME, "db", "t") + "?from=1&to=200": table,
+    })
+    page.wait(f"tbody >> text={json.dumps(EVIL_NAME)}")
+    expect_unhurt(page)
+    page.click("button.link")
+    page.wait(".package h2")
+    assert page.text(".package h2") == EVIL_NAME
+    assert json.loads(page.text("pre"))["executable"] == EVIL
+    page.tab("Sessions")
+    page.click("tbody button.link")
+    page.wait(".log")
+    expect_unhurt(page)
+    for sub_tab, selector in (("Crashes", "tbody tr"), ("Logs", ".log"), ("Config", "tbody input"),
+                              ("Launch args", ".line input"), ("DB", "tbody tr")):
+        page.tab(sub_tab)
+        page.wait(selector)
+        assert page.evaluate("() => document.querySelector('[role=tabpanel] .card') !== null")
+        expect_unhurt(page)
+    page.click("tbody button.link")
+    page.wait("table.rows input")
+    expect_unhurt(page)
+
+
+def test_hostile_error_and_registry_run_nothing_on_the_page(daemon, page):
+    daemon.start()
+    version = {"version": EVIL, "arch": EVIL, "manifest": {"description": EVIL}}
+    page.expected_errors = ["502"]
+    page.open(answers={
+        "/api/registry/packages": {"packages": [EVIL_NAME]},
+        quoted(EVIL_NAME, "channels").replace("/api", "/api/registry"): {"channels": ["c"]},
+        quoted(EVIL_NAME, "c").replace("/api", "/api/registry"): {"versions": [version]},
+        quoted(EVIL_NAME, "update"): ({"error": EVIL}, 502),
+        "/api/self/check-update": {"error": EVIL},
+    })
+    page.tab("Registry")
+    page.click("button.entry")
+    page.click('role=button[name="Install"]')
+    page.wait(".toast")
+    assert page.text(".toast") == f"install {EVIL_NAME} failed: {EVIL}"
+    assert page.texts(".offer tbody td")[:3] == [EVIL, EVIL, EVIL]
+    page.tab("Self")
+    page.click('role=button[name="Check for updates"]')
+    page.wait("section .line >> text=window.hurt")
+    assert page.evaluate("() => document.querySelectorAll('main img, main b, main script, .toast *').length") == 0
+    assert page.evaluate("() => window.hurt ?? null") is None
+
+
+@pytest.fixture
+def machine(daemon, registry):
+    for name, description in (("diskwatch", "Logs free space"), ("camera-bridge", "Streams the door camera"),
+                              ("redis", "Key-value store")):
+        registry.publish(name, "1.4.0", description=description)
+        registry.publish(name, "1.5.0-beta", channel="testing", description=description)
+    registry.serve()
+    daemon.bootstrap([{"name": name, "version": "1.4.0", "arch": ARCH}
+                      for name in ("diskwatch", "camera-bridge", "redis")],
+                     registry_url=registry.url, client_name="workshop-3")
+    daemon.start()
+    for name in ("diskwatch", "camera-bridge", "redis"):
+        daemon.wait_status(name, "running")
+    daemon.post("/api/packages/redis/launch-args", {"args": ["--port", "17379"]})
+    daemon.post("/api/packages/camera-bridge/stop")
+    return daemon
+
+
+@pytest.mark.parametrize("size", [DESK, PHONE], ids=["desk", "phone"])
+def test_every_view_is_drawn_and_fits_the_window(machine, page, size):
+    page.open(size=size)
+
+    def expect_drawn(selector):
+        page.wait(selector)
+        assert page.colours_below_the_header() > 30
+        assert page.evaluate("() => document.documentElement.scrollWidth <= innerWidth")
+
+    expect_drawn('.badge >> text="running" >> nth=1')
+    page.tab("Registry")
+    page.click('role=button[name="redis"]')
+    expect_drawn('tr:has-text("Key-value store")')
+    page.tab("Self")
+    expect_drawn("table.config tbody tr >> nth=10")
+    page.tab("Console")
+    expect_drawn(".terminal .xterm-screen")
+    page.tab("Packages")
+    page.click('role=button[name="redis"]')
+    for sub_tab, selector in (("Manifest", "pre"), ("Launch args", ".line input"), ("Versions", "tbody tr >> nth=1"),
+                              ("VNC", 'role=button[name="Connect"]')):
+        page.tab(sub_tab)
+        expect_drawn(selector)
+
+
+def test_style_does_not_hide_where_the_focus_is(machine, page):
+    page.open()
+    page.wait('.badge >> text="running" >> nth=1')
+    for _ in range(12):
+        page.press("Tab")
+        assert page.evaluate("""() => {
+            const style = getComputedStyle(document.activeElement);
+            return document.activeElement !== document.body && parseFloat(style.outlineWidth) >= 2;
+        }""")

@@ -1,0 +1,166 @@
+"""A terminal of the daemon: as a browser has it, and as bytes that no browser would send."""
+import asyncio
+import contextlib
+import json
+import os
+import socket
+
+import websockets
+
+from daemon import WEB_PORT
+from programs import DEADLINE
+
+HOST = f"127.0.0.1:{WEB_PORT}"
+PATH = "/api/console/ws"
+
+
+def in_browser(scenario, *arguments):
+    """Runs a coroutine that gets an open terminal."""
+    async def run():
+        async with websockets.connect(f"ws://{HOST}{PATH}", max_size=None, compression=None) as socket_:
+            return await scenario(Terminal(socket_), *arguments)
+    return asyncio.run(run())
+
+
+class Terminal:
+    def __init__(self, connection):
+        self.connection = connection
+        self.output = b""
+
+    async def type(self, keys):
+        await self.connection.send(keys.encode() if isinstance(keys, str) else keys)
+
+    async def resize(self, **size):
+        await self.connection.send(json.dumps(size))
+
+    async def read_until(self, text):
+        """All output up to the text, which is taken out of it; the rest stays for later."""
+        async def read():
+            while text not in self.output:
+                message = await self.connection.recv()
+                assert isinstance(message, bytes)
+                self.output += message
+        await asyncio.wait_for(read(), DEADLINE)
+        before, _, self.output = self.output.partition(text)
+        return before
+
+    async def quiet(self):
+        """No prompt and no echo from now on: what comes is what commands print."""
+        await self.type("PS1=\nstty -echo\necho rea''dy\n")
+        await self.read_until(b"ready\r\n")
+        return self
+
+    async def answer_to(self, command):
+        await self.type(f"{command}; echo en''d\n")
+        return (await self.read_until(b"end\r\n")).decode()
+
+
+def frame(opcode, payload=b"", fin=True, mask=b"\x01\x02\x03\x04", length=None):
+    """The bytes of one frame; `length` is what it claims."""
+    size = len(payload) if length is None else length
+    head = bytes([(0x80 if fin else 0) | opcode])
+    masked = 0x80 if mask else 0
+    if size < 126:
+        head += bytes([masked | size])
+    elif size < 65536:
+        head += bytes([masked | 126]) + size.to_bytes(2, "big")
+    else:
+        head += bytes([masked | 127]) + size.to_bytes(8, "big")
+    if not mask:
+        return head + payload
+    return head + mask + bytes(byte ^ mask[i % 4] for i, byte in enumerate(payload))
+
+
+class RawTerminal:
+    """A socket on which the handshake is done, or was tried."""
+
+    def __init__(self, connection="Upgrade", upgrade="websocket"):
+        self.socket = socket.create_connection(("127.0.0.1", WEB_PORT), timeout=DEADLINE)
+        self.socket.sendall(
+            f"GET {PATH} HTTP/1.1\r\nHost: {HOST}\r\nConnection: {connection}\r\nUpgrade: {upgrade}\r\n"
+            "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n".encode())
+        self.input = b""
+        self.head = b""
+        while not self.head.endswith(b"\r\n\r\n") and (byte := self.read(1)):
+            self.head += byte
+
+    @property
+    def is_open(self):
+        return self.head.startswith(b"HTTP/1.1 101 ")
+
+    def send(self, data):
+        self.socket.sendall(data)
+
+    def type(self, keys):
+        self.send(frame(2, keys.encode()))
+
+    def read(self, size):
+        """So many bytes, or fewer at the end of the connection, reset or not."""
+        while len(self.input) < size:
+            try:
+                chunk = self.socket.recv(65536)
+            except ConnectionResetError:
+                chunk = b""
+            if not chunk:
+                break
+            self.input += chunk
+        taken, self.input = self.input[:size], self.input[size:]
+        return taken
+
+    def read_frame(self):
+        """Opcode and payload, or None at the end of the connection."""
+        head = self.read(2)
+        if len(head) < 2:
+            return None
+        size = head[1] & 0x7f
+        if size >= 126:
+            size = int.from_bytes(self.read(2 if size == 126 else 8), "big")
+        return head[0] & 0x0f, self.read(size)
+
+    def read_until(self, text):
+        output = b""
+        while text not in output:
+            answer = self.read_frame()
+            assert answer is not None, output
+            if answer[0] == 2:
+                output += answer[1]
+        return output
+
+    def frames(self):
+        """All that come until the end of the connection."""
+        return list(iter(self.read_frame, None))
+
+    def close(self):
+        self.socket.close()
+
+
+@contextlib.contextmanager
+def raw_terminal(**headers):
+    terminal = RawTerminal(**headers)
+    try:
+        yield terminal
+    finally:
+        terminal.close()
+
+
+def descriptors(pid):
+    return sorted(os.listdir(f"/proc/{pid}/fd"), key=int)
+
+
+def terminal_masters(pid):
+    """The master sides of terminals that it holds."""
+    masters = []
+    for descriptor in descriptors(pid):
+        with contextlib.suppress(OSError):
+            target = os.readlink(f"/proc/{pid}/fd/{descriptor}")
+            if target.endswith("ptmx"):
+                masters.append(descriptor)
+    return masters
+
+
+def thread_names(pid):
+    names = []
+    for task in os.listdir(f"/proc/{pid}/task"):
+        with contextlib.suppress(OSError):
+            names.append(open(f"/proc/{pid}/task/{task}/comm").read().strip())
+    return sorted(names)
