@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <utility>
 
@@ -18,15 +19,21 @@ BackendStream::BackendStream(tessaron::UniqueFd socket) : socket_(std::move(sock
     setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-void BackendStream::deliver(std::string_view payload) {
+void BackendStream::deliver(std::string_view payload, int tunnel) {
     while (!payload.empty()) {
-        ssize_t const count = send(socket_.get(), payload.data(), payload.size(), MSG_NOSIGNAL);
+        ssize_t const count =
+            send(socket_.get(), payload.data(), payload.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count > 0) {
             payload.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
+        } else if (errno == EAGAIN ? !wait_for_room(tunnel) : errno != EINTR) {
             return;
         }
     }
+}
+
+bool BackendStream::wait_for_room(int tunnel) const {
+    std::array<pollfd, 2> waited{{{socket_.get(), POLLOUT, 0}, {tunnel, POLLRDHUP, 0}}};
+    return poll(waited.data(), waited.size(), -1) >= 0 ? waited[1].revents == 0 : errno == EINTR;
 }
 
 void BackendStream::pump_from_backend(TunnelConnection& connection, std::uint32_t stream) {

@@ -16,13 +16,15 @@ public:
     /// Takes a connected, blocking socket.
     explicit BackendStream(tessaron::UniqueFd socket);
 
-    void deliver(std::string_view payload) override;
+    void deliver(std::string_view payload, int tunnel) override;
     void pump(TunnelConnection& connection, std::uint32_t stream) override {
         pump_from_backend(connection, stream);
     }
     void close() noexcept override;
 
 private:
+    /// False when the tunnel has ended.
+    bool wait_for_room(int tunnel) const;
     void pump_from_backend(TunnelConnection& connection, std::uint32_t stream);
 
     tessaron::UniqueFd const socket_;

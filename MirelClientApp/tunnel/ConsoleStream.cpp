@@ -17,19 +17,19 @@ ConsoleStream::ConsoleStream(std::unique_ptr<PtySession> session) : session_(std
 
 ConsoleStream::~ConsoleStream() = default;
 
-void ConsoleStream::deliver(std::string_view payload) {
+void ConsoleStream::deliver(std::string_view payload, int tunnel) {
     MutexLock const lock(input_mutex_);
     if (!terminated_) {
-        parser_.feed(payload, [this](std::uint8_t kind, std::string_view data) {
-            handle_sub_frame(kind, data);
+        parser_.feed(payload, [this, tunnel](std::uint8_t kind, std::string_view data) {
+            handle_sub_frame(kind, data, tunnel);
         });
     }
 }
 
-void ConsoleStream::handle_sub_frame(std::uint8_t kind, std::string_view data) {
+void ConsoleStream::handle_sub_frame(std::uint8_t kind, std::string_view data, int tunnel) {
     if (kind == CONSOLE_BYTES) {
         // If the terminal takes no more, the pump notices.
-        std::ignore = session_->write_input(data);
+        std::ignore = session_->write_input(data, tunnel);
     } else if (kind == CONSOLE_RESIZE && data.size() == K_CONSOLE_RESIZE_SIZE) {
         session_->resize(read_u16(data.data()), read_u16(data.data() + 2));
     }

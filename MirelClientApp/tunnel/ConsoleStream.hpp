@@ -23,7 +23,7 @@ public:
     explicit ConsoleStream(std::unique_ptr<PtySession> session);
     ~ConsoleStream() override;
 
-    void deliver(std::string_view payload) override TESSARON_EXCLUDES(input_mutex_);
+    void deliver(std::string_view payload, int tunnel) override TESSARON_EXCLUDES(input_mutex_);
     void pump(TunnelConnection& connection, std::uint32_t stream) override {
         pump_console_from_pty(connection, stream);
     }
@@ -32,7 +32,7 @@ public:
 
 private:
     void pump_console_from_pty(TunnelConnection& connection, std::uint32_t stream);
-    void handle_sub_frame(std::uint8_t kind, std::string_view data);
+    void handle_sub_frame(std::uint8_t kind, std::string_view data, int tunnel);
 
     std::unique_ptr<PtySession> const session_;
     std::atomic<bool> closed_{false};

@@ -54,6 +54,9 @@ public:
     /// allowed is the end of it, before any memory is taken.
     [[nodiscard]] std::optional<TunnelFrame> read_frame();
 
+    /// For a wait that is to end with the connection.
+    int descriptor() const noexcept { return socket_.get(); }
+
     /// Ends the connection and wakes all threads that wait for it. Never blocks.
     void shutdown() noexcept;
 

@@ -86,7 +86,7 @@ void TunnelSession::open_console_stream(std::uint32_t stream) {
 
 void TunnelSession::deliver_data(std::uint32_t stream, std::string const& payload) {
     if (auto const receiver = streams_.find(stream); receiver && !payload.empty()) {
-        receiver->deliver(payload);
+        receiver->deliver(payload, connection_.descriptor());
     }
 }
 

@@ -18,8 +18,9 @@ class TunnelStream {
 public:
     virtual ~TunnelStream() = default;
 
-    /// Passes on all of it; blocks while the receiver doesn't take it and the stream isn't closed.
-    virtual void deliver(std::string_view payload) = 0;
+    /// Passes on all of it; blocks while the receiver doesn't take it, the stream isn't closed and
+    /// `tunnel`, the socket that it came from, has not ended.
+    virtual void deliver(std::string_view payload, int tunnel) = 0;
     /// Sends what comes from the other side, until that ends, a send fails or the stream is closed.
     virtual void pump(TunnelConnection& connection, std::uint32_t stream) = 0;
     /// What is left to be done after the pump; may wait for a process to end.

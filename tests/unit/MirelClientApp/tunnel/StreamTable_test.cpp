@@ -7,7 +7,7 @@ namespace mirelclient {
 namespace {
 
 struct FakeStream : TunnelStream {
-    void deliver(std::string_view /*payload*/) override {}
+    void deliver(std::string_view /*payload*/, int /*tunnel*/) override {}
     void pump(TunnelConnection& /*connection*/, std::uint32_t /*stream*/) override {}
     void close() noexcept override { closed = true; }
 

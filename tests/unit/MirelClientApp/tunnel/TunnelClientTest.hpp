@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace mirelclient::test {
@@ -39,6 +40,18 @@ struct TunnelClientTest : testing::Test {
     TunnelPeer start_and_accept(TunnelTargets::SpawnTerminal spawn = &PtySession::spawn) {
         start_client(std::move(spawn));
         return accept_tunnel();
+    }
+
+    /// Sends to a backend that doesn't read, until nothing moves any more.
+    static std::thread fill_backend(TunnelPeer& tunnel, std::uint32_t stream, Peer const& backend) {
+        std::thread source([&tunnel, stream] {
+            std::string const piece(1 << 20, 'x');
+            while (tunnel.send_data(stream, piece)) {
+            }
+        });
+        tessaron::test::wait_until([&backend] { return is_full(backend.fd()); },
+                                   "nothing moves any more");
+        return source;
     }
 
     /// The stream's output until it holds the text.

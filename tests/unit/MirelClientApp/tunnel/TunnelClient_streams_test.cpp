@@ -193,6 +193,17 @@ TEST_F(TunnelClientTest, ManyBytesReachTheBackendAsTheyAre) {
     source.join();
 }
 
+TEST_F(TunnelClientTest, AResetIsNoticedWhileABackendDoesNotRead) {
+    auto tunnel = start_and_accept();
+    ASSERT_TRUE(tunnel.open(1, "vnc"));
+    Peer backend = vnc.accept();
+    std::thread source = fill_backend(tunnel, 1, backend);
+    shutdown(tunnel.fd(), SHUT_RDWR);
+    source.join();
+    tunnel.reset();
+    accept_tunnel().expect_nothing_but_marker();
+}
+
 TEST_F(TunnelClientTest, AThousandStreamsLeaveNoDescriptorsAndNoThreads) {
     auto tunnel = start_and_accept();
     tunnel.expect_nothing_but_marker();

@@ -172,12 +172,7 @@ TEST_F(TunnelClientTest, AStopReturnsWhileABackendDoesNotRead) {
     auto tunnel = start_and_accept();
     ASSERT_TRUE(tunnel.open(1, "vnc"));
     Peer backend = vnc.accept();
-    std::thread source([&tunnel] {
-        std::string const piece(1 << 20, 'x');
-        while (tunnel.send_data(1, piece)) {
-        }
-    });
-    wait_until([&backend] { return is_full(backend.fd()); }, "nothing moves any more");
+    std::thread source = fill_backend(tunnel, 1, backend);
     client->stop();
     source.join();
 }

@@ -35,6 +35,12 @@ public:
 
     int fd() const { return fd_.get(); }
     void hang_up() { fd_.reset(); }
+    /// Hangs up without waiting for what is on its way.
+    void reset() {
+        linger const at_once{1, 0};
+        setsockopt(fd_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        fd_.reset();
+    }
 
     bool send(std::string_view bytes) {
         while (!bytes.empty()) {
