@@ -48,7 +48,7 @@ struct Attempt : std::enable_shared_from_this<Attempt> {
         });
         resolver.async_resolve(
             address.host, address.port,
-            [self = shared_from_this()](ErrorCode error, tcp::resolver::results_type found) {
+            [self = shared_from_this()](ErrorCode error, tcp::resolver::results_type const& found) {
                 error || self->timed_out ? self->finish(false) : self->connect(found);
             });
     }

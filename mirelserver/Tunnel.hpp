@@ -101,8 +101,8 @@ private:
 /// One stream of a tunnel.
 class TunnelStream : public Channel, public std::enable_shared_from_this<TunnelStream> {
 public:
-    TunnelStream(std::shared_ptr<Tunnel> tunnel, StreamBuffer::Total total)
-        : tunnel_(std::move(tunnel)), buffer_(std::move(total)) {}
+    TunnelStream(std::shared_ptr<Tunnel> const& tunnel, StreamBuffer::Total total)
+        : tunnel_(tunnel), buffer_(std::move(total)) {}
 
     void async_read(ReadHandler handler) override { buffer_.take(std::move(handler)); }
     void async_write(std::string bytes, WriteHandler handler) override;
