@@ -1,14 +1,14 @@
 #include "MirelClientApp/tunnel/TunnelConnection.hpp"
 
-#include <algorithm>
+#include "MirelClientApp/web/socket_io.hpp"
+
 #include <array>
+#include <cassert>
 #include <cerrno>
-#include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <utility>
 
 namespace mirelclient {
@@ -35,20 +35,6 @@ void set_options(int socket, TunnelLiveness const& liveness) {
     set_option(socket, IPPROTO_TCP, TCP_NODELAY, 1);
 }
 
-/// What is left of the two parts after `count` bytes of them.
-void skip(std::array<iovec, 2>& parts, std::size_t count) {
-    for (iovec& part : parts) {
-        std::size_t const step = std::min(count, part.iov_len);
-        part.iov_base = static_cast<char*>(part.iov_base) + step;
-        part.iov_len -= step;
-        count -= step;
-    }
-}
-
-iovec part_of(std::string_view bytes) {
-    return {const_cast<char*>(bytes.data()), bytes.size()};
-}
-
 } // namespace
 
 TunnelConnection::TunnelConnection(tessaron::UniqueFd socket, TunnelLiveness const& liveness)
@@ -59,8 +45,20 @@ TunnelConnection::TunnelConnection(tessaron::UniqueFd socket, TunnelLiveness con
 
 bool TunnelConnection::send_frame(std::uint8_t type, std::uint32_t stream,
                                   std::string_view payload) {
-    auto const header = encode_header({type, stream, static_cast<std::uint32_t>(payload.size())});
-    return send_full({header.data(), header.size()}, payload);
+    return send_frames(type, stream, std::span(&payload, 1));
+}
+
+bool TunnelConnection::send_frames(std::uint8_t type, std::uint32_t stream,
+                                   std::span<std::string_view const> payloads) {
+    std::array<FrameHeaderBytes, K_MAX_FRAMES_AT_ONCE> headers;
+    std::array<iovec, 2 * K_MAX_FRAMES_AT_ONCE> pieces;
+    assert(payloads.size() <= K_MAX_FRAMES_AT_ONCE);
+    for (std::size_t i = 0; i < payloads.size(); ++i) {
+        headers[i] = encode_header({type, stream, static_cast<std::uint32_t>(payloads[i].size())});
+        pieces[2 * i] = send_piece({headers[i].data(), headers[i].size()});
+        pieces[2 * i + 1] = send_piece(payloads[i]);
+    }
+    return send_full(std::span(pieces).first(2 * payloads.size()));
 }
 
 bool TunnelConnection::send_console_frame(std::uint32_t stream, std::string_view bytes) {
@@ -68,24 +66,21 @@ bool TunnelConnection::send_console_frame(std::uint32_t stream, std::string_view
     auto const outer = encode_header(
         {FRAME_DATA, stream, static_cast<std::uint32_t>(K_CONSOLE_HEADER_SIZE + length)});
     auto const inner = encode_console_header(CONSOLE_BYTES, length);
-    std::array<char, K_FRAME_HEADER_SIZE + K_CONSOLE_HEADER_SIZE> header;
-    std::memcpy(header.data(), outer.data(), outer.size());
-    std::memcpy(header.data() + outer.size(), inner.data(), inner.size());
-    return send_full({header.data(), header.size()}, bytes);
+    std::array<iovec, 3> pieces{send_piece({outer.data(), outer.size()}),
+                                send_piece({inner.data(), inner.size()}), send_piece(bytes)};
+    return send_full(pieces);
 }
 
-bool TunnelConnection::send_full(std::string_view header, std::string_view payload) {
-    std::array<iovec, 2> parts{part_of(header), part_of(payload)};
-    msghdr message{};
-    message.msg_iov = parts.data();
-    message.msg_iovlen = parts.size();
-    std::size_t left = header.size() + payload.size();
+bool TunnelConnection::send_full(std::span<iovec> pieces) {
     MutexLock const lock(write_mutex_);
-    while (left > 0) {
+    pieces = drop_sent(pieces, 0);
+    while (!pieces.empty()) {
+        msghdr message{};
+        message.msg_iov = pieces.data();
+        message.msg_iovlen = pieces.size();
         ssize_t const count = sendmsg(socket_.get(), &message, MSG_NOSIGNAL);
         if (count > 0) {
-            skip(parts, static_cast<std::size_t>(count));
-            left -= static_cast<std::size_t>(count);
+            pieces = drop_sent(pieces, static_cast<std::size_t>(count));
         } else if (errno == EAGAIN ? !wait(POLLOUT) : errno != EINTR) {
             return false;
         }
@@ -110,16 +105,20 @@ std::optional<TunnelFrame> TunnelConnection::read_frame() {
 }
 
 bool TunnelConnection::recv_full(char* buffer, std::size_t size) {
-    while (size > 0) {
-        ssize_t const count = recv(socket_.get(), buffer, size, 0);
+    return input_.read_full(buffer, size,
+                            [this](char* to, std::size_t most) { return receive(to, most); });
+}
+
+std::size_t TunnelConnection::receive(char* buffer, std::size_t most) {
+    for (;;) {
+        ssize_t const count = recv(socket_.get(), buffer, most, 0);
         if (count > 0) {
-            buffer += count;
-            size -= static_cast<std::size_t>(count);
-        } else if (count == 0 || (errno == EAGAIN ? !wait(POLLIN) : errno != EINTR)) {
-            return false;
+            return static_cast<std::size_t>(count);
+        }
+        if (count == 0 || (errno == EAGAIN ? !wait(POLLIN) : errno != EINTR)) {
+            return 0;
         }
     }
-    return true;
 }
 
 bool TunnelConnection::wait(short events) {

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <span>
 #include <string_view>
 #include <sys/socket.h>
 #include <system_error>
@@ -21,22 +22,33 @@ using tessaron::UniqueFd;
 
 namespace {
 
-constexpr std::size_t K_READ_SIZE = 8192;
+constexpr std::size_t K_PIECE_SIZE = 8192;
+constexpr std::size_t K_PIECES_AT_ONCE = WsConnection::K_MAX_MESSAGES_AT_ONCE;
 
-ssize_t receive(int fd, void* buffer, std::size_t size) {
+ssize_t receive(int fd, std::span<char> buffer) {
     ssize_t got = -1;
     do {
-        got = ::recv(fd, buffer, size, 0);
+        got = ::recv(fd, buffer.data(), buffer.size(), 0);
     } while (got < 0 && errno == EINTR);
     return got;
 }
 
+/// A message has a piece at most; pieces that are there already come and leave in one go.
+bool send_pieces(WsConnection& viewer, std::string_view bytes) {
+    std::array<std::string_view, K_PIECES_AT_ONCE> messages;
+    std::size_t count = 0;
+    for (; !bytes.empty(); ++count) {
+        messages[count] = bytes.substr(0, K_PIECE_SIZE);
+        bytes.remove_prefix(messages[count].size());
+    }
+    return viewer.write_messages(WsConnection::K_BINARY, std::span(messages).first(count));
+}
+
 void send_screen(int local, WsConnection& viewer, std::atomic<bool>& done) {
-    std::array<char, K_READ_SIZE> bytes;
+    std::array<char, K_PIECES_AT_ONCE * K_PIECE_SIZE> buffer;
     while (!done) {
-        ssize_t const size = receive(local, bytes.data(), bytes.size());
-        if (size <= 0 || !viewer.write_message(WsConnection::K_BINARY, bytes.data(),
-                                               static_cast<std::size_t>(size))) {
+        ssize_t const size = receive(local, buffer);
+        if (size <= 0 || !send_pieces(viewer, {buffer.data(), static_cast<std::size_t>(size)})) {
             break;
         }
     }
