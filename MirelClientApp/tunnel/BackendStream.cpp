@@ -1,12 +1,10 @@
 #include "MirelClientApp/tunnel/BackendStream.hpp"
 
 #include "MirelClientApp/tunnel/TunnelConnection.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 
 #include <array>
 #include <cerrno>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <utility>
@@ -14,9 +12,6 @@
 namespace mirelclient {
 
 BackendStream::BackendStream(tessaron::UniqueFd socket) : socket_(std::move(socket)) {
-    // Both sides have cut their data into what should travel at once.
-    int const on = 1;
-    setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 void BackendStream::deliver(std::string_view payload, int tunnel) {
@@ -45,7 +40,7 @@ void BackendStream::pump_from_backend(TunnelConnection& connection, std::uint32_
         }
         // What had come before a close is nobody's any more.
         if (count <= 0 || closed_ ||
-            !connection.send_frame(FRAME_DATA, stream,
+            !connection.send_frame(tessaron::tunnel::FRAME_DATA, stream,
                                    {buffer.data(), static_cast<std::size_t>(count)})) {
             return;
         }

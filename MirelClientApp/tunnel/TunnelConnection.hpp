@@ -1,8 +1,8 @@
 #pragma once
 
 #include "MirelClientApp/tunnel/WindowWatch.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
 #include "app/utilities/file_io.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <chrono>
@@ -27,7 +27,7 @@ struct TunnelLiveness {
 };
 
 struct TunnelFrame {
-    FrameHeader header;
+    tessaron::tunnel::FrameHeader header;
     std::string payload;
 };
 
