@@ -12,6 +12,7 @@ namespace mirelserver {
 
 namespace asio = boost::asio;
 using asio::ip::tcp;
+using namespace tessaron::tunnel;
 
 Tunnel::Tunnel(tcp::socket socket, std::shared_ptr<ClientTable> clients, std::shared_ptr<void> slot,
                TunnelTimes times)

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "libraries/tunnel/tunnel_frame.hpp"
 #include "mirelserver/ClientTable.hpp"
 #include "mirelserver/StreamBuffer.hpp"
-#include "mirelserver/tunnel_frame.hpp"
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -15,6 +15,10 @@
 namespace mirelserver {
 
 class TunnelStream;
+
+/// A frame of ours, empty: machines ignore types they don't know, but the kernel of one that is
+/// gone does not acknowledge it.
+inline constexpr std::uint8_t FRAME_PROBE = 0x7f;
 
 struct TunnelTimes {
     std::chrono::milliseconds register_limit{10'000}; ///< From the connection to its first frame.
@@ -89,8 +93,8 @@ private:
 
     std::string name_; ///< Empty until registered.
     bool ended_ = false;
-    std::array<char, K_FRAME_HEADER_SIZE> header_bytes_{};
-    FrameHeader header_;
+    tessaron::tunnel::FrameHeaderBytes header_bytes_{};
+    tessaron::tunnel::FrameHeader header_;
     std::string payload_;
     std::unordered_map<std::uint32_t, std::shared_ptr<TunnelStream>> streams_;
     std::uint32_t last_id_ = 0;

@@ -13,6 +13,7 @@
 
 namespace mirelclient {
 
+using namespace tessaron::tunnel;
 using tessaron::MutexLock;
 
 namespace {

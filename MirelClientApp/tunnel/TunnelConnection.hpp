@@ -1,9 +1,9 @@
 #pragma once
 
 #include "MirelClientApp/tunnel/WindowWatch.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
 #include "MirelClientApp/web/ReceiveBuffer.hpp"
 #include "app/utilities/file_io.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <chrono>
@@ -31,7 +31,7 @@ struct TunnelLiveness {
 };
 
 struct TunnelFrame {
-    FrameHeader header;
+    tessaron::tunnel::FrameHeader header;
     std::string payload;
 };
 

@@ -8,8 +8,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <span>
 #include <string_view>
 #include <sys/socket.h>
@@ -72,28 +70,13 @@ void receive_input(int local, WsConnection& viewer, std::atomic<bool> const& don
 
 } // namespace
 
-UniqueFd dial_local_tcp(unsigned short port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!fd.is_open() ||
-        ::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
-        return UniqueFd();
-    }
-    int const on = 1; // a pointer's movement must not wait for the one before
-    ::setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    return fd;
-}
-
 void handle_vnc_ws(int fd, HttpRequest const& request, unsigned short port,
                    std::stop_token const& stop) {
     UniqueFd socket(fd);
     if (stop.stop_requested() || !ws_handshake(fd, request)) {
         return;
     }
-    UniqueFd const local = dial_local_tcp(port);
+    UniqueFd const local = dial_local_tcp(port, stop);
     if (!local.is_open()) {
         return;
     }

@@ -2,15 +2,12 @@
 
 #include "MirelClientApp/web/HandlerGate.hpp"
 #include "MirelClientApp/web/http_message.hpp"
-#include "app/utilities/file_io.hpp"
+#include "MirelClientApp/web/socket_dial.hpp"
 
 #include <chrono>
 #include <stop_token>
 
 namespace mirelclient {
-
-/// A TCP connection to a port of this machine's own 127.0.0.1; closed where nobody listens.
-[[nodiscard]] tessaron::UniqueFd dial_local_tcp(unsigned short port);
 
 /// Moves bytes between a viewer's WebSocket and the screen server on `port`, from the request to
 /// the end of the connection, and understands none of them. Takes the socket over.

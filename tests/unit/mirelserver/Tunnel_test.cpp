@@ -12,6 +12,7 @@ namespace {
 
 namespace asio = boost::asio;
 using asio::ip::tcp;
+using namespace tessaron::tunnel;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
@@ -66,7 +67,7 @@ TEST_F(TunnelTest, AConnectionThatStaysSilentIsClosed) {
 TEST_F(TunnelTest, AnIdleTunnelIsProbed) {
     connect({seconds{100}, milliseconds{10}, seconds{100}});
     send_name();
-    std::array<char, K_FRAME_HEADER_SIZE> bytes{};
+    FrameHeaderBytes bytes{};
     bool probed = false;
     asio::async_read(machine_, asio::buffer(bytes),
                      [&](boost::system::error_code error, std::size_t) { probed = !error; });
