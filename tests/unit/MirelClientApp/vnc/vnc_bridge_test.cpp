@@ -29,14 +29,15 @@ HttpRequest handshake() {
 /// A screen server: a port of 127.0.0.1 on which a test accepts by hand.
 class ScreenServer {
 public:
-    ScreenServer() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    explicit ScreenServer(int backlog = 8)
+        : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
         auto* const generic = reinterpret_cast<sockaddr*>(&address);
         EXPECT_EQ(::bind(listener_.get(), generic, size), 0);
-        EXPECT_EQ(::listen(listener_.get(), 8), 0);
+        EXPECT_EQ(::listen(listener_.get(), backlog), 0);
         EXPECT_EQ(::getsockname(listener_.get(), generic, &size), 0);
         port_ = ntohs(address.sin_port);
     }
@@ -49,6 +50,16 @@ public:
         return fd;
     }
     void close() { listener_.reset(); }
+    /// A client's socket; the attempt is under way if its queue is full.
+    UniqueFd knock() const {
+        UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port_);
+        ::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address);
+        return fd;
+    }
 
 private:
     UniqueFd listener_;
@@ -87,6 +98,20 @@ public:
     Viewer& operator=(Viewer const&) = delete;
 
     bool is_open() { return peer->read(test::K_SAMPLE_ANSWER.size()) == test::K_SAMPLE_ANSWER; }
+
+    /// Sends until nothing goes in any more: the bridge is stuck in its send to the local server.
+    /// Returns how many bytes of payload went in whole.
+    std::size_t fill() const {
+        std::string const message(65535, 'k');
+        std::string const bytes = WsFrame{2, message}.bytes();
+        timeval const limit{1, 0};
+        ::setsockopt(peer->fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        std::size_t count = 0;
+        while (peer->send(bytes)) {
+            ++count;
+        }
+        return count * message.size();
+    }
 
     std::unique_ptr<test::WsPeer> peer;
 
@@ -191,6 +216,53 @@ TEST_F(VncBridgeTest, TheViewersEndEndsTheLocalConnection) {
     ASSERT_TRUE(viewer.is_open());
     viewer.peer->close();
     EXPECT_EQ(read_exactly(local.get(), 1), "");
+}
+
+/// A screen server that takes no more connections, and does not refuse them either.
+class StuckServer {
+public:
+    StuckServer() : first_(server_.knock()), second_(server_.knock()) {}
+    unsigned short port() const { return server_.port(); }
+
+private:
+    ScreenServer server_{0};
+    UniqueFd first_;
+    UniqueFd second_;
+};
+
+TEST_F(VncBridgeTest, AStopEndsAnAttemptThatNobodyAnswers) {
+    StuckServer const stuck;
+    Viewer viewer(bridges_, stuck.port());
+    ASSERT_TRUE(viewer.is_open());
+    bridges_.request_stop();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+    EXPECT_EQ(viewer.peer->read(1), "");
+}
+
+TEST_F(VncBridgeTest, AnAttemptThatNobodyAnswersEndsWithItsViewer) {
+    StuckServer const stuck;
+    Viewer viewer(bridges_, stuck.port());
+    ASSERT_TRUE(viewer.is_open());
+    viewer.peer->close();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+}
+
+TEST_F(VncBridgeTest, AServerThatReadsNothingDoesNotHoldTheBridgeOfAViewerThatLeft) {
+    Viewer viewer(bridges_, screen_.port());
+    UniqueFd const local = screen_.accept();
+    ASSERT_TRUE(viewer.is_open());
+    viewer.fill();
+    viewer.peer->close();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+}
+
+TEST_F(VncBridgeTest, ASlowServerGetsAllThatItsViewerSentBeforeItLeft) {
+    Viewer viewer(bridges_, screen_.port());
+    UniqueFd const local = screen_.accept();
+    ASSERT_TRUE(viewer.is_open());
+    std::size_t const sent = viewer.fill();
+    viewer.peer->close();
+    EXPECT_EQ(read_exactly(local.get(), sent).size(), sent);
 }
 
 TEST_F(VncBridgeTest, AStopEndsEveryBridgeWhateverItIsBlockedIn) {
