@@ -118,7 +118,7 @@ def test_every_view_is_drawn_and_fits_the_window(machine, page, size):
     page.tab("Self")
     expect_drawn("table.config tbody tr >> nth=10")
     page.tab("Console")
-    expect_drawn(".terminal .xterm-screen")
+    expect_drawn(".terminal .xterm-rows >> text=/[#$] *$/")
     page.tab("Packages")
     page.click('role=button[name="redis"]')
     for sub_tab, selector in (("Manifest", "pre"), ("Launch args", ".line input"), ("Versions", "tbody tr >> nth=1"),
