@@ -15,15 +15,15 @@ using asio::ip::tcp;
 using namespace tessaron::tunnel;
 
 Tunnel::Tunnel(tcp::socket socket, std::shared_ptr<ClientTable> clients, std::shared_ptr<void> slot,
-               TunnelTimes times)
+               TunnelLimits limits)
     : socket_(std::move(socket)), timer_(socket_.get_executor()), clients_(std::move(clients)),
-      slot_(std::move(slot)), times_(times) {
+      slot_(std::move(slot)), limits_(limits) {
 }
 
 void Tunnel::run() {
     asio::dispatch(socket_.get_executor(), [self = shared_from_this()] {
         self->tune_socket();
-        self->timer_.expires_after(self->times_.register_limit);
+        self->timer_.expires_after(self->limits_.register_limit);
         self->timer_.async_wait([self](ErrorCode error) {
             if (!error && self->name_.empty()) {
                 self->end();
@@ -38,7 +38,7 @@ void Tunnel::tune_socket() {
     socket_.set_option(tcp::no_delay(true), ignored);
     socket_.set_option(asio::socket_base::keep_alive(true), ignored);
     using UserTimeout = asio::detail::socket_option::integer<IPPROTO_TCP, TCP_USER_TIMEOUT>;
-    socket_.set_option(UserTimeout(static_cast<int>(times_.dead_limit.count())), ignored);
+    socket_.set_option(UserTimeout(static_cast<int>(limits_.dead_limit.count())), ignored);
 }
 
 std::shared_ptr<Channel> Tunnel::open(std::string target) {
@@ -151,7 +151,7 @@ void Tunnel::deliver() {
 }
 
 void Tunnel::send(std::string frame, Channel::WriteHandler handler) {
-    if (ended_ || queue_size_ + frame.size() > K_MAX_QUEUE_SIZE) {
+    if (ended_ || queue_size_ + frame.size() > limits_.queue_size) {
         if (handler) {
             handler(false);
         }
@@ -190,7 +190,7 @@ void Tunnel::on_sent(ErrorCode error) {
 }
 
 void Tunnel::probe_later() {
-    timer_.expires_after(times_.probe_interval);
+    timer_.expires_after(limits_.probe_interval);
     timer_.async_wait([self = shared_from_this()](ErrorCode error) {
         if (error || self->ended_) {
             return;

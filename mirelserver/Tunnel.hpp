@@ -20,11 +20,13 @@ class TunnelStream;
 /// gone does not acknowledge it.
 inline constexpr std::uint8_t FRAME_PROBE = 0x7f;
 
-struct TunnelTimes {
+struct TunnelLimits {
     std::chrono::milliseconds register_limit{10'000}; ///< From the connection to its first frame.
     std::chrono::milliseconds probe_interval{15'000};
     /// For how long a machine may leave sent bytes unacknowledged, or its window shut.
     std::chrono::milliseconds dead_limit{60'000};
+    /// Bytes that wait for the machine to take them.
+    std::size_t queue_size = std::size_t{128} * 1024 * 1024;
 };
 
 /// The server's end of one machine's tunnel: joins streams into frames, and frames to streams.
@@ -42,15 +44,14 @@ struct TunnelTimes {
 /// owns the socket, shares the streams.
 /// Thread safety: `open`, `close` and what streams call are safe from any thread; all else runs on
 /// the strand of the socket.
-/// Errors: any on the socket, an oversized frame, and more than `K_MAX_QUEUE_SIZE` bytes that the
+/// Errors: any on the socket, an oversized frame, and more than `queue_size` bytes that the
 /// machine does not take end the tunnel and with it all of its streams.
 class Tunnel : public IStreamOpener, public std::enable_shared_from_this<Tunnel> {
 public:
     static constexpr std::size_t K_MAX_STREAMS = 1024;
-    static constexpr std::size_t K_MAX_QUEUE_SIZE = std::size_t{128} * 1024 * 1024;
 
     Tunnel(boost::asio::ip::tcp::socket socket, std::shared_ptr<ClientTable> clients,
-           std::shared_ptr<void> slot, TunnelTimes times);
+           std::shared_ptr<void> slot, TunnelLimits limits);
 
     /// Starts the first operation; needs a shared pointer to exist.
     void run();
@@ -88,7 +89,7 @@ private:
     boost::asio::steady_timer timer_;
     std::shared_ptr<ClientTable> clients_;
     std::shared_ptr<void> slot_;
-    TunnelTimes const times_;
+    TunnelLimits const limits_;
     StreamBuffer::Total buffered_ = std::make_shared<std::atomic<std::size_t>>(0);
 
     std::string name_; ///< Empty until registered.
