@@ -1,34 +1,14 @@
 """The terminal, on a shell of the running daemon."""
-import itertools
-
 import pytest
 from programs import wait_until
-
-COUNT = itertools.count()
-SCREEN = ".terminal .xterm-rows"
+from shell import SCREEN, open_terminal, run, size_of
 
 
 @pytest.fixture
 def terminal(daemon, page):
     daemon.start()
     page.open()
-    page.tab("Console")
-    page.wait(f"{SCREEN} >> text=/[#$] *$/")
-    return page
-
-
-def run(terminal, command):
-    terminal.type(command)
-    terminal.press("Enter")
-
-
-def size_of(terminal):
-    """Rows and columns that the shell knows of, said on a line that no earlier one is like."""
-    mark = f"size-{next(COUNT)}="
-    run(terminal, f"echo {mark}$(stty size)")
-    terminal.wait(f"{SCREEN} >> text=/^{mark}[0-9]/")
-    line, = [line for line in terminal.text(SCREEN).split("\n") if line.startswith(mark)]
-    return tuple(map(int, line.removeprefix(mark).split()))
+    return open_terminal(page)
 
 
 def test_terminal_runs_commands_and_takes_every_letter(terminal):
