@@ -14,7 +14,8 @@ namespace mirelclient {
 ///
 /// Binary messages carry the bytes both ways, any other message is ignored. When the local server
 /// closes, pings are still answered, and the viewer's next message ends the bridge; when the viewer
-/// goes, so does the local connection. Every end is silent: no close frame, no log line.
+/// goes, so does the local connection, once the local server has taken what came before or has
+/// taken nothing for two seconds. Every end is silent: no close frame, no log line.
 ///
 /// A stop request ends the bridge at once. Runs on the connection's thread and starts a second one
 /// that it joins.

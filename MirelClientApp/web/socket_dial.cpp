@@ -19,19 +19,20 @@ using tessaron::UniqueFd;
 
 namespace {
 
-/// Waits for the end of an attempt. False when a stop was requested meanwhile.
-bool wait_for_attempt(int socket, std::stop_token const& stop) {
+/// Waits for the end of an attempt. False when there is no point in waiting any longer.
+bool wait_for_attempt(int socket, std::stop_token const& stop, int peer) {
     StopEvent const stop_event(stop);
     if (!stop_event.is_usable()) {
         return false;
     }
-    std::array<pollfd, 2> waited{{{stop_event.descriptor(), POLLIN, 0}, {socket, POLLOUT, 0}}};
+    std::array<pollfd, 3> waited{
+        {{socket, POLLOUT, 0}, {stop_event.descriptor(), POLLIN, 0}, {peer, POLLRDHUP, 0}}};
     while (poll(waited.data(), waited.size(), -1) < 0) {
         if (errno != EINTR) {
             return false;
         }
     }
-    return waited[0].revents == 0;
+    return waited[1].revents == 0 && waited[2].revents == 0;
 }
 
 bool is_connected(int socket) {
@@ -42,7 +43,7 @@ bool is_connected(int socket) {
 
 } // namespace
 
-UniqueFd connect_to(SocketAddress const& address, std::stop_token const& stop) {
+UniqueFd connect_to(SocketAddress const& address, std::stop_token const& stop, int peer) {
     UniqueFd socket(
         ::socket(address.bytes.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket.is_open()) {
@@ -57,11 +58,11 @@ UniqueFd connect_to(SocketAddress const& address, std::stop_token const& stop) {
     if (errno != EINPROGRESS && errno != EINTR) {
         return {};
     }
-    bool const ended = wait_for_attempt(socket.get(), stop);
+    bool const ended = wait_for_attempt(socket.get(), stop, peer);
     return ended && is_connected(socket.get()) ? std::move(socket) : UniqueFd();
 }
 
-UniqueFd dial_local_tcp(unsigned short port, std::stop_token const& stop) {
+UniqueFd dial_local_tcp(unsigned short port, std::stop_token const& stop, int peer) {
     SocketAddress address;
     sockaddr_in local{};
     local.sin_family = AF_INET;
@@ -69,7 +70,7 @@ UniqueFd dial_local_tcp(unsigned short port, std::stop_token const& stop) {
     local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     std::memcpy(&address.bytes, &local, sizeof local);
     address.size = sizeof local;
-    UniqueFd socket = connect_to(address, stop);
+    UniqueFd socket = connect_to(address, stop, peer);
     if (socket.is_open()) {
         fcntl(socket.get(), F_SETFL, fcntl(socket.get(), F_GETFL) & ~O_NONBLOCK);
         int const on = 1;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string_view>
 #include <sys/uio.h>
@@ -13,6 +14,9 @@ namespace mirelclient {
 /// The same for pieces that leave together, in as few packets as they fit. Uses up the list, not
 /// the bytes. At most 1024 pieces.
 [[nodiscard]] bool send_all(int fd, std::span<iovec> pieces);
+
+/// The rest of a list of pieces of which `sent` bytes have left; changes the first that is left.
+[[nodiscard]] std::span<iovec> drop_sent(std::span<iovec> pieces, std::size_t sent);
 
 /// The bytes as such a piece.
 inline iovec send_piece(std::string_view bytes) {

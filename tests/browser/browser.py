@@ -26,9 +26,10 @@ COUNT_COLOURS = """async ([picture, top, bottom]) => {
 
 
 class Browser:
-    def __init__(self):
+    def __init__(self, prefix=()):
+        """The prefix is a command that runs it elsewhere."""
         self.process = subprocess.Popen(
-            ["node", DRIVER], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+            [*prefix, "node", DRIVER], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
             env={**os.environ, "MIREL_BROWSER_NPM": str(NPM)})
 
     def do(self, **command):
@@ -133,6 +134,10 @@ class Page:
         """What the page asked for so far: paths, and for a POST paths and bodies."""
         asked = [request for request in self.browser.do(do="told")["requests"] if request["method"] == method]
         return [request["path"] if method == "GET" else (request["path"], request["body"]) for request in asked]
+
+    def sockets(self):
+        """The paths of the WebSockets that the page has opened so far."""
+        return self.browser.do(do="told")["sockets"]
 
     def wait_asked(self, path, times=1):
         wait_until(lambda: self.requests().count(path) >= times, f"{path} was asked for {times} times")

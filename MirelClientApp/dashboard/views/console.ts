@@ -4,6 +4,9 @@ import type { Terminal } from "/static/xterm/xterm.mjs";
 import { errorText, webSocketUrl } from "../api";
 import { el } from "../dom";
 
+/** The machine ends a terminal whose message is larger than a megabyte; a paste may be. */
+const PIECE_BYTES = 65536;
+
 /** A shell on the machine. The terminal is opened with the tab's first opening and then stays. */
 export class ConsoleView {
     readonly #screen = el("div", { className: "terminal" });
@@ -69,8 +72,13 @@ function connect(terminal: Terminal, fit: FitAddon): () => void {
     });
     socket.addEventListener("close", () => sayInRed("[connection closed]"));
     socket.addEventListener("error", () => sayInRed("[connection error]"));
+    const sendKeys = (bytes: Uint8Array) => {
+        for (let at = 0; at < bytes.length; at += PIECE_BYTES) {
+            send(bytes.subarray(at, at + PIECE_BYTES));
+        }
+    };
     const encoder = new TextEncoder();
-    terminal.onData((text) => send(encoder.encode(text)));
-    terminal.onBinary((bytes) => send(Uint8Array.from(bytes, (byte) => byte.charCodeAt(0))));
+    terminal.onData((text) => sendKeys(encoder.encode(text)));
+    terminal.onBinary((bytes) => sendKeys(Uint8Array.from(bytes, (byte) => byte.charCodeAt(0))));
     return resize;
 }

@@ -34,6 +34,20 @@ public:
 
     bool is_open() { return peer->read(test::K_SAMPLE_ANSWER.size()) == test::K_SAMPLE_ANSWER; }
 
+    /// Sends until nothing goes in any more: the bridge is stuck in its send to the local server.
+    /// Returns how many bytes of payload went in whole.
+    std::size_t fill() const {
+        std::string const message(65535, 'k');
+        std::string const bytes = WsFrame{2, message}.bytes();
+        timeval const limit{1, 0};
+        ::setsockopt(peer->fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        std::size_t count = 0;
+        while (peer->send(bytes)) {
+            ++count;
+        }
+        return count * message.size();
+    }
+
     std::unique_ptr<test::WsPeer> peer;
 
 private:
@@ -139,6 +153,64 @@ TEST_F(VncBridgeTest, TheViewersEndEndsTheLocalConnection) {
     ASSERT_TRUE(viewer.is_open());
     viewer.peer->close();
     EXPECT_EQ(local.read(1), "");
+}
+
+/// A screen server that takes no more connections, and does not refuse them either.
+class StuckServer {
+public:
+    StuckServer() : first_(knock()), second_(knock()) {}
+    unsigned short port() const { return server_.port(); }
+
+private:
+    /// A client's socket; the attempt is under way if the server's queue is full.
+    tessaron::UniqueFd knock() const {
+        tessaron::UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port());
+        ::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address);
+        return fd;
+    }
+
+    test::Listener server_{0, 0};
+    tessaron::UniqueFd first_;
+    tessaron::UniqueFd second_;
+};
+
+TEST_F(VncBridgeTest, AStopEndsAnAttemptThatNobodyAnswers) {
+    StuckServer const stuck;
+    Viewer viewer(bridges_, stuck.port());
+    ASSERT_TRUE(viewer.is_open());
+    bridges_.request_stop();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+    EXPECT_EQ(viewer.peer->read(1), "");
+}
+
+TEST_F(VncBridgeTest, AnAttemptThatNobodyAnswersEndsWithItsViewer) {
+    StuckServer const stuck;
+    Viewer viewer(bridges_, stuck.port());
+    ASSERT_TRUE(viewer.is_open());
+    viewer.peer->close();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+}
+
+TEST_F(VncBridgeTest, AServerThatReadsNothingDoesNotHoldTheBridgeOfAViewerThatLeft) {
+    Viewer viewer(bridges_, screen_.port());
+    test::Peer const local = screen_.accept();
+    ASSERT_TRUE(viewer.is_open());
+    viewer.fill();
+    viewer.peer->close();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+}
+
+TEST_F(VncBridgeTest, ASlowServerGetsAllThatItsViewerSentBeforeItLeft) {
+    Viewer viewer(bridges_, screen_.port());
+    test::Peer local = screen_.accept();
+    ASSERT_TRUE(viewer.is_open());
+    std::size_t const sent = viewer.fill();
+    viewer.peer->close();
+    EXPECT_EQ(local.read(sent).size(), sent);
 }
 
 TEST_F(VncBridgeTest, AStopEndsEveryBridgeWhateverItIsBlockedIn) {
