@@ -69,6 +69,8 @@ std::vector<std::string> expected_of(std::string_view bytes) {
 
 /// The machine's end of a tunnel, as bytes.
 class Machine {
+    boost::asio::io_context context_{1}; // outlives the tunnel
+
 public:
     Machine() {
         std::array<int, 2> ends{};
@@ -104,7 +106,6 @@ public:
     std::shared_ptr<Tunnel> tunnel;
 
 private:
-    boost::asio::io_context context_{1};
     int end_ = -1;
 };
 
