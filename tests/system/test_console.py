@@ -9,10 +9,10 @@ import pytest
 import websockets
 
 from load import send_without_waiting
-from processes import is_alive, jobs_of, terminal_masters
+from processes import is_alive, jobs_of, terminal_masters, thread_names
 from programs import wait_until
 from shells import open_terminals, pid_in
-from websocket import ENDS, MEBIBYTE, PATH, frame, in_browser, raw_terminal
+from websocket import ENDS, MEBIBYTE, PATH, RawTerminal, frame, in_browser, raw_terminal
 
 NOTE = "\n[...output truncated at 1 MiB...]"
 
@@ -116,6 +116,39 @@ def test_a_ping_is_answered_in_the_middle_of_a_fragmented_message(daemon):
         assert answers == [(10, b"x"), (10, b"")]
 
 
+def test_a_client_that_pings_amid_a_fragmented_message_and_closes_gets_its_answers(daemon):
+    daemon.start()
+
+    async def scenario(terminal):
+        await terminal.quiet()
+
+        async def fragments():
+            yield b"echo fra"
+            await asyncio.wait_for(await terminal.connection.ping(b"x"), 20)
+            yield b"gme"
+            await asyncio.wait_for(await terminal.connection.ping(), 20)
+            yield b"nts\n"
+        await terminal.connection.send(fragments())
+        await terminal.read_until(b"fragments\r\n")
+        await terminal.connection.close()
+        return terminal.connection.close_code, terminal.connection.close_reason
+    assert in_browser(scenario) == (1005, "")  # a close frame without a status
+    wait_until(lambda: not daemon.children(), "the shell has ended")
+
+
+def test_a_message_of_one_mebibyte_is_taken(daemon):
+    daemon.start()
+
+    async def scenario(terminal):
+        await terminal.quiet()
+        await terminal.type(f"stty raw; echo g''o; head -c {2 * MEBIBYTE} | cksum\n")
+        await terminal.read_until(b"go\n")
+        await terminal.type(b"x" * MEBIBYTE)
+        await terminal.connection.send([b"x" * 5, b"x" * (MEBIBYTE - 5)])  # in two fragments
+        return await terminal.read_until(b"\n")
+    assert in_browser(scenario).split()[1] == b"%d" % (2 * MEBIBYTE)
+
+
 def test_a_frame_of_two_mebibytes_ends_the_session_without_a_close_frame(daemon):
     daemon.start()
     with raw_terminal() as terminal:
@@ -177,6 +210,26 @@ def test_after_the_shells_end_pings_are_answered_and_the_next_message_ends_it(da
         terminal.type("x")
         assert terminal.read_frame() is None
     wait_until(lambda: not daemon.children(), "the shell was waited for")
+
+
+@pytest.mark.parametrize("leave", [RawTerminal.close, RawTerminal.abort, RawTerminal.send_close],
+                         ids=["closed", "lost", "by a close frame"])
+def test_a_job_that_keeps_the_terminal_open_does_not_keep_the_session(daemon, tmp_path, leave):
+    daemon.start()
+    terminal = RawTerminal()
+    terminal.type(f"PS1=; trap '' HUP; (while :; do echo bu''sy; sleep 0.1; done) & echo $! >{tmp_path}/job; exit\n")
+    job = pid_in(tmp_path / "job")
+    shell, = wait_until(daemon.children, "there is a shell")
+    wait_until(lambda: not is_alive(shell), "the shell has ended")
+    for payload in [b"a", b"b"]:
+        terminal.type("x")
+        assert terminal.answer_to_ping(payload) == (10, payload)
+        terminal.read_until(b"busy\r\n")  # there is somebody still to see and to type to
+    leave(terminal)
+    wait_until(lambda: not daemon.children() and not terminal_masters(daemon.pid), "the session has ended")
+    wait_until(lambda: "console-reader" not in thread_names(daemon.pid), "its threads have ended")
+    os.kill(job, signal.SIGKILL)
+    terminal.close()
 
 
 def test_a_stop_does_not_wait_for_a_shell_that_ignores_the_hang_up(daemon, tmp_path):

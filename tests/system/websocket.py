@@ -160,6 +160,9 @@ class RawWebSocket:
             pass
         return answer
 
+    def send_close(self):
+        self.send(frame(8))
+
     def frames(self):
         """All that come until the end of the connection."""
         return list(iter(self.read_frame, None))
