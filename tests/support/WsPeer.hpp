@@ -1,5 +1,6 @@
 #pragma once
 
+#include "MirelClientApp/web/http_message.hpp"
 #include "app/utilities/file_io.hpp"
 
 #include <array>
@@ -155,5 +156,15 @@ inline constexpr std::string_view K_SAMPLE_KEY = "dGhlIHNhbXBsZSBub25jZQ==";
 inline constexpr std::string_view K_SAMPLE_ANSWER =
     "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
     "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n";
+
+/// The request for it, as the web server has parsed it.
+inline HttpRequest sample_request() {
+    HttpRequest request;
+    request.method = "GET";
+    request.headers = {{"connection", "Upgrade"},
+                       {"upgrade", "websocket"},
+                       {"sec-websocket-key", std::string(K_SAMPLE_KEY)}};
+    return request;
+}
 
 } // namespace mirelclient::test

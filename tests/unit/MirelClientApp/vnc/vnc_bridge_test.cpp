@@ -17,15 +17,6 @@ namespace {
 using tessaron::UniqueFd;
 using test::WsFrame;
 
-HttpRequest handshake() {
-    HttpRequest request;
-    request.method = "GET";
-    request.headers = {{"connection", "Upgrade"},
-                       {"upgrade", "websocket"},
-                       {"sec-websocket-key", std::string(test::K_SAMPLE_KEY)}};
-    return request;
-}
-
 /// A screen server: a port of 127.0.0.1 on which a test accepts by hand.
 class ScreenServer {
 public:
@@ -83,7 +74,8 @@ std::string read_exactly(int fd, std::size_t size) {
 /// A viewer in front of a bridge.
 class Viewer {
 public:
-    Viewer(VncBridges& bridges, unsigned short port, HttpRequest const& request = handshake()) {
+    Viewer(VncBridges& bridges, unsigned short port,
+           HttpRequest const& request = test::sample_request()) {
         test::SocketPair const pair;
         peer = std::make_unique<test::WsPeer>(pair.ends[1]);
         server_ = std::thread([&bridges, port, request, fd = pair.ends[0]] {
@@ -178,7 +170,7 @@ TEST_F(VncBridgeTest, WithoutAScreenServerTheConnectionOpensAndEnds) {
 }
 
 TEST_F(VncBridgeTest, AWrongHandshakeIsAClosedSocketAndNobodyIsDialled) {
-    HttpRequest request = handshake();
+    HttpRequest request = test::sample_request();
     request.headers["connection"] = "keep-alive";
     Viewer viewer(bridges_, screen_.port(), request);
     EXPECT_EQ(viewer.peer->read(1), "");
