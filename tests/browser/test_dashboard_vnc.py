@@ -48,6 +48,20 @@ def test_viewer_shows_what_is_drawn_and_clicks_and_keys_reach_it(open_viewer, pa
     assert page.count(".package") == 1
 
 
+def test_viewer_is_left_by_a_key_and_lets_go_of_all_that_were_held(open_viewer, page):
+    page.expected_errors = [READS_PIXELS, "404 (Not Found)"]
+    screen = open_viewer()
+    wait_shown(page)
+    click_at(page, 40, 150)
+    page.press("Control+Shift+ArrowUp")
+    assert page.evaluate("() => document.activeElement.textContent") == "VNC"
+    wait_until(lambda: len(screen.keys()) == 4, "the keys have come")
+    assert sorted(screen.keys()) == sorted((way, name) for name in ("Control_L", "Shift_L")
+                                           for way in ("Press", "Release"))
+    page.press("ArrowLeft")
+    page.wait('role=tab[name="DB"][selected=true]')
+
+
 def test_viewer_follows_the_size_of_the_window(open_viewer, page):
     page.expected_errors = [READS_PIXELS]
     screen = open_viewer()
