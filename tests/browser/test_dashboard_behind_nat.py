@@ -142,7 +142,8 @@ def test_rows_are_copied_also_where_the_browser_offers_no_clipboard(proxied):
     base = f"{PREFIX}/api/packages/hello"
     proxied.answer(f"{base}/db", {"tables": [{"name": "people", "row_count": 2, "column_names": ["id", "name"]}]})
     proxied.answer(f"{base}/db/people?from=1&to=200", {
-        "ok": True, "total_rows": 2, "from_row": 1, "column_names": ["id", "name"], "rows": [["a", "Ann"], ["b", "Bob"]]})
+        "ok": True, "total_rows": 2, "from_row": 1, "column_names": ["id", "name"],
+        "rows": [["a", "Ann"], ["b", "Bob"]]})
     proxied.open_package("hello", "DB")
     proxied.click('role=button[name="people"]')
     proxied.click('role=checkbox[name="Select all rows"]')

@@ -1,6 +1,5 @@
 """The viewer of remote screens, connected to a real screen server."""
 import pytest
-from preloaded import entry_text, write_registry
 from programs import wait_until
 from xvnc import PASSWORD, Xvnc, click_at, wait_shown
 
@@ -9,15 +8,13 @@ READS_PIXELS = "willReadFrequently"  # an advice to whoever reads pixels, as the
 
 
 @pytest.fixture
-def open_viewer(daemon, page, tmp_path):
+def open_viewer(open_page, page, tmp_path):
     """Serves a screen and connects the viewer to it."""
-    write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
-    daemon.start()
     screens = []
 
     def open_viewer(**options):
         screens.append(Xvnc(tmp_path / "xvnc.out", **options))
-        page.open()
+        open_page()
         page.open_package("app", "VNC")
         page.click('role=button[name="Connect"]')
         return screens[-1]
@@ -133,11 +130,9 @@ def test_viewer_tells_of_a_wrong_password_and_asks_again_at_the_next_try(open_vi
     wait_shown(page)
 
 
-def test_viewer_tells_when_no_screen_is_served(daemon, page):
+def test_viewer_tells_when_no_screen_is_served(open_page, page):
     page.expected_errors = ["WebSocket", "Failed when"]
-    write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
-    daemon.start()
-    page.open()
+    open_page()
     page.open_package("app", "VNC")
     page.click('role=button[name="Connect"]')
     page.wait_text(UNEXPECTED)
@@ -145,11 +140,9 @@ def test_viewer_tells_when_no_screen_is_served(daemon, page):
     page.wait("pre")
 
 
-def test_viewer_whose_modules_cannot_be_loaded_says_so(daemon, page):
+def test_viewer_whose_modules_cannot_be_loaded_says_so(open_page, page):
     page.expected_errors = ["404 (Not Found)"]
-    write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
-    daemon.start()
-    page.open(answers={"/static/novnc/core/rfb.js": ({}, 404)})
+    open_page(answers={"/static/novnc/core/rfb.js": ({}, 404)})
     page.open_package("app", "VNC")
     page.click('role=button[name="Connect"]')
     page.wait("role=status >> text=/rfb.js/")
