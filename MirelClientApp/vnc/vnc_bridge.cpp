@@ -1,6 +1,7 @@
 #include "MirelClientApp/vnc/vnc_bridge.hpp"
 
 #include "MirelClientApp/web/WsConnection.hpp"
+#include "MirelClientApp/web/socket_io.hpp"
 #include "MirelClientApp/web/websocket_handshake.hpp"
 #include "app/utilities/start_thread.hpp"
 
@@ -8,7 +9,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <poll.h>
 #include <span>
 #include <string_view>
 #include <sys/socket.h>
@@ -25,7 +25,6 @@ constexpr std::size_t K_PIECE_SIZE = 8192;
 constexpr std::size_t K_PIECES_AT_ONCE = WsConnection::K_MAX_MESSAGES_AT_ONCE;
 /// How long a local server that takes nothing is waited for when its viewer has left.
 constexpr std::chrono::milliseconds K_UNREAD_GRACE{2000};
-constexpr std::chrono::milliseconds K_FOREVER{-1};
 
 ssize_t receive(int fd, std::span<char> buffer) {
     ssize_t got = -1;
@@ -57,20 +56,11 @@ void send_screen(int local, WsConnection& viewer, std::atomic<bool>& done) {
     done = true;
 }
 
-/// Whether one of them has something to tell within the time.
-bool wait_for(std::span<pollfd> waited, std::chrono::milliseconds time) {
-    int count = -1;
-    do {
-        count = ::poll(waited.data(), waited.size(), static_cast<int>(time.count()));
-    } while (count < 0 && errno == EINTR);
-    return count > 0;
-}
-
 /// False if the local server is full and stays so, with nobody there any more to wait for it.
 bool wait_for_room(int local, int viewer) {
     std::array<pollfd, 2> waited{{{local, POLLOUT, 0}, {viewer, POLLRDHUP, 0}}};
-    return wait_for(waited, K_FOREVER) &&
-           (waited[0].revents != 0 || wait_for(std::span(waited).first(1), K_UNREAD_GRACE));
+    return wait_for_any(waited, K_FOREVER) &&
+           (waited[0].revents != 0 || wait_for_any(std::span(waited).first(1), K_UNREAD_GRACE));
 }
 
 /// Blocks while the local server takes no more; a server that never does must not keep the bridge

@@ -1,15 +1,17 @@
 #include "MirelClientApp/web/socket_dial.hpp"
 
+#include "MirelClientApp/web/socket_io.hpp"
 #include "app/utilities/StopEvent.hpp"
 
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
+#include <span>
 #include <utility>
 
 namespace mirelclient {
@@ -19,6 +21,9 @@ using tessaron::UniqueFd;
 
 namespace {
 
+/// How long an attempt goes on for a peer that has left: what it sent before may still arrive.
+constexpr std::chrono::milliseconds K_LEFT_GRACE{2000};
+
 /// Waits for the end of an attempt. False when there is no point in waiting any longer.
 bool wait_for_attempt(int socket, std::stop_token const& stop, int peer) {
     StopEvent const stop_event(stop);
@@ -27,12 +32,13 @@ bool wait_for_attempt(int socket, std::stop_token const& stop, int peer) {
     }
     std::array<pollfd, 3> waited{
         {{socket, POLLOUT, 0}, {stop_event.descriptor(), POLLIN, 0}, {peer, POLLRDHUP, 0}}};
-    while (poll(waited.data(), waited.size(), -1) < 0) {
-        if (errno != EINTR) {
-            return false;
-        }
+    if (!wait_for_any(waited, K_FOREVER)) {
+        return false;
     }
-    return waited[1].revents == 0 && waited[2].revents == 0;
+    if (waited[0].revents == 0 && waited[1].revents == 0) {
+        wait_for_any(std::span(waited).first(2), K_LEFT_GRACE);
+    }
+    return waited[0].revents != 0 && waited[1].revents == 0;
 }
 
 bool is_connected(int socket) {

@@ -20,8 +20,8 @@ struct SocketAddress {
 };
 
 /// A connected, non-blocking socket, or none. A server whose queue is full neither takes nor
-/// refuses a connection: the wait ends on a stop request, and when the other side of `peer`, the
-/// socket on whose behalf it is dialled, has closed.
+/// refuses a connection: the wait ends on a stop request, and soon after the other side of `peer`,
+/// the socket on whose behalf it is dialled, has closed.
 [[nodiscard]] tessaron::UniqueFd connect_to(SocketAddress const& address,
                                             std::stop_token const& stop, int peer = K_NO_PEER);
 
