@@ -92,7 +92,7 @@ bool send_input(int local, std::string_view bytes, int viewer) {
 }
 
 void receive_input(int local, WsConnection& viewer, int viewer_fd, std::atomic<bool> const& done) {
-    while (!done) {
+    for (;;) {
         auto const message = viewer.read_message();
         if (!message) {
             return;
