@@ -20,7 +20,7 @@ using asio::ip::tcp;
 namespace {
 
 constexpr std::size_t K_MAX_DRAIN_SIZE = std::size_t{1024} * 1024;
-constexpr std::size_t K_PIECE_SIZE = std::size_t{32} * 1024;
+constexpr std::size_t K_PIECE_SIZE = std::size_t{64} * 1024;
 constexpr int K_DEAD_LIMIT_MS = 60'000;
 
 } // namespace

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "libraries/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/FrameParser.hpp"
 #include "mirelserver/ClientTable.hpp"
 #include "mirelserver/StreamBuffer.hpp"
 
@@ -10,7 +10,9 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace mirelserver {
 
@@ -66,22 +68,31 @@ public:
 
 private:
     using ErrorCode = boost::system::error_code;
+    friend class tessaron::tunnel::FrameParser;
     struct Outgoing {
-        std::string frame;
+        tessaron::tunnel::FrameHeaderBytes header;
+        std::string payload;
         Channel::WriteHandler handler; ///< May be empty.
+
+        std::size_t size() const { return header.size() + payload.size(); }
     };
+    /// How much is read at once, and how many frames are sent at once.
+    static constexpr std::size_t K_READ_SIZE = std::size_t{128} * 1024;
+    static constexpr std::size_t K_FRAMES_AT_ONCE = 16;
 
     void tune_socket();
-    void read_header();
-    void on_header(ErrorCode error);
-    void read_payload();
-    void on_frame();
+    void read();
+    void on_read(ErrorCode error, std::size_t size);
+    bool on_header(tessaron::tunnel::FrameHeader const& header);
+    void on_payload(std::string_view piece);
+    bool on_frame_end();
     void on_register();
     void open_now(std::shared_ptr<TunnelStream> const& stream, std::string const& target);
     void deliver();
-    void send(std::string frame, Channel::WriteHandler handler = nullptr);
-    void send_front();
-    void on_sent(ErrorCode error);
+    void send(std::uint8_t type, std::uint32_t stream, std::string payload = {},
+              Channel::WriteHandler handler = nullptr);
+    void send_some();
+    void on_sent(ErrorCode error, std::size_t count);
     void probe_later();
     void end();
 
@@ -94,13 +105,18 @@ private:
 
     std::string name_; ///< Empty until registered.
     bool ended_ = false;
-    tessaron::tunnel::FrameHeaderBytes header_bytes_{};
-    tessaron::tunnel::FrameHeader header_;
-    std::string payload_;
+    std::vector<char> input_;
+    tessaron::tunnel::FrameParser parser_;
+    tessaron::tunnel::FrameHeader header_; ///< Of the frame that is being read.
+    std::string registered_name_;          ///< As far as it came.
+    /// Data of one stream that came in one read, and whose it is.
+    std::string incoming_;
+    std::uint32_t incoming_stream_ = 0;
     std::unordered_map<std::uint32_t, std::shared_ptr<TunnelStream>> streams_;
     std::uint32_t last_id_ = 0;
-    std::deque<Outgoing> queue_; ///< The front is being sent.
+    std::deque<Outgoing> queue_; ///< The first of them are being sent.
     std::size_t queue_size_ = 0;
+    bool sending_ = false;
 };
 
 /// One stream of a tunnel.

@@ -93,6 +93,7 @@ bool send_input(int local, std::string_view bytes, int viewer) {
 
 void receive_input(int local, WsConnection& viewer, int viewer_fd, std::atomic<bool> const& done) {
     for (;;) {
+        // Also when the local server has closed meanwhile: pings are answered within.
         auto const message = viewer.read_message();
         if (!message) {
             return;

@@ -53,8 +53,9 @@ class Page:
         self.browser = browser
         self.expected_errors = []
 
-    def open(self, url=HOME, size=DESK, answers=None, stop_clock=False):
-        """A fresh page at the address. The answers, by path, stand in for the machine's own."""
+    def open(self, url=HOME, size=DESK, answers=None, stop_clock=False, held=()):
+        """A fresh page at the address. The answers, by path, stand in for the machine's own; what is
+        held gets none."""
         self.browser.do(do="open", args=list(size))
         if stop_clock:
             now = int(time.time() * 1000)
@@ -62,6 +63,8 @@ class Page:
             self.browser.do(do="clock", method="pauseAt", args=[now])
         for path, answer in (answers or {}).items():
             self.answer(path, *answer) if isinstance(answer, tuple) else self.answer(path, answer)
+        for path in held:
+            self.hold(path)
         self.call("goto", url)
         return self
 
@@ -70,6 +73,10 @@ class Page:
 
     def answer(self, path, body, status=200):
         self.browser.do(do="answer", args=[path, status, json.dumps(body)])
+
+    def hold(self, path):
+        """What is asked of the path from now on gets no answer."""
+        self.browser.do(do="hold", args=[path])
 
     def call(self, method, *arguments):
         return self.browser.do(do="page", method=method, args=arguments)

@@ -10,6 +10,7 @@
 //     {"do": "press", "args": [key]}                   on what has the focus
 //     {"do": "locator", "selector": ..., "method": ..., "args": [...]}
 //     {"do": "answer", "args": [path, status, body]}   stands in for the machine's answer to a path
+//     {"do": "hold", "args": [path]}                   leaves what is asked of a path without an answer
 //     {"do": "told"}                                   what the page asked for, where to it has opened
 //                                                      WebSockets, and its errors
 //
@@ -66,6 +67,7 @@ const commands = {
             (url) => url.pathname + url.search === path,
             (route) => route.fulfill({ status, contentType: "application/json", body }),
         ),
+    hold: ({ args: [path] }) => page.route((url) => url.pathname + url.search === path, () => {}),
     told: () => ({ requests, sockets, errors }),
 };
 

@@ -136,6 +136,26 @@ def test_screen_is_shown_and_used(proxied, tmp_path):
         screen.stop()
 
 
+def test_rows_are_copied_also_where_the_browser_offers_no_clipboard(proxied):
+    """As it does to a page that came from elsewhere without TLS."""
+    proxied.expected_errors = ["404 (Not Found)"]
+    base = f"{PREFIX}/api/packages/hello"
+    proxied.answer(f"{base}/db", {"tables": [{"name": "people", "row_count": 2, "column_names": ["id", "name"]}]})
+    proxied.answer(f"{base}/db/people?from=1&to=200", {
+        "ok": True, "total_rows": 2, "from_row": 1, "column_names": ["id", "name"],
+        "rows": [["a", "Ann"], ["b", "Bob"]]})
+    proxied.open_package("hello", "DB")
+    proxied.click('role=button[name="people"]')
+    proxied.click('role=checkbox[name="Select all rows"]')
+    proxied.click('role=button[name="Copy selected"]')
+    proxied.wait_text("2 rows copied")
+    assert proxied.evaluate("() => navigator.clipboard ?? null") is None
+    proxied.evaluate("() => document.querySelector('main').append(document.createElement('textarea'))")
+    proxied.locate("main > textarea", "focus")
+    proxied.press("Control+V")
+    assert proxied.value("main > textarea") == "a\tAnn\nb\tBob"
+
+
 def test_daemon_tells_of_itself_and_takes_settings(machine, proxied):
     proxied.tab("Self")
     proxied.wait("dl")

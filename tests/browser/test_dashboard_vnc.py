@@ -1,6 +1,5 @@
 """The viewer of remote screens, connected to a real screen server."""
 import pytest
-from preloaded import entry_text, write_registry
 from programs import wait_until
 from xvnc import PASSWORD, Xvnc, click_at, wait_shown
 
@@ -9,15 +8,13 @@ READS_PIXELS = "willReadFrequently"  # an advice to whoever reads pixels, as the
 
 
 @pytest.fixture
-def open_viewer(daemon, page, tmp_path):
+def open_viewer(open_page, page, tmp_path):
     """Serves a screen and connects the viewer to it."""
-    write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
-    daemon.start()
     screens = []
 
     def open_viewer(**options):
         screens.append(Xvnc(tmp_path / "xvnc.out", **options))
-        page.open()
+        open_page()
         page.open_package("app", "VNC")
         page.click('role=button[name="Connect"]')
         return screens[-1]
@@ -46,6 +43,20 @@ def test_viewer_shows_what_is_drawn_and_clicks_and_keys_reach_it(open_viewer, pa
     assert screen.keys() == [(way, name) for name in ("x", "Escape", "F5", "Left", "Tab")
                              for way in ("Press", "Release")]
     assert page.count(".package") == 1
+
+
+def test_viewer_is_left_by_a_key_and_lets_go_of_all_that_were_held(open_viewer, page):
+    page.expected_errors = [READS_PIXELS, "404 (Not Found)"]
+    screen = open_viewer()
+    wait_shown(page)
+    click_at(page, 40, 150)
+    page.press("Control+Shift+ArrowUp")
+    assert page.evaluate("() => document.activeElement.textContent") == "VNC"
+    wait_until(lambda: len(screen.keys()) == 4, "the keys have come")
+    assert sorted(screen.keys()) == sorted((way, name) for name in ("Control_L", "Shift_L")
+                                           for way in ("Press", "Release"))
+    page.press("ArrowLeft")
+    page.wait('role=tab[name="DB"][selected=true]')
 
 
 def test_viewer_follows_the_size_of_the_window(open_viewer, page):
@@ -119,11 +130,9 @@ def test_viewer_tells_of_a_wrong_password_and_asks_again_at_the_next_try(open_vi
     wait_shown(page)
 
 
-def test_viewer_tells_when_no_screen_is_served(daemon, page):
+def test_viewer_tells_when_no_screen_is_served(open_page, page):
     page.expected_errors = ["WebSocket", "Failed when"]
-    write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
-    daemon.start()
-    page.open()
+    open_page()
     page.open_package("app", "VNC")
     page.click('role=button[name="Connect"]')
     page.wait_text(UNEXPECTED)
@@ -131,11 +140,9 @@ def test_viewer_tells_when_no_screen_is_served(daemon, page):
     page.wait("pre")
 
 
-def test_viewer_whose_modules_cannot_be_loaded_says_so(daemon, page):
+def test_viewer_whose_modules_cannot_be_loaded_says_so(open_page, page):
     page.expected_errors = ["404 (Not Found)"]
-    write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
-    daemon.start()
-    page.open(answers={"/static/novnc/core/rfb.js": ({}, 404)})
+    open_page(answers={"/static/novnc/core/rfb.js": ({}, 404)})
     page.open_package("app", "VNC")
     page.click('role=button[name="Connect"]')
     page.wait("role=status >> text=/rfb.js/")

@@ -3,6 +3,7 @@ import type RFB from "/static/novnc/core/rfb.js";
 import { apiBase, errorText, listAt, textAt, valueAt, webSocketUrl } from "../api";
 import type { Card } from "../card";
 import { button, el, setText } from "../dom";
+import { LEAVE_HINT, leaveByKey } from "../leave_key";
 import type { Lifetime } from "../lifetime";
 
 const UNEXPECTED = " (unexpectedly - is the package running and does it expose an RFB server?)";
@@ -40,6 +41,7 @@ export function showVnc(card: Card, _name: string, life: Lifetime): void {
     };
 
     life.onEnd(disconnect);
+    leaveByKey(screen);
     card.show(
         el("div", { className: "line" },
             button("Connect", connect, "primary"),
@@ -48,6 +50,7 @@ export function showVnc(card: Card, _name: string, life: Lifetime): void {
         ),
         prompt,
         screen,
+        el("small", { className: "keys" }, LEAVE_HINT),
     );
 }
 
