@@ -3,7 +3,7 @@ import itertools
 
 from programs import wait_until
 
-SCREEN = ".terminal .xterm-rows"
+SCREEN = ".tty .xterm-rows"
 PROMPT = f"{SCREEN} >> text=/[#$] *$/"
 _count = itertools.count()
 
@@ -14,9 +14,16 @@ def open_terminal(page):
     return page
 
 
-def run(terminal, command):
-    terminal.type(command)
+def enter(terminal, text):
+    terminal.type(text)
     terminal.press("Enter")
+
+
+def run(terminal, command):
+    """A command of the shell, once that has asked for one: what is typed earlier would stand before
+    its prompt."""
+    wait_rows(terminal, lambda rows: [row for row in rows if row][-1:] in (["#"], ["$"]), "there is a prompt")
+    enter(terminal, command)
 
 
 def rows_of(terminal):

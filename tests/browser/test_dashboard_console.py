@@ -25,6 +25,17 @@ def test_shell_knows_the_size_of_the_terminal_also_after_the_window_has_changed(
     assert smaller_rows == terminal.count(f"{SCREEN} > div") and smaller_columns < columns
 
 
+def test_terminal_keeps_within_its_place(terminal):
+    for size in ({"width": 1280, "height": 720}, {"width": 390, "height": 844}, {"width": 1111, "height": 613}):
+        terminal.call("setViewportSize", size)
+        size_of(terminal)
+        outer = terminal.locate(".tty", "boundingBox")
+        inner = terminal.locate(".tty .xterm-screen", "boundingBox")
+        for start, extent in (("x", "width"), ("y", "height")):
+            assert outer[start] < inner[start]
+            assert inner[start] + inner[extent] < outer[start] + outer[extent]
+
+
 def test_terminal_and_its_shell_stay_while_other_tabs_are_open(terminal):
     run(terminal, "kept=here")
     terminal.tab("Self")
@@ -34,7 +45,7 @@ def test_terminal_and_its_shell_stay_while_other_tabs_are_open(terminal):
     terminal.wait(f"{SCREEN} >> text=/^=here/")
     rows, _ = size_of(terminal)
     assert rows == terminal.count(f"{SCREEN} > div")
-    assert terminal.count(".terminal .xterm") == 1
+    assert terminal.count(".tty .xterm") == 1
 
 
 def test_end_of_the_shell_is_told_in_red(terminal):

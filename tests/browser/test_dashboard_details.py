@@ -180,10 +180,10 @@ def test_console_is_opened_once(daemon, page):
     page.open()
     assert not any("xterm.mjs" in path for path in page.requests())
     page.tab("Console")
-    page.wait(".terminal .xterm-screen")
+    page.wait(".tty .xterm-screen")
     page.tab("Self")
     page.tab("Console")
-    assert page.count(".terminal .xterm") == 1
+    assert page.count(".tty .xterm") == 1
     assert page.requests().count("/static/xterm/xterm.mjs") == 1
 
 

@@ -4,7 +4,7 @@ import hashlib
 import pytest
 from browser import DESK
 from programs import wait_until
-from shell import open_terminal, rows_of, run, size_of, wait_rows
+from shell import enter, open_terminal, rows_of, run, size_of, wait_rows
 
 SMALLER = {"width": 760, "height": 460}
 LARGER = {"width": DESK[0], "height": DESK[1]}
@@ -54,8 +54,8 @@ def expect_at_every_size(terminal, is_full):
 def columns_of(terminal):
     """As many as stand in the widest row there can be."""
     return terminal.evaluate("""() => {
-        const screen = document.querySelector(".terminal .xterm-screen").getBoundingClientRect();
-        const letter = document.querySelector(".terminal .xterm-char-measure-element");
+        const screen = document.querySelector(".tty .xterm-screen").getBoundingClientRect();
+        const letter = document.querySelector(".tty .xterm-char-measure-element");
         const measured = letter.getBoundingClientRect().width / letter.textContent.length;
         return Math.round(screen.width / measured);
     }""")
@@ -64,8 +64,7 @@ def columns_of(terminal):
 def test_vim_fills_the_terminal_at_every_size(terminal, text):
     run(terminal, f"{VIM} {text}")
     expect_at_every_size(terminal, lambda rows: is_full_of(rows, columns_of(terminal)))
-    terminal.type(":wq")
-    terminal.press("Enter")
+    enter(terminal, ":wq")
     assert size_of(terminal)[0] == len(rows_of(terminal))
 
 
@@ -92,8 +91,7 @@ def test_what_is_typed_in_vim_is_in_the_file(terminal, tmp_path):
     path = tmp_path / "typed"
     run(terminal, f"{VIM} {path}")
     wait_rows(terminal, lambda rows: rows[1] == "~", "vim is there")
-    terminal.type("ifirst")
-    terminal.press("Enter")
+    enter(terminal, "ifirst")
     terminal.type("ä漢字")
     terminal.press("Escape")
     terminal.press("ArrowUp")
@@ -101,7 +99,7 @@ def test_what_is_typed_in_vim_is_in_the_file(terminal, tmp_path):
     terminal.press("ArrowLeft")
     terminal.press("Delete")
     terminal.press("Escape")
-    run(terminal, ":wq")
+    enter(terminal, ":wq")
     wait_until(path.exists, "the file is written")
     assert size_of(terminal)[0] == len(rows_of(terminal))
     assert path.read_text() == "firstnew\nä漢字\n"
@@ -131,8 +129,7 @@ def test_every_kind_of_character_comes_in_as_it_was_typed(terminal, tmp_path):
     path = tmp_path / "typed"
     run(terminal, f"cat >{path}")
     text = "aß€漢字 e\u0301 😀 \u05e9\u05dc ~^\\"
-    terminal.type(text)
-    terminal.press("Enter")
+    enter(terminal, text)
     terminal.press("Control+d")
     size_of(terminal)
     assert path.read_text() == text + "\n"

@@ -12,7 +12,7 @@ BOXES = """() => [...document.querySelectorAll("header, #summary, main, thead th
 @pytest.mark.parametrize("size", [DESK, PHONE], ids=["desk", "phone"])
 def test_refresh_of_the_list_moves_nothing(open_page, page, size):
     def entries(now, *states):
-        return {"body": [package(f"app-{number}", status=status, started_at=now - age)
+        return {"body": [package(f"app-{number}", status=status, started_at=age and now - age)
                          for number, (status, age) in enumerate(states)]}
 
     open_page(answers={"/api/packages": {"body": []}}, size=size, stop_clock=True)
@@ -24,7 +24,7 @@ def test_refresh_of_the_list_moves_nothing(open_page, page, size):
     page.evaluate("() => scrollTo(0, 300)")
     before = page.evaluate(BOXES)
     assert page.evaluate("() => scrollY") == 300
-    page.answer("/api/packages", entries(now, *[("stopped", 40000), ("running", 86000), ("down", 900000)] * 10))
+    page.answer("/api/packages", entries(now, *[("stopped", 0), ("running", 86000), ("down", 900000)] * 10))
     page.pass_time(5)
     page.wait(".badge.bad")
     page.pass_time(20)

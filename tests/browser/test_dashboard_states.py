@@ -23,7 +23,7 @@ def test_sub_tab_says_that_it_loads_and_asks_once_meanwhile(open_page, page, sub
 @pytest.mark.parametrize("tab, path, place", [
     ("Packages", "/api/packages", "main"), ("Packages", "/api/self", "#summary"),
     ("Registry", "/api/registry/packages", "main"), ("Self", "/api/self", "main"),
-    ("Self", "/api/self/config", "main"), ("Console", "/static/xterm/xterm.mjs", ".terminal")])
+    ("Self", "/api/self/config", "main"), ("Console", "/static/xterm/xterm.mjs", ".tty")])
 def test_tab_says_that_it_loads(open_page, page, tab, path, place):
     open_page(held=[path])
     page.tab(tab)
@@ -137,13 +137,13 @@ def test_terminal_that_cannot_be_loaded_or_connected_says_so(daemon, open_page, 
     page.expected_errors = ["404 (Not Found)", "WebSocket", "ERR_"]
     open_page(answers={"/static/xterm/addon-fit.mjs": ({}, 404)})
     page.tab("Console")
-    page.wait(".terminal .error >> text=/^The terminal could not be loaded: ./")
+    page.wait(".tty .error >> text=/^The terminal could not be loaded: ./")
 
     open_page()
     page.evaluate("() => Promise.all(['xterm', 'addon-fit'].map((name) => import(`/static/xterm/${name}.mjs`)))")
     daemon.stop()
     page.tab("Console")
-    page.wait(".terminal .xterm-rows >> text=/connection closed/")
+    page.wait(".tty .xterm-rows >> text=/connection closed/")
     red = page.evaluate("""() => [...document.querySelectorAll(".xterm-rows span.xterm-fg-1")]
         .map((span) => span.textContent.trim())""")
     assert red == ["[connection error]", "[connection closed]"]

@@ -11,7 +11,7 @@ const PIECE_BYTES = 65536;
 /** A shell on the machine. The terminal is opened with the tab's first opening and then stays. */
 export class ConsoleView {
     readonly #note = el("p", { className: "note" }, "Loading…");
-    readonly #screen = el("div", { className: "terminal" }, this.#note);
+    readonly #screen = el("div", { className: "tty" }, this.#note);
     readonly element = el("section", {}, this.#screen, el("small", { className: "keys" }, LEAVE_HINT));
     #opened = false;
     #shown: (() => void) | undefined;
