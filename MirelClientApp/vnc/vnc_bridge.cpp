@@ -1,6 +1,7 @@
 #include "MirelClientApp/vnc/vnc_bridge.hpp"
 
 #include "MirelClientApp/vnc/dial_local_tcp.hpp"
+#include "MirelClientApp/vnc/wait_for_server.hpp"
 #include "MirelClientApp/web/WsConnection.hpp"
 #include "MirelClientApp/web/websocket_handshake.hpp"
 #include "app/utilities/start_thread.hpp"
@@ -8,9 +9,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <poll.h>
-#include <span>
 #include <string_view>
 #include <sys/socket.h>
 #include <system_error>
@@ -23,9 +21,6 @@ using tessaron::UniqueFd;
 namespace {
 
 constexpr std::size_t K_READ_SIZE = 8192;
-/// How long a local server that takes nothing is waited for when its viewer has left.
-constexpr std::chrono::milliseconds K_UNREAD_GRACE{2000};
-constexpr std::chrono::milliseconds K_FOREVER{-1};
 
 ssize_t receive(int fd, void* buffer, std::size_t size) {
     ssize_t got = -1;
@@ -47,22 +42,6 @@ void send_screen(int local, WsConnection& viewer, std::atomic<bool>& done) {
     done = true;
 }
 
-/// Whether one of them has something to tell within the time.
-bool wait_for(std::span<pollfd> waited, std::chrono::milliseconds time) {
-    int count = -1;
-    do {
-        count = ::poll(waited.data(), waited.size(), static_cast<int>(time.count()));
-    } while (count < 0 && errno == EINTR);
-    return count > 0;
-}
-
-/// False if the local server is full and stays so, with nobody there any more to wait for it.
-bool wait_for_room(int local, int viewer) {
-    std::array<pollfd, 2> waited{{{local, POLLOUT, 0}, {viewer, POLLRDHUP, 0}}};
-    return wait_for(waited, K_FOREVER) &&
-           (waited[0].revents != 0 || wait_for(std::span(waited).first(1), K_UNREAD_GRACE));
-}
-
 /// Blocks while the local server takes no more; a server that never does must not keep the bridge
 /// of a viewer that has left.
 bool send_input(int local, std::string_view bytes, int viewer) {
@@ -73,7 +52,7 @@ bool send_input(int local, std::string_view bytes, int viewer) {
             continue;
         }
         bool const full = sent == 0 || errno == EAGAIN;
-        bool const try_again = full ? wait_for_room(local, viewer) : errno == EINTR;
+        bool const try_again = full ? wait_for_server(local, viewer) : errno == EINTR;
         if (!try_again) {
             return false;
         }
@@ -82,15 +61,15 @@ bool send_input(int local, std::string_view bytes, int viewer) {
 }
 
 void receive_input(int local, WsConnection& viewer, int viewer_fd, std::atomic<bool> const& done) {
-    while (!done) {
+    for (;;) {
         auto const message = viewer.read_message();
-        if (!message) {
+        // What comes after the local server has closed ends the bridge, whatever it is.
+        if (!message || done) {
             return;
         }
         auto const& [opcode, bytes] = *message;
         std::string_view const text(reinterpret_cast<char const*>(bytes.data()), bytes.size());
-        // What comes after the local server has closed ends the bridge, whatever it is.
-        if (done || (opcode == WsConnection::K_BINARY && !send_input(local, text, viewer_fd))) {
+        if (opcode == WsConnection::K_BINARY && !send_input(local, text, viewer_fd)) {
             return;
         }
     }
