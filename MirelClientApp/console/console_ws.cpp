@@ -82,8 +82,8 @@ void send_output(PtySession& session, WsConnection& connection, std::atomic<bool
 void receive_input(PtySession& session, WsConnection& connection, int fd,
                    std::atomic<bool> const& done) {
     for (;;) {
+        // Also when the shell has ended meanwhile: pings are answered within.
         auto const message = connection.read_message();
-        // What comes after the shell's end ends the connection, whatever it is.
         if (!message || done) {
             return;
         }

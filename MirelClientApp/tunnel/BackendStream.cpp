@@ -1,22 +1,36 @@
 #include "MirelClientApp/tunnel/BackendStream.hpp"
 
 #include "MirelClientApp/tunnel/TunnelConnection.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 
 #include <array>
 #include <cerrno>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
+#include <span>
 #include <sys/socket.h>
 #include <utility>
 
 namespace mirelclient {
 
+namespace {
+
+constexpr std::size_t K_PIECES_AT_ONCE = TunnelConnection::K_MAX_FRAMES_AT_ONCE;
+
+/// A frame has a piece at most; pieces that are there already come and leave in one go.
+bool send_pieces(TunnelConnection& connection, std::uint32_t stream, std::string_view bytes) {
+    std::array<std::string_view, K_PIECES_AT_ONCE> payloads;
+    std::size_t count = 0;
+    for (; !bytes.empty(); ++count) {
+        payloads[count] = bytes.substr(0, BackendStream::K_READ_SIZE);
+        bytes.remove_prefix(payloads[count].size());
+    }
+    return connection.send_frames(tessaron::tunnel::FRAME_DATA, stream,
+                                  std::span(payloads).first(count));
+}
+
+} // namespace
+
 BackendStream::BackendStream(tessaron::UniqueFd socket) : socket_(std::move(socket)) {
-    // Both sides have cut their data into what should travel at once.
-    int const on = 1;
-    setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 void BackendStream::deliver(std::string_view payload, int tunnel) {
@@ -37,7 +51,7 @@ bool BackendStream::wait_for_room(int tunnel) const {
 }
 
 void BackendStream::pump_from_backend(TunnelConnection& connection, std::uint32_t stream) {
-    std::array<char, K_READ_SIZE> buffer;
+    std::array<char, K_PIECES_AT_ONCE * K_READ_SIZE> buffer;
     for (;;) {
         ssize_t const count = recv(socket_.get(), buffer.data(), buffer.size(), 0);
         if (count < 0 && errno == EINTR) {
@@ -45,8 +59,7 @@ void BackendStream::pump_from_backend(TunnelConnection& connection, std::uint32_
         }
         // What had come before a close is nobody's any more.
         if (count <= 0 || closed_ ||
-            !connection.send_frame(FRAME_DATA, stream,
-                                   {buffer.data(), static_cast<std::size_t>(count)})) {
+            !send_pieces(connection, stream, {buffer.data(), static_cast<std::size_t>(count)})) {
             return;
         }
     }

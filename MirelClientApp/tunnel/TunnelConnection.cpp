@@ -1,18 +1,20 @@
 #include "MirelClientApp/tunnel/TunnelConnection.hpp"
 
-#include <algorithm>
+#include "MirelClientApp/web/socket_io.hpp"
+
 #include <array>
+#include <cassert>
 #include <cerrno>
-#include <cstring>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
+#include <sys/time.h>
 #include <utility>
 
 namespace mirelclient {
 
+using namespace tessaron::tunnel;
 using tessaron::MutexLock;
 
 namespace {
@@ -26,6 +28,19 @@ int seconds_of(std::chrono::seconds duration) {
     return static_cast<int>(duration.count());
 }
 
+timeval time_of(std::chrono::milliseconds duration) {
+    constexpr std::chrono::milliseconds K_SECOND{1000};
+    return {duration / K_SECOND, (duration % K_SECOND) / std::chrono::microseconds(1)};
+}
+
+/// Waits within the calls themselves, which saves two calls for each frame.
+void make_blocking(int socket, std::chrono::milliseconds limit) {
+    timeval const time = time_of(limit);
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+    fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) & ~O_NONBLOCK);
+}
+
 void set_options(int socket, TunnelLiveness const& liveness) {
     set_option(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
     set_option(socket, IPPROTO_TCP, TCP_KEEPIDLE, seconds_of(liveness.keepalive_idle));
@@ -35,32 +50,30 @@ void set_options(int socket, TunnelLiveness const& liveness) {
     set_option(socket, IPPROTO_TCP, TCP_NODELAY, 1);
 }
 
-/// What is left of the two parts after `count` bytes of them.
-void skip(std::array<iovec, 2>& parts, std::size_t count) {
-    for (iovec& part : parts) {
-        std::size_t const step = std::min(count, part.iov_len);
-        part.iov_base = static_cast<char*>(part.iov_base) + step;
-        part.iov_len -= step;
-        count -= step;
-    }
-}
-
-iovec part_of(std::string_view bytes) {
-    return {const_cast<char*>(bytes.data()), bytes.size()};
-}
-
 } // namespace
 
 TunnelConnection::TunnelConnection(tessaron::UniqueFd socket, TunnelLiveness const& liveness)
-    : socket_(std::move(socket)), look_period_(liveness.look_period),
-      window_watch_(socket_.get(), liveness.answer_limit) {
+    : socket_(std::move(socket)), window_watch_(socket_.get(), liveness.answer_limit) {
     set_options(socket_.get(), liveness);
+    make_blocking(socket_.get(), liveness.look_period);
 }
 
 bool TunnelConnection::send_frame(std::uint8_t type, std::uint32_t stream,
                                   std::string_view payload) {
-    auto const header = encode_header({type, stream, static_cast<std::uint32_t>(payload.size())});
-    return send_full({header.data(), header.size()}, payload);
+    return send_frames(type, stream, std::span(&payload, 1));
+}
+
+bool TunnelConnection::send_frames(std::uint8_t type, std::uint32_t stream,
+                                   std::span<std::string_view const> payloads) {
+    std::array<FrameHeaderBytes, K_MAX_FRAMES_AT_ONCE> headers;
+    std::array<iovec, 2 * K_MAX_FRAMES_AT_ONCE> pieces;
+    assert(payloads.size() <= K_MAX_FRAMES_AT_ONCE);
+    for (std::size_t i = 0; i < payloads.size(); ++i) {
+        headers[i] = encode_header({type, stream, static_cast<std::uint32_t>(payloads[i].size())});
+        pieces[2 * i] = send_piece({headers[i].data(), headers[i].size()});
+        pieces[2 * i + 1] = send_piece(payloads[i]);
+    }
+    return send_full(std::span(pieces).first(2 * payloads.size()));
 }
 
 bool TunnelConnection::send_console_frame(std::uint32_t stream, std::string_view bytes) {
@@ -68,25 +81,22 @@ bool TunnelConnection::send_console_frame(std::uint32_t stream, std::string_view
     auto const outer = encode_header(
         {FRAME_DATA, stream, static_cast<std::uint32_t>(K_CONSOLE_HEADER_SIZE + length)});
     auto const inner = encode_console_header(CONSOLE_BYTES, length);
-    std::array<char, K_FRAME_HEADER_SIZE + K_CONSOLE_HEADER_SIZE> header;
-    std::memcpy(header.data(), outer.data(), outer.size());
-    std::memcpy(header.data() + outer.size(), inner.data(), inner.size());
-    return send_full({header.data(), header.size()}, bytes);
+    std::array<iovec, 3> pieces{send_piece({outer.data(), outer.size()}),
+                                send_piece({inner.data(), inner.size()}), send_piece(bytes)};
+    return send_full(pieces);
 }
 
-bool TunnelConnection::send_full(std::string_view header, std::string_view payload) {
-    std::array<iovec, 2> parts{part_of(header), part_of(payload)};
-    msghdr message{};
-    message.msg_iov = parts.data();
-    message.msg_iovlen = parts.size();
-    std::size_t left = header.size() + payload.size();
+bool TunnelConnection::send_full(std::span<iovec> pieces) {
     MutexLock const lock(write_mutex_);
-    while (left > 0) {
+    pieces = drop_sent(pieces, 0);
+    while (!pieces.empty()) {
+        msghdr message{};
+        message.msg_iov = pieces.data();
+        message.msg_iovlen = pieces.size();
         ssize_t const count = sendmsg(socket_.get(), &message, MSG_NOSIGNAL);
         if (count > 0) {
-            skip(parts, static_cast<std::size_t>(count));
-            left -= static_cast<std::size_t>(count);
-        } else if (errno == EAGAIN ? !wait(POLLOUT) : errno != EINTR) {
+            pieces = drop_sent(pieces, static_cast<std::size_t>(count));
+        } else if (!may_go_on()) {
             return false;
         }
     }
@@ -110,25 +120,28 @@ std::optional<TunnelFrame> TunnelConnection::read_frame() {
 }
 
 bool TunnelConnection::recv_full(char* buffer, std::size_t size) {
-    while (size > 0) {
-        ssize_t const count = recv(socket_.get(), buffer, size, 0);
-        if (count > 0) {
-            buffer += count;
-            size -= static_cast<std::size_t>(count);
-        } else if (count == 0 || (errno == EAGAIN ? !wait(POLLIN) : errno != EINTR)) {
-            return false;
-        }
-    }
-    return true;
+    return input_.read_full(buffer, size,
+                            [this](char* to, std::size_t most) { return receive(to, most); });
 }
 
-bool TunnelConnection::wait(short events) {
-    pollfd polled{socket_.get(), events, 0};
-    int const count = poll(&polled, 1, static_cast<int>(look_period_.count()));
-    if (count == 0) {
-        window_watch_.look();
+std::size_t TunnelConnection::receive(char* buffer, std::size_t most) {
+    for (;;) {
+        ssize_t const count = recv(socket_.get(), buffer, most, 0);
+        if (count > 0) {
+            return static_cast<std::size_t>(count);
+        }
+        if (count == 0 || !may_go_on()) {
+            return 0;
+        }
     }
-    return count >= 0 || errno == EINTR;
+}
+
+bool TunnelConnection::may_go_on() {
+    if (errno == EAGAIN) {
+        window_watch_.look();
+        return true;
+    }
+    return errno == EINTR;
 }
 
 void TunnelConnection::shutdown() noexcept {

@@ -1,15 +1,19 @@
 #pragma once
 
 #include "MirelClientApp/tunnel/WindowWatch.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "MirelClientApp/web/ReceiveBuffer.hpp"
 #include "app/utilities/file_io.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <sys/uio.h>
 
 namespace mirelclient {
 
@@ -27,7 +31,7 @@ struct TunnelLiveness {
 };
 
 struct TunnelFrame {
-    FrameHeader header;
+    tessaron::tunnel::FrameHeader header;
     std::string payload;
 };
 
@@ -40,12 +44,17 @@ struct TunnelFrame {
 /// Errors: `false` or nothing when the connection has failed or was shut down.
 class TunnelConnection {
 public:
-    /// Takes a connected, non-blocking socket.
+    /// Takes a connected socket, and has it block.
     explicit TunnelConnection(tessaron::UniqueFd socket, TunnelLiveness const& liveness = {});
 
     /// Blocks while the server does not read.
     [[nodiscard]] bool send_frame(std::uint8_t type, std::uint32_t stream, std::string_view payload)
         TESSARON_EXCLUDES(write_mutex_);
+    /// Several frames of one stream in one go, `K_MAX_FRAMES_AT_ONCE` at most.
+    [[nodiscard]] bool send_frames(std::uint8_t type, std::uint32_t stream,
+                                   std::span<std::string_view const> payloads)
+        TESSARON_EXCLUDES(write_mutex_);
+    static constexpr std::size_t K_MAX_FRAMES_AT_ONCE = 4;
     /// Terminal output: one sub-frame in one frame.
     [[nodiscard]] bool send_console_frame(std::uint32_t stream, std::string_view bytes)
         TESSARON_EXCLUDES(write_mutex_);
@@ -61,16 +70,17 @@ public:
     void shutdown() noexcept;
 
 private:
-    /// Header and payload in one call as far as the system takes them.
-    bool send_full(std::string_view header, std::string_view payload)
-        TESSARON_EXCLUDES(write_mutex_);
+    /// In as few calls as the system makes of it. Uses up the list.
+    bool send_full(std::span<iovec> pieces) TESSARON_EXCLUDES(write_mutex_);
     bool recv_full(char* buffer, std::size_t size);
-    /// False when the socket cannot be waited for.
-    bool wait(short events);
+    /// Some bytes, at least one; 0 at the end of the connection.
+    std::size_t receive(char* buffer, std::size_t most);
+    /// After a call that moved no byte: whether it is to be repeated.
+    bool may_go_on();
 
     tessaron::UniqueFd const socket_;
-    std::chrono::milliseconds const look_period_;
     WindowWatch window_watch_;
+    ReceiveBuffer<std::size_t{64} * 1024> input_;
     tessaron::Mutex write_mutex_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "MirelClientApp/web/HandlerGate.hpp"
 #include "MirelClientApp/web/http_message.hpp"
+#include "MirelClientApp/web/socket_dial.hpp"
 
 #include <chrono>
 #include <stop_token>

@@ -2,7 +2,6 @@
 
 #include "MirelClientApp/web/socket_io.hpp"
 
-#include <algorithm>
 #include <cassert>
 #include <cerrno>
 #include <cstring>
@@ -154,36 +153,14 @@ std::optional<std::uint64_t> WsConnection::read_big_endian(std::size_t size) {
 }
 
 bool WsConnection::read_full(void* buffer, std::size_t size) {
-    auto* to = static_cast<std::uint8_t*>(buffer);
-    while (size > 0) {
-        if (input_begin_ < input_end_) {
-            std::size_t const taken = std::min(size, input_end_ - input_begin_);
-            std::memcpy(to, input_.data() + input_begin_, taken);
-            input_begin_ += taken;
-            to += taken;
-            size -= taken;
-            continue;
-        }
-        // What is larger than the buffer goes straight to its place.
-        bool const direct = size >= input_.size();
-        ssize_t const got =
-            ::recv(fd_.get(), direct ? to : input_.data(), direct ? size : input_.size(), 0);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got <= 0) {
-            return false;
-        }
-        auto const count = static_cast<std::size_t>(got);
-        if (direct) {
-            to += count;
-            size -= count;
-        } else {
-            input_begin_ = 0;
-            input_end_ = count;
-        }
-    }
-    return true;
+    return input_.read_full(static_cast<char*>(buffer), size,
+                            [this](char* to, std::size_t most) -> std::size_t {
+                                ssize_t got = -1;
+                                do {
+                                    got = ::recv(fd_.get(), to, most, 0);
+                                } while (got < 0 && errno == EINTR);
+                                return got > 0 ? static_cast<std::size_t>(got) : 0;
+                            });
 }
 
 bool WsConnection::write_frame(std::uint8_t opcode, void const* data, std::size_t size) {

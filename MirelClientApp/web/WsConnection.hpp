@@ -1,5 +1,6 @@
 #pragma once
 
+#include "MirelClientApp/web/ReceiveBuffer.hpp"
 #include "app/utilities/file_io.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
@@ -77,10 +78,7 @@ private:
         TESSARON_EXCLUDES(write_mutex_);
 
     tessaron::UniqueFd fd_;
-    // Input that came with what was asked for: a keystroke costs one call instead of three.
-    std::array<std::uint8_t, 4096> input_;
-    std::size_t input_begin_ = 0;
-    std::size_t input_end_ = 0;
+    ReceiveBuffer<4096> input_;
     /// Held for one frame, from its first byte to its last.
     tessaron::Mutex write_mutex_;
 };

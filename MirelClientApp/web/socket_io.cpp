@@ -7,10 +7,7 @@
 
 namespace mirelclient {
 
-namespace {
-
-/// Takes what was sent out of the list, and what is empty.
-std::span<iovec> drop(std::span<iovec> pieces, std::size_t sent) {
+std::span<iovec> drop_sent(std::span<iovec> pieces, std::size_t sent) {
     while (!pieces.empty() && pieces.front().iov_len <= sent) {
         sent -= pieces.front().iov_len;
         pieces = pieces.subspan(1);
@@ -22,15 +19,13 @@ std::span<iovec> drop(std::span<iovec> pieces, std::size_t sent) {
     return pieces;
 }
 
-} // namespace
-
 bool send_all(int fd, std::string_view bytes) {
     iovec piece = send_piece(bytes);
     return send_all(fd, std::span(&piece, 1));
 }
 
 bool send_all(int fd, std::span<iovec> pieces) {
-    pieces = drop(pieces, 0);
+    pieces = drop_sent(pieces, 0);
     while (!pieces.empty()) {
         msghdr message{};
         message.msg_iov = pieces.data();
@@ -42,9 +37,17 @@ bool send_all(int fd, std::span<iovec> pieces) {
         if (sent <= 0) {
             return false;
         }
-        pieces = drop(pieces, static_cast<std::size_t>(sent));
+        pieces = drop_sent(pieces, static_cast<std::size_t>(sent));
     }
     return true;
+}
+
+bool wait_for_any(std::span<pollfd> waited, std::chrono::milliseconds time) {
+    int count = -1;
+    do {
+        count = ::poll(waited.data(), waited.size(), static_cast<int>(time.count()));
+    } while (count < 0 && errno == EINTR);
+    return count > 0;
 }
 
 } // namespace mirelclient

@@ -1,39 +1,38 @@
-// A terminal over a WebSocket against a bare reader of a pseudo-terminal: how fast a long text
-// comes through, and how long a keystroke's echo takes. Both start the same shell, and take turns.
+// A terminal over a WebSocket against a bare reader of a pseudo-terminal and against websockify:
+// how fast a long text comes through, and how long a keystroke's echo takes. All start the same
+// shell, and take turns.
 
 #include "MirelClientApp/console/Console.hpp"
 #include "MirelClientApp/web/WebServer.hpp"
+#include "bench/support/WebSocketClient.hpp"
+#include "bench/support/loopback.hpp"
+#include "bench/support/statistics.hpp"
 
-#include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
+#include <memory>
 #include <pty.h>
 #include <string>
 #include <string_view>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
+using bench::fail;
+using bench::median;
+
 using Clock = std::chrono::steady_clock;
 
 constexpr int K_ROUNDS = 7;
 constexpr int K_KEYSTROKES = 1000;
 constexpr std::size_t K_TEXT_BYTES = std::size_t{50} * 1000 * 1000;
-
-[[noreturn]] void fail(char const* what) {
-    std::perror(what);
-    std::exit(1);
-}
 
 /// One terminal as its user sees it: keys in, output out.
 class ITerminal {
@@ -82,81 +81,15 @@ private:
     std::array<char, 4096> buffer_;
 };
 
-/// A client that takes whole frames out of a large buffer, as browsers do.
 class WebTerminal : public ITerminal {
 public:
-    explicit WebTerminal(std::uint16_t port) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-            fail("connect");
-        }
-        int const on = 1;
-        setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        send_bytes("GET /ws HTTP/1.1\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
-                   "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n");
-        std::size_t head_end = 0;
-        while (head_end == 0) {
-            receive();
-            std::size_t const found = view().find("\r\n\r\n");
-            head_end = found == std::string_view::npos ? 0 : found + 4;
-        }
-        begin_ += head_end;
-    }
-    ~WebTerminal() override { close(fd_); }
-    WebTerminal(WebTerminal const&) = delete;
-    WebTerminal& operator=(WebTerminal const&) = delete;
+    WebTerminal(std::uint16_t port, std::string const& path) : client_(port, path) {}
 
-    void type(std::string_view keys) override {
-        std::string frame = "\x82";
-        frame += static_cast<char>(0x80 | keys.size());
-        frame.append(4, '\0'); // a mask that changes nothing
-        send_bytes(frame.append(keys));
-    }
-    std::string_view read() override {
-        for (;;) {
-            std::string_view const input = view();
-            std::size_t size = input.size() < 2 ? 0 : static_cast<unsigned char>(input[1]);
-            std::size_t header = 2;
-            if (size == 126 && input.size() >= 4) {
-                size = static_cast<std::size_t>(static_cast<unsigned char>(input[2])) << 8 |
-                       static_cast<unsigned char>(input[3]);
-                header = 4;
-            }
-            if (input.size() >= 4 - (header == 2 ? 2 : 0) && input.size() >= 2 &&
-                input.size() >= header + size && !(header == 2 && size == 126)) {
-                begin_ += header + size;
-                return input.substr(header, size);
-            }
-            receive();
-        }
-    }
+    void type(std::string_view keys) override { client_.write(keys); }
+    std::string_view read() override { return client_.read(); }
 
 private:
-    std::string_view view() const { return {buffer_.data() + begin_, end_ - begin_}; }
-    void receive() {
-        std::copy(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
-                  buffer_.begin() + static_cast<std::ptrdiff_t>(end_), buffer_.begin());
-        end_ -= begin_;
-        begin_ = 0;
-        ssize_t const got = recv(fd_, buffer_.data() + end_, buffer_.size() - end_, 0);
-        if (got <= 0) {
-            fail("recv");
-        }
-        end_ += static_cast<std::size_t>(got);
-    }
-    void send_bytes(std::string_view bytes) const {
-        if (send(fd_, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-            fail("send");
-        }
-    }
-
-    int fd_;
-    std::vector<char> buffer_ = std::vector<char>(std::size_t{256} * 1024);
-    std::size_t begin_ = 0;
-    std::size_t end_ = 0;
+    bench::WebSocketClient client_;
 };
 
 /// Reads up to the text; returns how many bytes came.
@@ -183,11 +116,6 @@ double megabytes_per_second(ITerminal& terminal, std::string const& file) {
     std::size_t const bytes = read_until(terminal, "end\r\n");
     std::chrono::duration<double> const time = Clock::now() - begin;
     return static_cast<double>(bytes) / 1e6 / time.count();
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 double echo_microseconds(ITerminal& terminal) {
@@ -222,9 +150,32 @@ std::string write_text() {
     return path;
 }
 
+struct Figures {
+    std::vector<double> rates;
+    std::vector<double> echoes;
+};
+
+template <typename MakeTerminal>
+void measure(Figures& figures, std::string const& file, MakeTerminal const& make_terminal) {
+    figures.rates.push_back(megabytes_per_second(*make_terminal(), file));
+    figures.echoes.push_back(echo_microseconds(*make_terminal()));
+}
+
+void report(char const* peer, Figures const& ours, Figures const& theirs) {
+    double const rate = median(theirs.rates);
+    double const echo = median(theirs.echoes);
+    std::printf("%s: 50 MB at %.1f MB/s, ours %.2fx; echo of a key %.1f us, ours %.2fx\n", peer,
+                rate, median(ours.rates) / rate, echo, median(ours.echoes) / echo);
+}
+
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: %s PORT   (of the peer; see ./run)\n", argv[0]);
+        return 2;
+    }
+    auto const peer_port = static_cast<std::uint16_t>(std::atoi(argv[1]));
     mirelclient::Console console;
     mirelclient::WebServer server("127.0.0.1", 0);
     server.route_ws("GET", "/ws", [&console](int fd, mirelclient::HttpRequest const& request) {
@@ -235,19 +186,16 @@ int main() {
         return 1;
     }
     std::string const file = write_text();
-    std::vector<double> bare_rates, web_rates, bare_echoes, web_echoes;
+    Figures bare, ours, peer;
     for (int round = 0; round < K_ROUNDS; ++round) {
-        bare_rates.push_back(megabytes_per_second(*std::make_unique<BareTerminal>(), file));
-        web_rates.push_back(
-            megabytes_per_second(*std::make_unique<WebTerminal>(server.port()), file));
-        bare_echoes.push_back(echo_microseconds(*std::make_unique<BareTerminal>()));
-        web_echoes.push_back(echo_microseconds(*std::make_unique<WebTerminal>(server.port())));
+        measure(bare, file, [] { return std::make_unique<BareTerminal>(); });
+        measure(ours, file, [&] { return std::make_unique<WebTerminal>(server.port(), "/ws"); });
+        measure(peer, file,
+                [&] { return std::make_unique<WebTerminal>(peer_port, "/websockify"); });
     }
     unlink(file.c_str());
     console.request_stop();
-    std::printf("50 MB through a terminal, MB/s: bare %.1f, WebSocket %.1f, ratio %.2f\n",
-                median(bare_rates), median(web_rates), median(web_rates) / median(bare_rates));
-    std::printf("echo of a keystroke, us: bare %.1f, WebSocket %.1f, ratio %.2f\n",
-                median(bare_echoes), median(web_echoes), median(web_echoes) / median(bare_echoes));
+    report("bare pseudo-terminal", ours, bare);
+    report("websockify before a pseudo-terminal", ours, peer);
     return 0;
 }

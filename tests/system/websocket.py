@@ -183,6 +183,14 @@ class RawTerminal(RawWebSocket):
     def type(self, keys):
         self.send(frame(2, keys.encode()))
 
+    def is_ended_by(self, keys):
+        """Whether nobody answers any more once they are typed."""
+        try:
+            self.type(keys)
+            return self.answer_to_ping(b"?") is None
+        except OSError:
+            return True
+
 
 class RawViewer(RawWebSocket):
     def __init__(self, **headers):

@@ -20,7 +20,7 @@ using test::WsFrame;
 /// A browser with a terminal of the console.
 class Browser {
 public:
-    explicit Browser(Console& console, HttpRequest const& request = test::sample_request()) {
+    explicit Browser(Console& console, HttpRequest const& request = test::sample_handshake()) {
         test::SocketPair const pair;
         peer = std::make_unique<test::WsPeer>(pair.ends[1]);
         server_ = std::thread(
@@ -73,7 +73,7 @@ TEST_F(ConsoleWs, KeysGoInAndOutputComesAsBinaryFrames) {
 }
 
 TEST_F(ConsoleWs, AWrongHandshakeClosesTheSocketSilently) {
-    HttpRequest request = test::sample_request();
+    HttpRequest request = test::sample_handshake();
     request.headers["connection"] = "keep-alive";
     Browser browser(console_, request);
     EXPECT_EQ(browser.peer->read(1), "");
@@ -87,7 +87,7 @@ TEST_F(ConsoleWs, WithoutATerminalTheConnectionEndsRightAfterTheHandshake) {
     test::WsPeer peer(pair.ends[1]);
     rlimit const none{0, former.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
-    handle_console_ws(pair.ends[0], test::sample_request());
+    handle_console_ws(pair.ends[0], test::sample_handshake());
     setrlimit(RLIMIT_NOFILE, &former);
     EXPECT_EQ(peer.read(1000), test::K_SAMPLE_ANSWER);
 }

@@ -33,18 +33,18 @@ void expect_refused(HttpRequest const& request) {
 }
 
 HttpRequest with_header(std::string const& name, std::string const& value) {
-    HttpRequest request = test::sample_request();
+    HttpRequest request = test::sample_handshake();
     request.headers[name] = value;
     return request;
 }
 
 TEST(WebSocketHandshake, AnswersTheExampleOfTheStandard) {
-    expect_accepted(test::sample_request());
+    expect_accepted(test::sample_handshake());
 }
 
 TEST(WebSocketHandshake, IsAGetAndNothingElse) {
     for (char const* method : {"POST", "get", "HEAD", ""}) {
-        HttpRequest request = test::sample_request();
+        HttpRequest request = test::sample_handshake();
         request.method = method;
         expect_refused(request);
     }
@@ -52,7 +52,7 @@ TEST(WebSocketHandshake, IsAGetAndNothingElse) {
 
 TEST(WebSocketHandshake, NeedsEachOfItsHeaders) {
     for (char const* name : {"connection", "upgrade", "sec-websocket-key"}) {
-        HttpRequest request = test::sample_request();
+        HttpRequest request = test::sample_handshake();
         request.headers.erase(name);
         expect_refused(request);
         request.headers[name] = "";
@@ -79,7 +79,7 @@ TEST(WebSocketHandshake, FailsWhenTheClientHasLeft) {
     test::SocketPair pair;
     tessaron::UniqueFd const server(pair.ends[0]);
     tessaron::UniqueFd(pair.ends[1]).reset();
-    EXPECT_FALSE(ws_handshake(server.get(), test::sample_request()));
+    EXPECT_FALSE(ws_handshake(server.get(), test::sample_handshake()));
 }
 
 TEST(HeaderContainsToken, ComparesWholePieces) {
