@@ -145,8 +145,9 @@ def server_is_lost(viewer, backend):
             viewer.send(frame(2, b"key"))
 
 
-VIEWER_ENDS = [viewer_leaves_by_close_frame, viewer_leaves_a_silent_server, viewer_is_lost, viewer_is_lost_amid_pictures,
-               viewer_is_lost_amid_input, viewer_breaks_off_within_a_frame, server_ends, server_is_lost]
+VIEWER_ENDS = [viewer_leaves_by_close_frame, viewer_leaves_a_silent_server, viewer_is_lost,
+               viewer_is_lost_amid_pictures, viewer_is_lost_amid_input, viewer_breaks_off_within_a_frame,
+               server_ends, server_is_lost]
 
 
 @pytest.fixture

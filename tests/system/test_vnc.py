@@ -5,6 +5,7 @@ import socket
 import pytest
 import websockets
 
+from daemon import LOG_FILE, STOPPED_BY_SIGTERM
 from processes import thread_names
 from programs import wait_until
 from screen import VNC_PORT, accepted, fill, read_all, screen_server
@@ -212,3 +213,39 @@ def test_frames_that_come_in_any_pieces_reach_the_server_whole(screen):
         viewer.send(data[2000:])
         expected = b"".join(payloads)
         assert read_all(backend, len(expected)) == expected
+
+
+def test_a_crash_ends_every_bridge(daemon, screen):
+    viewers = [RawViewer() for _ in range(3)]
+    backends = [accepted(screen) for _ in viewers]
+    daemon.crash()
+    assert [viewer.frames() for viewer in viewers] == [[]] * 3
+    assert [read_all(backend, 1) for backend in backends] == [b""] * 3
+    with raw_viewer() as viewer, accepted(screen) as backend:
+        backend.sendall(GREETING)
+        assert viewer.read_frame() == (2, GREETING)
+    for connection in viewers + backends:
+        connection.close()
+
+
+def test_no_end_of_a_bridge_is_told_in_the_log(daemon):
+    def messages_of_a_session(visit):
+        daemon.start()
+        visit()
+        assert daemon.stop() == STOPPED_BY_SIGTERM
+        lines = daemon.log().splitlines()
+        LOG_FILE.unlink()
+        assert "session stop: " in lines[-1]
+        return [line.partition("] [20")[2].partition("] ")[2] for line in lines[:-1]]
+
+    def visit():
+        for sent in ENDS.values():
+            with raw_viewer() as viewer:  # nobody to be dialled
+                viewer.frames()
+            with screen_server() as listener, raw_viewer() as viewer, accepted(listener) as backend:
+                viewer.send(sent)
+                viewer.abort()
+                read_all(backend, 1)
+    daemon.configure(log_min_level=0)
+    messages_of_a_session(lambda: None)  # which completes the configuration
+    assert messages_of_a_session(visit) == messages_of_a_session(lambda: None)

@@ -147,6 +147,25 @@ TEST_F(VncBridgeTest, AfterTheLocalServersEndPingsAreAnsweredUntilTheNextMessage
         "the bridge ends");
 }
 
+TEST_F(VncBridgeTest, AServerThatHangsUpAtOnceStillLeavesItsViewerAnAnswerToAPing) {
+    for (int i = 0; i < 100; ++i) {
+        Viewer viewer(bridges_, screen_.port());
+        screen_.accept().hang_up();
+        ASSERT_TRUE(viewer.is_open());
+        viewer.peer->send(WsFrame{9, "x"});
+        ASSERT_EQ(viewer.peer->read_frame(), (WsFrame{10, "x", true, false}));
+    }
+}
+
+TEST_F(VncBridgeTest, WhatAViewerSendsBeforeItLeavesReachesTheServer) {
+    for (int i = 0; i < 100; ++i) {
+        Viewer viewer(bridges_, screen_.port());
+        viewer.peer->send(WsFrame{2, "first"});
+        viewer.peer->end_of_input();
+        ASSERT_EQ(screen_.accept().read(6), "first");
+    }
+}
+
 TEST_F(VncBridgeTest, TheViewersEndEndsTheLocalConnection) {
     Viewer viewer(bridges_, screen_.port());
     test::Peer local = screen_.accept();
