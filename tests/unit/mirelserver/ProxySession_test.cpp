@@ -1,4 +1,5 @@
 #include "mirelserver/ProxySession.hpp"
+#include "tests/unit/mirelserver/run_until.hpp"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/read.hpp>
@@ -78,12 +79,7 @@ protected:
 
     template <typename Condition>
     bool run_until(Condition condition) {
-        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds{30};
-        while (!condition() && std::chrono::steady_clock::now() < deadline) {
-            context_.restart();
-            context_.run_one_for(std::chrono::seconds{1});
-        }
-        return condition();
+        return test::run_until(context_, condition);
     }
 
     /// All that the browser gets, up to the end of its connection.
