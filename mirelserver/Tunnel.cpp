@@ -96,13 +96,12 @@ void Tunnel::read() {
 }
 
 void Tunnel::on_read(ErrorCode error, std::size_t size) {
-    if (error || ended_ || !parser_.feed({input_.data(), size}, *this)) {
+    if (error || ended_) {
         return end();
     }
+    bool const is_in_order = parser_.feed({input_.data(), size}, *this);
     deliver();
-    if (!ended_) {
-        read();
-    }
+    is_in_order && !ended_ ? read() : end();
 }
 
 bool Tunnel::on_header(FrameHeader const& header) {
