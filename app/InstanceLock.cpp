@@ -23,15 +23,14 @@ InstanceLock::~InstanceLock() {
 }
 
 void InstanceLock::acquire_single_instance_lock() {
-    if (held_ || !open_lock_file()) {
-        return;
+    while (!held_ && open_lock_file()) {
+        if (!detail::lock_unless_held(fd_.get())) {
+            holder_info_ = detail::read_holder_info(fd_.get());
+            fd_.reset();
+            return;
+        }
+        mark_lock_acquired_if_current();
     }
-    if (detail::lock_unless_held(fd_.get())) {
-        mark_lock_acquired();
-        return;
-    }
-    holder_info_ = detail::read_holder_info(fd_.get());
-    fd_.reset();
 }
 
 void InstanceLock::wait_for_single_instance() {
@@ -41,13 +40,12 @@ void InstanceLock::wait_for_single_instance() {
     say(LogLevel::WARNING, "\"" + app_name_ + "\" is already running" +
                                (holder_info_.empty() ? "" : ":\n" + holder_info_) +
                                "\nWaiting for it to exit...");
-    if (!open_lock_file()) {
-        return;
-    }
-    if (detail::flock_uninterrupted(fd_.get(), LOCK_EX)) {
-        mark_lock_acquired();
-    } else {
-        fd_.reset();
+    while (!held_ && open_lock_file()) {
+        if (!detail::flock_uninterrupted(fd_.get(), LOCK_EX)) {
+            fd_.reset();
+            return;
+        }
+        mark_lock_acquired_if_current();
     }
 }
 
@@ -98,6 +96,13 @@ void InstanceLock::release_signal_safe() noexcept {
     }
     held_ = false;
     errno = saved_errno;
+}
+
+/// An instance that ended may have deleted the file after it was opened here.
+void InstanceLock::mark_lock_acquired_if_current() {
+    if (detail::is_file_at(detail::make_lock_file_path(app_name_), fd_.get())) {
+        mark_lock_acquired();
+    }
 }
 
 void InstanceLock::mark_lock_acquired() {

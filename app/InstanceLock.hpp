@@ -51,6 +51,7 @@ public:
     void release_signal_safe() noexcept;
 
 private:
+    void mark_lock_acquired_if_current();
     void mark_lock_acquired();
     void terminate_and_take_over(pid_t holder);
     /// Opens the lock file into `fd_`; says why where that fails.

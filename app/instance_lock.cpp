@@ -10,6 +10,7 @@
 #include <initializer_list>
 #include <string_view>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <thread>
 #include <tuple>
 #include <unistd.h>
@@ -132,9 +133,22 @@ void resolve_instance_conflict_before_logging_starts(std::string const& app_name
 }
 
 void remove_lock_file_if_test_suffixed(std::string const& app_name) {
-    if (!lock_file_suffix().empty()) {
-        unlink(make_lock_file_path(app_name).c_str());
+    if (lock_file_suffix().empty()) {
+        return;
     }
+    std::string const path = make_lock_file_path(app_name);
+    UniqueFd const file = open_file(path, O_RDWR);
+    // The next instance may hold it by now, and one that comes later must find it held.
+    if (file.is_open() && flock_uninterrupted(file.get(), LOCK_EX | LOCK_NB)) {
+        unlink(path.c_str());
+    }
+}
+
+bool is_file_at(std::string const& path, int fd) {
+    struct stat opened {};
+    struct stat named {};
+    return fstat(fd, &opened) == 0 && stat(path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
 UniqueFd open_lock_file(std::string const& path) {

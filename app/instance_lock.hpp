@@ -52,13 +52,16 @@ void resolve_instance_conflict_before_logging_starts(
     std::string const& app_name, int argc, char const* const* argv,
     std::chrono::milliseconds patience = K_KILL_PATIENCE);
 
-/// Deletes the lock file if CONSOLE_APP_LOCK_SUFFIX is set and not empty; otherwise the file stays.
+/// Deletes the lock file if CONSOLE_APP_LOCK_SUFFIX is set and not empty, and nobody holds it;
+/// otherwise the file stays.
 void remove_lock_file_if_test_suffixed(std::string const& app_name);
 
 // What `InstanceLock` needs as well.
 
 /// Open for reading and writing, created if need be; `errno` tells why it failed.
 [[nodiscard]] UniqueFd open_lock_file(std::string const& path);
+/// Whether the path leads to the open file: one that was deleted is a lock that nobody else finds.
+[[nodiscard]] bool is_file_at(std::string const& path, int fd);
 /// `flock`, repeated while a signal interrupts it.
 [[nodiscard]] bool flock_uninterrupted(int fd, int operation);
 /// Locks without waiting, but for one case: while the process that the file names does not exist,

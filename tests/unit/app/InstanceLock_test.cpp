@@ -156,6 +156,19 @@ TEST_F(InstanceLockTest, WithoutAReportTheStandardErrorStreamIsToldAlone) {
     EXPECT_EQ(errors_.text(), failed_to_open().text + "\n");
 }
 
+TEST_F(InstanceLockTest, AFileThatWasDeletedMeanwhileIsNoLock) {
+    PausedChild holder(hold_lock_by_name());
+    lock_.acquire_single_instance_lock();
+    std::thread waiter([this] { lock_.wait_for_single_instance(); });
+    test::wait_until([this] { return waits_for_lock(); }, "the lock is waited for");
+    ASSERT_TRUE(std::filesystem::remove(path_)); // as an instance under a test's suffix does
+    holder.end();
+    waiter.join();
+    EXPECT_TRUE(lock_.is_held());
+    EXPECT_EQ(lock_file_text(), own_text());
+    EXPECT_TRUE(is_held_as_others_see_it());
+}
+
 TEST_F(InstanceLockTest, WaitTakesTheLockWhenTheHolderExits) {
     PausedChild holder(hold_lock_by_name());
     lock_.acquire_single_instance_lock();

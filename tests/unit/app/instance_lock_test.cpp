@@ -251,6 +251,13 @@ TEST_F(EarlyInstanceLock, WithoutAHolderWaitReturnsAtOnce) {
     EXPECT_FALSE(is_held_as_others_see_it());
 }
 
+TEST_F(EarlyInstanceLock, TheFileOfTheNextInstanceStays) {
+    PausedChild const next(hold_lock("next"));
+    remove_lock_file_if_test_suffixed(name_);
+    EXPECT_EQ(lock_file_text(), "next");
+    EXPECT_TRUE(is_held_as_others_see_it());
+}
+
 TEST_F(EarlyInstanceLock, TheFileIsRemovedUnderATestsSuffixOnly) {
     write_lock_file("text");
     remove_lock_file_if_test_suffixed(name_);
