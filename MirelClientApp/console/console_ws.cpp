@@ -1,5 +1,6 @@
 #include "MirelClientApp/console/console_ws.hpp"
 
+#include "MirelClientApp/console/OutputPump.hpp"
 #include "MirelClientApp/console/PtySession.hpp"
 #include "MirelClientApp/web/WsConnection.hpp"
 #include "MirelClientApp/web/websocket_handshake.hpp"
@@ -7,11 +8,9 @@
 #include "app/utilities/json_value.hpp"
 #include "app/utilities/start_thread.hpp"
 
-#include <array>
 #include <atomic>
 #include <cmath>
 #include <exception>
-#include <span>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
@@ -24,11 +23,6 @@ namespace mirelclient {
 using tessaron::json::Value;
 
 namespace {
-
-constexpr std::size_t K_READ_SIZE = 4096;
-constexpr std::size_t K_READS_AT_ONCE = WsConnection::K_MAX_MESSAGES_AT_ONCE;
-/// A smaller piece was all there was: an echo does not wait for another look.
-constexpr std::size_t K_MORE_IS_LIKELY = 512;
 
 /// Only numbers that an integer can hold can be cut; any other one has no low bits to speak of.
 std::uint16_t cut_to_16_bits(double number) {
@@ -51,32 +45,6 @@ void resize(PtySession& session, std::string_view control) {
     } catch (std::exception const&) {
         // Not for us to complain: the terminal works as it is.
     }
-}
-
-/// Each piece that is read becomes a message of its own. Those that are there already leave in one
-/// go, which wakes the other side once: it shares the machine's processors with the shell.
-void send_output(PtySession& session, WsConnection& connection, std::atomic<bool>& done) {
-    std::array<std::array<char, K_READ_SIZE>, K_READS_AT_ONCE> pieces;
-    while (!done) {
-        std::size_t size = session.read_output(pieces[0].data(), K_READ_SIZE);
-        if (size == 0) {
-            break;
-        }
-        std::array<std::string_view, K_READS_AT_ONCE> messages;
-        std::size_t count = 0;
-        messages[count++] = {pieces[0].data(), size};
-        while (size >= K_MORE_IS_LIKELY && count < K_READS_AT_ONCE) {
-            size = session.read_more_output(pieces[count].data(), K_READ_SIZE);
-            if (size > 0) {
-                messages[count] = {pieces[count].data(), size};
-                ++count;
-            }
-        }
-        if (!connection.write_messages(WsConnection::K_BINARY, std::span(messages).first(count))) {
-            break;
-        }
-    }
-    done = true;
 }
 
 void receive_input(PtySession& session, WsConnection& connection, int fd,
@@ -114,7 +82,7 @@ void handle_console_ws(int fd, HttpRequest const& request, std::stop_token const
     std::thread reader;
     try {
         reader = tessaron::start_thread("console-reader",
-                                        [&] { send_output(*session, connection, done); });
+                                        [&] { OutputPump(*session, connection, done).run(); });
     } catch (std::system_error const&) {
         return; // no thread to be had: as without a terminal
     }

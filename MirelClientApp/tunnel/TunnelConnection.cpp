@@ -103,20 +103,17 @@ bool TunnelConnection::send_full(std::span<iovec> pieces) {
     return true;
 }
 
-std::optional<TunnelFrame> TunnelConnection::read_frame() {
+bool TunnelConnection::read_frame(TunnelFrame& frame) {
     FrameHeaderBytes bytes;
     if (!recv_full(bytes.data(), bytes.size())) {
-        return std::nullopt;
+        return false;
     }
-    TunnelFrame frame{decode_header(bytes), {}};
+    frame.header = decode_header(bytes);
     if (frame.header.length > K_MAX_FRAME_PAYLOAD) {
-        return std::nullopt;
+        return false;
     }
     frame.payload.resize(frame.header.length);
-    if (!recv_full(frame.payload.data(), frame.payload.size())) {
-        return std::nullopt;
-    }
-    return frame;
+    return recv_full(frame.payload.data(), frame.payload.size());
 }
 
 bool TunnelConnection::recv_full(char* buffer, std::size_t size) {

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -59,9 +58,10 @@ public:
     [[nodiscard]] bool send_console_frame(std::uint32_t stream, std::string_view bytes)
         TESSARON_EXCLUDES(write_mutex_);
 
-    /// The next frame, or nothing at the end of the connection; a frame with a larger payload than
-    /// allowed is the end of it, before any memory is taken.
-    [[nodiscard]] std::optional<TunnelFrame> read_frame();
+    /// The next frame, in place of the one before, whose memory it takes over. False at the end of
+    /// the connection; a frame with a larger payload than allowed is the end of it, before any
+    /// memory is taken.
+    [[nodiscard]] bool read_frame(TunnelFrame& frame);
 
     /// For a wait that is to end with the connection.
     int descriptor() const noexcept { return socket_.get(); }
@@ -80,7 +80,7 @@ private:
 
     tessaron::UniqueFd const socket_;
     WindowWatch window_watch_;
-    ReceiveBuffer<std::size_t{64} * 1024> input_;
+    ReceiveBuffer<4096> input_;
     tessaron::Mutex write_mutex_;
 };
 

@@ -25,12 +25,9 @@ bool TunnelSession::send_register(std::string const& client_name) {
 }
 
 void TunnelSession::read_loop() {
-    while (!stop_.stop_requested()) {
-        auto const frame = connection_.read_frame();
-        if (!frame) {
-            return;
-        }
-        handle(*frame);
+    TunnelFrame frame;
+    while (!stop_.stop_requested() && connection_.read_frame(frame)) {
+        handle(frame);
     }
 }
 

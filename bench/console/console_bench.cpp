@@ -30,7 +30,7 @@ using bench::median;
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int K_ROUNDS = 7;
+constexpr int K_ROUNDS = 11;
 constexpr int K_KEYSTROKES = 1000;
 constexpr std::size_t K_TEXT_BYTES = std::size_t{50} * 1000 * 1000;
 

@@ -33,11 +33,12 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
 
     mirelclient::TunnelConnection connection{tessaron::UniqueFd(ends[1])};
     std::string seen;
-    while (auto const frame = connection.read_frame()) {
-        require(frame->header.length == frame->payload.size());
-        require(frame->header.length <= tessaron::tunnel::K_MAX_FRAME_PAYLOAD);
-        auto const header = tessaron::tunnel::encode_header(frame->header);
-        seen.append(header.begin(), header.end()).append(frame->payload);
+    mirelclient::TunnelFrame frame;
+    while (connection.read_frame(frame)) {
+        require(frame.header.length == frame.payload.size());
+        require(frame.header.length <= tessaron::tunnel::K_MAX_FRAME_PAYLOAD);
+        auto const header = tessaron::tunnel::encode_header(frame.header);
+        seen.append(header.begin(), header.end()).append(frame.payload);
     }
     require(bytes.starts_with(seen));
     // It ended where a frame is cut short or too large.

@@ -59,33 +59,37 @@ TEST_F(TunnelConnectionTest, FramesGoOutAsTheTableSays) {
 TEST_F(TunnelConnectionTest, FramesAreReadWhole) {
     TunnelConnection connection(std::move(socket));
     ASSERT_TRUE(peer.send_data(7, "payload") && peer.close(8));
-    auto const first = connection.read_frame();
-    auto const second = connection.read_frame();
-    ASSERT_TRUE(first && second);
-    EXPECT_EQ(first->header, (FrameHeader{FRAME_DATA, 7, 7}));
-    EXPECT_EQ(first->payload, "payload");
-    EXPECT_EQ(second->header, (FrameHeader{FRAME_CLOSE, 8, 0}));
+    TunnelFrame frame;
+    ASSERT_TRUE(connection.read_frame(frame));
+    EXPECT_EQ(frame.header, (FrameHeader{FRAME_DATA, 7, 7}));
+    EXPECT_EQ(frame.payload, "payload");
+    ASSERT_TRUE(connection.read_frame(frame));
+    EXPECT_EQ(frame.header, (FrameHeader{FRAME_CLOSE, 8, 0}));
+    EXPECT_EQ(frame.payload, "");
 }
 
 TEST_F(TunnelConnectionTest, AFrameThatIsCutShortIsNone) {
     TunnelConnection connection(std::move(socket));
     ASSERT_TRUE(peer.send(encode_frame(FRAME_DATA, 1, "payload").substr(0, 13)));
     peer.hang_up();
-    EXPECT_FALSE(connection.read_frame());
+    TunnelFrame frame;
+    EXPECT_FALSE(connection.read_frame(frame));
 }
 
 TEST_F(TunnelConnectionTest, AnOversizedFrameIsNone) {
     TunnelConnection connection(std::move(socket));
     auto const header = encode_header({FRAME_DATA, 1, K_MAX_FRAME_PAYLOAD + 1});
     ASSERT_TRUE(peer.send({header.data(), header.size()}));
-    EXPECT_FALSE(connection.read_frame());
+    TunnelFrame frame;
+    EXPECT_FALSE(connection.read_frame(frame));
 }
 
 TEST_F(TunnelConnectionTest, AfterAShutdownNothingIsSent) {
     TunnelConnection connection(std::move(socket));
     connection.shutdown();
     EXPECT_FALSE(connection.send_frame(FRAME_CLOSE, 1, {}));
-    EXPECT_FALSE(connection.read_frame());
+    TunnelFrame frame;
+    EXPECT_FALSE(connection.read_frame(frame));
     EXPECT_TRUE(peer.is_at_end());
 }
 
