@@ -101,6 +101,13 @@ public:
         tessaron::MutexLock const lock(send_mutex_);
         tx_.set_source_match_value(address);
     }
+    /// The address that frames are sent with, while those of others with the same one are still to
+    /// be heard; so are this end's own, where the transport brings them back.
+    void set_sent_source_value(std::uint64_t address) TESSARON_EXCLUDES(send_mutex_) {
+        rx_.set_source_match_value(~std::uint64_t{0});
+        tessaron::MutexLock const lock(send_mutex_);
+        tx_.set_source_match_value(address);
+    }
     /// The channel that frames are sent with. Before `set_interfaces`.
     void set_channel_stamp_value(std::uint16_t channel) TESSARON_EXCLUDES(send_mutex_) {
         tessaron::MutexLock const lock(send_mutex_);
