@@ -17,9 +17,6 @@ using proto::bus::OptionsField;
 using FrameEndpoint =
     proto::ProtocolEndpoint<proto::bus::BusFrame, proto::bus::BusFrame, proto::CrcFast>;
 
-constexpr std::uint8_t K_PROTOCOL_VERSION = 2;
-constexpr std::uint8_t K_DEFAULT_TTL = 8;
-
 bool has_message_id(MessageType type) {
     return type == MessageType::EVENT || type == MessageType::REQUEST ||
            type == MessageType::RESPONSE;

@@ -30,6 +30,9 @@ public:
     using Buffer = CustomSpan<unsigned char>;
     using Receiver = std::function<void(ReceivedFrame&&)>;
 
+    /// Sent in every frame; received ones of any other are handed out like the rest.
+    static constexpr std::uint8_t K_PROTOCOL_VERSION = 2;
+
     BusWire(Buffer rx, Buffer tx, Receiver receiver);
     ~BusWire();
     BusWire(BusWire const&) = delete;
