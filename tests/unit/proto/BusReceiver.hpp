@@ -1,6 +1,7 @@
 #pragma once
 
 #include "proto/ProtocolEndpoint.hpp"
+#include "proto/SharedCrc.hpp"
 #include "proto/bus/bus_frame.hpp"
 #include "tests/unit/proto/bus_frame_model.hpp"
 
