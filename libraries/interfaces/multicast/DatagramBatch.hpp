@@ -10,7 +10,8 @@ namespace proto::interface {
 /// What IPv4 leaves for the payload of a datagram.
 inline constexpr std::size_t K_MAX_DATAGRAM_SIZE = 65507;
 
-/// Datagrams that are to leave together, back to back in one piece of memory, which `clear` keeps.
+/// Datagrams that are to leave together, back to back in one piece of memory, which `clear` keeps:
+/// no more than one message of the system may hold.
 ///
 /// Thread safety: one thread at a time, the caller's duty.
 class DatagramBatch {
@@ -27,7 +28,11 @@ public:
     }
 
     bool empty() const { return sizes_.empty(); }
-    bool is_full() const { return sizes_.size() >= K_MAX_DATAGRAMS; }
+    /// Whether one more of this size may be added. A batch without any takes one of any size.
+    bool has_room_for(std::size_t size) const {
+        return empty() || (sizes_.size() < K_MAX_DATAGRAMS && size <= K_MAX_DATAGRAM_SIZE &&
+                           bytes_.size() <= K_MAX_DATAGRAM_SIZE - size);
+    }
     unsigned char* bytes() { return bytes_.data(); }
     std::vector<std::size_t> const& sizes() const { return sizes_; }
 

@@ -151,8 +151,11 @@ bool MulticastUdpInterface::send_datagram(Bytes datagram) {
         auto const socket = current_socket();
         return socket && socket->send(datagram);
     }
+    if (!batch->has_room_for(datagram.size())) {
+        std::ignore = send_batch(*batch); // those before; this one has hopes of its own
+    }
     batch->add(datagram);
-    return !batch->is_full() || send_batch(*batch);
+    return true;
 }
 
 bool MulticastUdpInterface::send_batch(DatagramBatch& batch) {

@@ -70,8 +70,8 @@ public:
                std::chrono::milliseconds timeout) override;
     void begin_frame() override { frames_.begin(); }
     void end_frame() override;
-    /// The datagrams of this thread leave at the burst's end, or 64 at a time. Those of one size
-    /// in a row cost the system little more than one.
+    /// The datagrams of this thread leave at the burst's end, and each time that 64 of them or 64
+    /// KiB are there. Those of one size in a row cost the system little more than one.
     void begin_burst() override { bursts_.begin(); }
     void end_burst() override;
 
