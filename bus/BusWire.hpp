@@ -30,6 +30,9 @@ public:
     using Buffer = CustomSpan<unsigned char>;
     using Receiver = std::function<void(ReceivedFrame&&)>;
 
+    /// Sent in every frame; received ones of any other are handed out like the rest.
+    static constexpr std::uint8_t K_PROTOCOL_VERSION = 2;
+
     BusWire(Buffer rx, Buffer tx, Receiver receiver);
     ~BusWire();
     BusWire(BusWire const&) = delete;
@@ -41,6 +44,10 @@ public:
     void set_channel(std::uint16_t stamp, std::uint16_t accept_high);
     /// The source of sent frames; received ones that carry it are our own and are dropped.
     void set_source(std::uint32_t address);
+    /// The source of sent frames while it is to be found out whether it is this node's alone:
+    /// received ones that carry it are heard, those of its own that the transport brings back among
+    /// them.
+    void set_contested_source(std::uint32_t address);
 
     /// Sends one frame with the header's fields (not its `data`, nor its `source`) and the payload,
     /// at most `Hub::K_MAX_DATA_FIELD_CHUNK_SIZE` bytes; options stand on the wire only where they

@@ -3,6 +3,7 @@
 #include "bus/glob_pattern.hpp"
 #include "proto/bus/topic_match.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -47,10 +48,17 @@ public:
     }
 
     bool matches(std::uint16_t topic_id, std::string const& name) const {
-        return !find(topic_id, name).empty();
+        return (topic_id != 0 && by_id_.contains(topic_id)) || matches_pattern(name);
     }
 
 private:
+    bool matches_pattern(std::string const& name) const {
+        return !name.empty() &&
+               std::any_of(by_pattern_.begin(), by_pattern_.end(), [&name](auto const& entry) {
+                   return proto::bus::glob_match(entry.first, name);
+               });
+    }
+
     std::multimap<std::string, Handler> by_pattern_;
     std::unordered_multimap<std::uint16_t, Handler> by_id_;
 };

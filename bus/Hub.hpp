@@ -10,11 +10,15 @@
 #include "bus/RequestWorker.hpp"
 #include "bus/RoutingTable.hpp"
 #include "bus/TopicRegistry.hpp"
+#include "bus/device_report.hpp"
 #include "bus/leases.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <atomic>
+#include <map>
+#include <memory>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace tessaron::bus {
@@ -24,9 +28,10 @@ namespace tessaron::bus {
 ///     unaddressed --set_interfaces--> probing <--claimed by another--> announced --> addressed
 ///     any --destructor--> gone
 ///
-/// One file for each of its trades: Hub.cpp (life and identity), Hub_AddressClaim.cpp,
-/// Hub_WireSend.cpp, Hub_Dispatch.cpp, Hub_PubSub.cpp, Hub_Requests.cpp, Hub_LocalClients.cpp,
-/// Hub_Discovery.cpp. Its tables are small classes of their own.
+/// One file for each of its trades: Hub.cpp (life and identity), Hub_AddressClaim.cpp (its own
+/// address and name, and its clients'), Hub_WireSend.cpp, Hub_Dispatch.cpp (receiving, forwarding,
+/// routes), Hub_PubSub.cpp, Hub_Requests.cpp, Hub_LocalClients.cpp, Hub_Discovery.cpp (with the
+/// reports). Its tables are small classes of their own.
 ///
 /// Threads: the transport's reader parses frames; the wire's worker runs `dispatch` and event
 /// handlers; the request worker runs request handlers; callers come on their own. No lock is held
@@ -50,7 +55,7 @@ public:
                                                std::uint32_t requester)>;
 
     static constexpr std::uint32_t BROADCAST_ADDRESS = 0xFFFFFFFF;
-    static constexpr std::uint8_t DEFAULT_TTL = 8;
+    static constexpr std::uint8_t DEFAULT_TTL = K_DEFAULT_TTL;
     static constexpr Milliseconds DEFAULT_ADDRESS_PROBE_WINDOW{200};
     static constexpr Milliseconds DEFAULT_DISCOVERY_DEBOUNCE{5'000};
     static constexpr Milliseconds DEFAULT_SUBSCRIPTION_TTL{60'000};
@@ -58,7 +63,7 @@ public:
     static constexpr std::chrono::seconds K_NETWORK_MAP_CACHE_TTL{10};
     static constexpr std::chrono::seconds K_VERSION_MISMATCH_WARNING_INTERVAL{30};
     static constexpr std::size_t K_MAX_DATA_FIELD_CHUNK_SIZE = 4014;
-    static constexpr std::uint8_t PROTOCOL_VERSION = 2;
+    static constexpr std::uint8_t PROTOCOL_VERSION = BusWire::K_PROTOCOL_VERSION;
     static constexpr std::size_t MAX_PAYLOAD_SIZE = 4096;
     /// Room kept in a frame for all fields but the data.
     static constexpr std::size_t K_MAX_FRAME_OVERHEAD = 82;
@@ -157,7 +162,8 @@ public:
     bool has_local_route(std::uint32_t address) const;
     /// A frame from another hub of this process: delivered where it is for this hub, its domain or
     /// its clients, otherwise sent out here, to the same destination. Its ttl is already lowered. A
-    /// frame without an origin gets one, so that the answer finds its way back. From any thread.
+    /// frame without an origin gets one, so that the answer finds its way back. From any thread,
+    /// on which event handlers may then run.
     void inject_frame(WireFrame frame);
 
     // --- Sending, for what is built on the hub. All return the bytes sent, 0 on refusal.
@@ -174,36 +180,53 @@ public:
     std::uint32_t next_msg_id() { return next_msg_++; }
 
 private:
-    struct Offers; ///< What this node tells of itself; see Hub_Discovery.cpp.
+    using SharedPatternHandler = std::shared_ptr<PatternHandler const>;
+
+    /// Who an address is claimed for, with the seeds of the alternates to it.
+    struct Claimant {
+        char const* kind; ///< As the warnings call it.
+        std::uint64_t hardware_id;
+        std::uint64_t chance; ///< Different from those of all who might compete.
+        std::string label;
+    };
 
     // Hub.cpp
     void emit_warning(std::string const& text) const TESSARON_EXCLUDES(warning_mutex_);
     void refresh_debug_marker() TESSARON_EXCLUDES(state_mutex_, identity_mutex_);
-    void commit_address(std::uint32_t address);
 
     // Hub_AddressClaim.cpp
     void resolve_address();
     void resolve_name_collision() TESSARON_EXCLUDES(identity_mutex_);
+    /// Whether somebody who has the address answers within the probe window.
     bool probe(std::uint32_t candidate, Clock::time_point since);
     bool probe_local_client_candidate(std::uint32_t candidate);
+    std::shared_ptr<LocalClient> connect_and_announce(std::uint32_t address,
+                                                      NodeIdentity const& identity);
+    static std::uint32_t candidate(Claimant const& claimant, std::uint32_t preferred,
+                                   unsigned attempt);
     bool is_address_claimed_by_peer(std::uint32_t address, Clock::time_point since) const;
-    std::uint32_t derive_alternate_address(unsigned attempt) const;
 
     // Hub_WireSend.cpp
-    std::size_t send_whole_or_in_fragments(WireFrame header, Bytes const& wire_payload);
+    std::size_t send_on_wire(WireFrame const& header, Bytes const& payload);
+    std::size_t send_whole_or_in_fragments(WireFrame& header, Bytes const& payload);
     std::size_t forward_frame(WireFrame const& frame);
 
     // Hub_Dispatch.cpp
     void dispatch(ReceivedFrame&& received);
+    void dispatch_for_this_node(WireFrame&& frame, bool has_data);
     void dispatch_complete(WireFrame&& message, bool has_data);
-    void process_own_domain_traffic(WireFrame const& message, bool has_data);
+    void process_own_domain_traffic(WireFrame&& message, bool has_data, std::string const& topic);
     void report_version_mismatch(std::uint8_t version);
+    bool is_for_this_node(std::uint32_t dest) const;
+    bool is_own_or_twins(WireFrame const& frame) const;
+    bool is_silenced(WireFrame const& request) const;
     std::uint32_t route_key_for(Origin const& origin) const;
-    void learn_routes(std::uint32_t source,
-                      std::vector<proto::bus::DiscoveryRecord> const& records);
+    void learn_routes(std::vector<proto::bus::DiscoveryRecord> const& records);
 
     // Hub_PubSub.cpp
     void advertise_if_new(std::string const& topic) TESSARON_EXCLUDES(state_mutex_);
+    void note_subscription(std::string const& pattern, std::string const& description)
+        TESSARON_EXCLUDES(state_mutex_);
     void retain(std::string const& topic, Bytes const& payload, std::uint32_t msg_id)
         TESSARON_EXCLUDES(state_mutex_);
     void handle_subscribe_request(std::uint32_t source, Bytes const& data);
@@ -212,35 +235,54 @@ private:
     void dispatch_event_handlers(Origin const& origin, std::uint32_t msg_id, std::uint16_t topic_id,
                                  std::string const& name, Bytes const& payload)
         TESSARON_EXCLUDES(state_mutex_);
+    void run_event_handler(PatternHandler const& handler, std::string const& name,
+                           Bytes const& payload, Origin const& origin) const;
 
     // Hub_Requests.cpp
-    void handle_request(WireFrame const& message);
+    void handle_request(WireFrame&& message, std::string const& topic)
+        TESSARON_EXCLUDES(state_mutex_);
     void run_request(RequestTask const& task);
-    void send_reply(RequestTask const& task, Bytes const& reply);
+    void send_reply(RequestTask const& task, Bytes&& reply);
 
     // Hub_LocalClients.cpp
+    /// An event of a client; returns its message id. Retained where `topic_name` is not empty and
+    /// it goes to everybody.
+    std::uint32_t send_client_event(std::uint32_t client, std::uint32_t target,
+                                    std::uint16_t topic_id, std::string const& topic_name,
+                                    Bytes const& payload);
+    /// Whether a client took the message. `excluded`: whoever sent it.
     bool deliver_to_local_clients(WireFrame const& message, Bytes const& payload,
                                   std::uint32_t source, std::uint32_t return_route,
                                   std::optional<std::uint32_t> excluded, std::string const& topic);
 
     // Hub_Discovery.cpp
-    void announce();
-    Bytes discovery_response() const;
+    void announce() { send_discovery_response(BROADCAST_ADDRESS); }
+    void send_discovery_response(std::uint32_t dest);
+    std::vector<proto::bus::DiscoveryRecord> build_discovery_records() const;
+    /// Tells this node's announcements from those of a twin.
+    std::string own_domain_name() const;
+    std::vector<proto::bus::HostedModuleInfo> hosted_modules_for_wire() const;
+    /// This node as others see it.
+    DiscoveredDevice own_record() const TESSARON_EXCLUDES(state_mutex_, identity_mutex_);
     void handle_discovery_request(std::uint32_t source) TESSARON_EXCLUDES(debounce_mutex_);
     void handle_discovery_response(std::uint32_t source, Bytes const& data);
-    Offers offers_snapshot() const TESSARON_EXCLUDES(state_mutex_);
+    /// Tells for the patterns of subscriptions whether anybody publishes what they are for.
+    HasPublisher known_publishers(DeviceMap const& devices) const TESSARON_EXCLUDES(state_mutex_);
 
     // What is told to the system or other threads.
     Settings const settings_;
     std::uint32_t const preferred_address_;
+    /// Tells this node from one that is its twin in everything else.
+    std::uint64_t const chance_;
     std::atomic<std::uint32_t> address_;
     std::atomic<bool> ready_{false};
     std::atomic<std::uint32_t> next_msg_{1};
     std::atomic<bool> skip_broadcast_discovery_{false};
     std::atomic<bool> compression_enabled_{false};
     std::atomic<std::uint64_t> version_mismatch_drops_{0};
-    std::atomic<Clock::rep> last_version_warning_{
-        Clock::time_point::min().time_since_epoch().count()};
+    static constexpr Clock::rep K_NEVER_WARNED =
+        Clock::time_point::min().time_since_epoch().count();
+    std::atomic<Clock::rep> last_version_warning_{K_NEVER_WARNED};
 
     mutable Mutex warning_mutex_;
     WarningSink warning_sink_ TESSARON_GUARDED_BY(warning_mutex_);
@@ -266,7 +308,7 @@ private:
     std::set<std::string> roles_ TESSARON_GUARDED_BY(state_mutex_);
     LeaseTable publisher_leases_ TESSARON_GUARDED_BY(state_mutex_);
     LeaseTable subscriber_leases_ TESSARON_GUARDED_BY(state_mutex_);
-    HandlerTable<PatternHandler> event_handlers_ TESSARON_GUARDED_BY(state_mutex_);
+    HandlerTable<SharedPatternHandler> event_handlers_ TESSARON_GUARDED_BY(state_mutex_);
     HandlerTable<RequestHandler> request_handlers_ TESSARON_GUARDED_BY(state_mutex_);
     std::unordered_map<std::string, std::uint32_t>
         last_retained_id_ TESSARON_GUARDED_BY(state_mutex_);

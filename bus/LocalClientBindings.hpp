@@ -40,7 +40,9 @@ struct LocalClientBindings {
     std::function<void(std::string const& topic, std::string const& description,
                        proto::bus::TopicKind, TopicParams const&, bool flag)>
         advertise;
-    std::function<void(std::string const& binary, std::string const& name)> refresh_debug_marker;
+    /// The client hears a topic, or pattern, from now on.
+    std::function<void(std::string const& pattern, std::string const& description)>
+        refresh_debug_marker;
     /// Topics and payloads that the hub retains.
     std::function<std::vector<std::pair<std::string, Bytes>>(std::string const& pattern)>
         matching_retained_events;

@@ -28,25 +28,28 @@ struct RequestTask {
 /// Runs request handlers, strictly one request at a time, on a thread of its own, so that a handler
 /// may block without holding up events and responses.
 ///
-/// A queue that holds `K_MAX_TASKS` takes no more: requests beyond it end in their askers'
-/// time-outs, like any that is lost.
+/// A queue that is full takes no more: requests beyond it end in their askers' time-outs, like any
+/// that is lost.
 ///
 /// Ownership: its thread, which `stop` joins; what `run` captures outlives that.
-/// Thread safety: safe from any thread; one internal lock, never held while a task runs. `stop` not
-/// from a task.
+/// Thread safety: safe from any thread; one internal lock, never held while a task runs. `stop` is
+/// its owner's alone, and not from a task.
 /// Errors: none; `run` must not throw.
 class RequestWorker {
 public:
     using Run = std::function<void(RequestTask const&)>;
 
     static constexpr std::size_t K_MAX_TASKS = 4096;
+    /// Of the payloads of all tasks that wait.
+    static constexpr std::size_t K_MAX_QUEUED_BYTES = std::size_t{64} * 1024 * 1024;
 
     RequestWorker(char const* thread_name, Run run);
     ~RequestWorker() { stop(); }
     RequestWorker(RequestWorker const&) = delete;
     RequestWorker& operator=(RequestWorker const&) = delete;
 
-    void push(RequestTask task) TESSARON_EXCLUDES(mutex_);
+    /// False when the task was dropped: the queue is full, or the worker has been stopped.
+    bool push(RequestTask task) TESSARON_EXCLUDES(mutex_);
     /// Returns when the task that is running has ended; those that wait are dropped.
     void stop() TESSARON_EXCLUDES(mutex_);
 
@@ -57,6 +60,7 @@ private:
     Mutex mutex_;
     std::condition_variable changed_;
     std::deque<RequestTask> tasks_ TESSARON_GUARDED_BY(mutex_);
+    std::size_t queued_bytes_ TESSARON_GUARDED_BY(mutex_) = 0;
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;
     std::thread thread_;
 };
