@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <gtest/gtest.h>
-#include <memory>
 #include <numeric>
 #include <thread>
 #include <vector>
@@ -40,6 +39,23 @@ private:
     std::atomic<std::size_t> count_{0};
 };
 
+/// A queue whose worker is held up in the handler by frame 0.
+class BlockedQueue {
+public:
+    explicit BlockedQueue(std::chrono::nanoseconds patience = Queue::K_PATIENCE) : queue(patience) {
+        queue.set_handler([this, note = received.handler()](int&& frame) {
+            gate.pass();
+            note(std::move(frame));
+        });
+        queue.push(0);
+        gate.wait_for_visitor();
+    }
+
+    Gate gate;
+    Received received;
+    Queue queue;
+};
+
 std::vector<int> range(int first, int last) {
     std::vector<int> numbers(static_cast<std::size_t>(last - first + 1));
     std::iota(numbers.begin(), numbers.end(), first);
@@ -72,81 +88,53 @@ TEST(FrameQueue, AWorkerThatHasNotRunYetLosesNothingThoughNobodyIsPatient) {
 }
 
 TEST(FrameQueue, With101QueuedAndTheWorkerBlockedTheOldestIsGoneAndTheNewestThere) {
-    Gate gate;
-    Received received;
-    Queue queue;
-    queue.set_handler([&gate, note = received.handler()](int&& frame) {
-        gate.pass();
-        note(std::move(frame));
-    });
-    queue.push(0);
-    gate.wait_for_visitor();
+    BlockedQueue blocked;
     for (int i = 1; i <= 101; ++i) {
-        queue.push(int{i});
+        blocked.queue.push(int{i});
     }
-    gate.open();
-    ASSERT_TRUE(received.wait_for(101));
+    blocked.gate.open();
+    ASSERT_TRUE(blocked.received.wait_for(101));
     std::vector<int> expected = range(2, 101);
     expected.insert(expected.begin(), 0);
-    EXPECT_EQ(received.frames(), expected);
+    EXPECT_EQ(blocked.received.frames(), expected);
 }
 
 TEST(FrameQueue, ABlockedHandlerDoesNotHoldUpAReaderWithoutPatience) {
-    Gate gate;
-    Queue queue(K_NO_PATIENCE);
-    queue.set_handler([&gate](int&&) { gate.pass(); });
-    queue.push(0);
-    gate.wait_for_visitor();
+    BlockedQueue blocked(K_NO_PATIENCE);
     for (int i = 0; i < 10'000; ++i) {
-        queue.push(int{i}); // If this waited for the handler, nobody would open the gate.
+        blocked.queue.push(int{i}); // If this waited for the handler, nobody would open the gate.
     }
-    gate.open();
+    blocked.gate.open();
 }
 
 TEST(FrameQueue, AHandlerThatIsSlowForGoodIsWaitedForOnce) {
-    Gate gate;
-    Queue queue;
-    queue.set_handler([&gate](int&&) { gate.pass(); });
-    queue.push(0);
-    gate.wait_for_visitor();
+    BlockedQueue blocked;
     for (int i = 0; i < 100'000; ++i) {
-        queue.push(int{i}); // Patience with each of them would take half an hour.
+        blocked.queue.push(int{i}); // Patience with each of them would take half an hour.
     }
-    gate.open();
+    blocked.gate.open();
 }
 
 TEST(FrameQueue, AStopFreesAReaderThatGivesWay) {
-    Gate gate;
-    auto queue = std::make_unique<Queue>(K_ENDLESS_PATIENCE);
-    queue->set_handler([&gate](int&&) { gate.pass(); });
-    queue->push(0);
-    gate.wait_for_visitor();
-    std::thread reader([&queue] {
+    BlockedQueue blocked(K_ENDLESS_PATIENCE);
+    std::thread reader([&blocked] {
         for (int i = 0; i < 1000; ++i) {
-            queue->push(int{i});
+            blocked.queue.push(int{i});
         }
     });
-    queue->request_stop();
+    blocked.queue.request_stop();
     reader.join();
-    gate.open();
+    blocked.gate.open();
 }
 
 TEST(FrameQueue, WhatTheWorkerHasNotTakenAtTheStopIsNotDelivered) {
-    Gate gate;
-    Received received;
-    Queue queue;
-    queue.set_handler([&gate, note = received.handler()](int&& frame) {
-        gate.pass();
-        note(std::move(frame));
-    });
-    queue.push(1);
-    gate.wait_for_visitor();
-    queue.push(2);
-    queue.request_stop();
-    gate.open();
-    queue.stop();
-    queue.stop(); // A second one finds nothing to do.
-    EXPECT_EQ(received.frames(), std::vector<int>{1});
+    BlockedQueue blocked;
+    blocked.queue.push(1);
+    blocked.queue.request_stop();
+    blocked.gate.open();
+    blocked.queue.stop();
+    blocked.queue.stop(); // A second one finds nothing to do.
+    EXPECT_EQ(blocked.received.frames(), std::vector<int>{0});
 }
 
 TEST(FrameQueue, WithoutAHandlerFramesAreDropped) {
