@@ -189,6 +189,25 @@ TEST(ProtocolEndpoint, OtherInterfacesReplaceTheFormerOnes) {
     EXPECT_EQ(other.frames.size(), 1U);
 }
 
+TEST(ProtocolEndpoint, BothDirectionsMayComputeWithACrcOfSomebodyElse) {
+    BitwiseCrc const crc;
+    Bytes rx_buffer(bus::MAX_PAYLOAD_SIZE);
+    Bytes tx_buffer(bus::MAX_PAYLOAD_SIZE);
+    RecordingInterface wire;
+    Gate delivered;
+    ProtocolEndpoint<bus::BusFrame, bus::BusFrame, SharedCrc> endpoint(false, {span_of(rx_buffer)},
+                                                                       {span_of(tx_buffer)}, crc);
+    endpoint.set_receive_callback([&](auto&&) { delivered.pass(); });
+    endpoint.set_interfaces(wire, wire);
+    wire.deliver(frame_with({1}).bytes());
+    delivered.wait_for_visitor();
+    delivered.open();
+    unsigned char const type = 0x12;
+    EXPECT_EQ(endpoint.send(make_field_info<TYPE_FIELD, unsigned char>(&type)), 20U);
+    Bytes const& sent = wire.frames.at(0);
+    EXPECT_EQ(crc_of(Bytes(sent.begin(), sent.end() - 2)), Bytes(sent.end() - 2, sent.end()));
+}
+
 TEST(ProtocolEndpointDeathTest, AnExceptionOutOfTheCallbackEndsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
