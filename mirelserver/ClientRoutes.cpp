@@ -22,12 +22,6 @@ Reply json_reply(Value const& value) {
     return reply;
 }
 
-Reply wrong_method(char const* allowed) {
-    Reply reply = error_reply(405, "method not allowed");
-    reply.headers.emplace_back("Allow", allowed);
-    return reply;
-}
-
 std::optional<Value> parsed(std::string const& body) {
     try {
         return Value::parse(body);
@@ -72,9 +66,10 @@ bool is_client_route(std::string_view path) {
 Reply answer_client_request(ClientTable& clients, std::string_view method, std::string_view path,
                             std::string const& body) {
     if (path == K_HEARTBEAT_PATH) {
-        return method == "POST" ? heartbeat_reply(clients, body) : wrong_method("POST");
+        return method == "POST" ? heartbeat_reply(clients, body) : wrong_method_reply("POST");
     }
-    return method == "GET" || method == "HEAD" ? list_reply(clients) : wrong_method("GET, HEAD");
+    return method == "GET" || method == "HEAD" ? list_reply(clients)
+                                               : wrong_method_reply("GET, HEAD");
 }
 
 } // namespace mirelserver

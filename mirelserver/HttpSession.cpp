@@ -2,6 +2,7 @@
 
 #include "mirelserver/DirectChannel.hpp"
 #include "mirelserver/proxy_head.hpp"
+#include "mirelserver/static_reply.hpp"
 #include "mirelserver/url_path.hpp"
 
 #include <algorithm>
@@ -96,8 +97,15 @@ void HttpSession::on_request(ErrorCode error) {
     if (auto const other = forward_of(method, target, view_of(request[http::field::cookie]))) {
         return forward(*other);
     }
-    if (auto const path = path_of_target(target); is_client_route(path)) {
+    auto const path = path_of_target(target);
+    if (is_client_route(path)) {
         return on_client_request(std::string(path));
+    }
+    if (is_static_path(path)) {
+        return send(static_reply(method, path));
+    }
+    if (is_terminal_of_a_page(path)) {
+        return send(error_reply(404, "no machine's page was opened in this browser"));
     }
     send(routes_->answer({view_of(request.method_string()), view_of(request.target()),
                           view_of(request[http::field::range])}));

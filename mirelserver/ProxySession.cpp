@@ -19,21 +19,18 @@ using asio::ip::tcp;
 
 namespace {
 
-constexpr std::chrono::seconds K_IDLE_LIMIT{60};
-/// Generous: a command or an installation may be what is waited for.
-constexpr std::chrono::seconds K_ANSWER_LIMIT{600};
-constexpr std::chrono::seconds K_DRAIN_LIMIT{5};
-constexpr std::size_t K_MAX_ANSWER_HEAD_SIZE = std::size_t{64} * 1024;
 constexpr std::size_t K_MAX_DRAIN_SIZE = std::size_t{1024} * 1024;
-constexpr std::size_t K_PIECE_SIZE = std::size_t{32} * 1024;
+constexpr std::size_t K_PIECE_SIZE = std::size_t{64} * 1024;
 constexpr int K_DEAD_LIMIT_MS = 60'000;
 
 } // namespace
 
 ProxySession::ProxySession(beast::tcp_stream stream, beast::flat_buffer input, ProxyRequest request,
-                           std::shared_ptr<Channel> channel, std::shared_ptr<void> slot)
+                           std::shared_ptr<Channel> channel, std::shared_ptr<void> slot,
+                           ProxyTimes times)
     : stream_(std::move(stream)), input_(std::move(input)), request_(std::move(request)),
-      channel_(std::move(channel)), slot_(std::move(slot)), timer_(stream_.get_executor()),
+      channel_(std::move(channel)), slot_(std::move(slot)), times_(times),
+      timer_(stream_.get_executor()),
       upload_left_(request_.upgrade ? std::numeric_limits<std::uint64_t>::max()
                                     : request_.body_size),
       from_browser_(K_PIECE_SIZE) {
@@ -56,7 +53,7 @@ void ProxySession::run() {
         return start();
     }
     to_browser_ = "HTTP/1.1 100 Continue\r\n\r\n";
-    stream_.expires_after(K_IDLE_LIMIT);
+    stream_.expires_after(times_.idle_limit);
     asio::async_write(stream_, asio::buffer(to_browser_),
                       [self = shared_from_this()](ErrorCode error, std::size_t) {
                           error ? self->end() : self->start();
@@ -89,7 +86,7 @@ void ProxySession::read_browser(std::size_t most) {
     if (request_.upgrade || upload_left_ == 0) {
         stream_.expires_never();
     } else {
-        stream_.expires_after(K_IDLE_LIMIT);
+        stream_.expires_after(times_.idle_limit);
     }
     reading_ = true;
     stream_.async_read_some(asio::buffer(from_browser_.data(), most),
@@ -126,7 +123,7 @@ void ProxySession::send_on(std::string bytes) {
 void ProxySession::download() {
     waiting_ = true;
     if (!request_.upgrade) {
-        timer_.expires_after(K_ANSWER_LIMIT);
+        timer_.expires_after(times_.answer_limit);
         timer_.async_wait([self = shared_from_this()](ErrorCode error) {
             bool const is_over = self->timer_.expiry() <= std::chrono::steady_clock::now();
             if (!error && is_over && std::exchange(self->waiting_, false)) {
@@ -162,13 +159,13 @@ void ProxySession::on_answer(std::string bytes) {
 
 void ProxySession::on_head_bytes(std::string const& bytes) {
     answer_head_ += bytes;
-    auto const end = answer_head_.find("\r\n\r\n");
-    if (end == std::string::npos && answer_head_.size() <= K_MAX_ANSWER_HEAD_SIZE) {
+    std::string_view const all = answer_head_;
+    auto const end = all.substr(0, K_MAX_ANSWER_HEAD_SIZE).find("\r\n\r\n");
+    if (end == std::string_view::npos && all.size() < K_MAX_ANSWER_HEAD_SIZE) {
         return download();
     }
-    std::string_view const all = answer_head_;
     bool const is_success = all.size() > 12 && all.substr(8, 5) == " 200 ";
-    std::string edited = end == std::string::npos
+    std::string edited = end == std::string_view::npos
                              ? ""
                              : answered_head(all.substr(0, end + 4),
                                              is_success ? request_.set_cookie : std::string());
@@ -183,7 +180,7 @@ void ProxySession::on_head_bytes(std::string const& bytes) {
 
 void ProxySession::write_browser(std::string bytes) {
     to_browser_ = std::move(bytes);
-    stream_.expires_after(K_IDLE_LIMIT);
+    stream_.expires_after(times_.idle_limit);
     asio::async_write(stream_, asio::buffer(to_browser_),
                       [self = shared_from_this()](ErrorCode error, std::size_t) {
                           if (error) {
@@ -205,7 +202,7 @@ void ProxySession::refuse(unsigned status, char const* reason, char const* text)
         "HTTP/1.1 " + std::to_string(status) + " " + reason +
         "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
         "\r\nConnection: close\r\n\r\n" + body;
-    stream_.expires_after(K_IDLE_LIMIT);
+    stream_.expires_after(times_.idle_limit);
     asio::async_write(stream_, asio::buffer(to_browser_),
                       [self = shared_from_this()](ErrorCode error, std::size_t) {
                           error ? self->end() : self->finish();
@@ -221,7 +218,7 @@ void ProxySession::finish() {
     channel_->close();
     ErrorCode ignored;
     stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
-    timer_.expires_after(K_DRAIN_LIMIT);
+    timer_.expires_after(times_.drain_limit);
     timer_.async_wait([self = shared_from_this()](ErrorCode error) {
         if (!error) {
             self->end();

@@ -5,6 +5,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -21,6 +22,15 @@ struct ProxyRequest {
     std::string set_cookie; ///< Of the answer, if it is a 200; empty for none.
 };
 
+struct ProxyTimes {
+    /// For a browser that takes or sends nothing in the middle of a body.
+    std::chrono::milliseconds idle_limit{60'000};
+    /// For a machine. Generous: a command or an installation may be what is waited for.
+    std::chrono::milliseconds answer_limit{600'000};
+    /// For what a browser still sends behind the end of the answer.
+    std::chrono::milliseconds drain_limit{5'000};
+};
+
 /// The rest of a browser's connection: one request goes to a machine, and its answer comes back.
 ///
 ///     uploading:    browser -> channel, the body or without an end; then it watches for the
@@ -34,14 +44,16 @@ struct ProxyRequest {
 /// Ownership: lives by the shared pointer in its pending operations; owns the browser's socket,
 /// closes the channel.
 /// Thread safety: all its handlers run on the strand of its socket.
-/// Errors: 502 if the machine ends without an answer, 504 if it is silent for `K_ANSWER_LIMIT`; an
+/// Errors: 502 if the machine ends without an answer, 504 if it is silent for `answer_limit`; an
 /// answer that breaks off breaks the browser's connection off. A browser that closes its side, or
-/// takes or sends nothing for `K_IDLE_LIMIT` in the middle of a body, ends both.
+/// takes or sends nothing for `idle_limit` in the middle of a body, ends both.
 class ProxySession : public std::enable_shared_from_this<ProxySession> {
 public:
+    static constexpr std::size_t K_MAX_ANSWER_HEAD_SIZE = std::size_t{64} * 1024;
+
     ProxySession(boost::beast::tcp_stream stream, boost::beast::flat_buffer input,
-                 ProxyRequest request, std::shared_ptr<Channel> channel,
-                 std::shared_ptr<void> slot);
+                 ProxyRequest request, std::shared_ptr<Channel> channel, std::shared_ptr<void> slot,
+                 ProxyTimes times = {});
     ProxySession(ProxySession const&) = delete;
     ProxySession& operator=(ProxySession const&) = delete;
     ~ProxySession();
@@ -71,6 +83,7 @@ private:
     ProxyRequest request_;
     std::shared_ptr<Channel> channel_;
     std::shared_ptr<void> slot_;
+    ProxyTimes const times_;
     boost::asio::steady_timer timer_; ///< For the answer; at the end for the draining.
 
     std::uint64_t upload_left_;

@@ -55,6 +55,12 @@ Reply error_reply(unsigned status, std::string const& text) {
     return reply;
 }
 
+Reply wrong_method_reply(char const* allowed) {
+    Reply reply = error_reply(405, "method not allowed");
+    reply.headers.emplace_back("Allow", allowed);
+    return reply;
+}
+
 std::optional<RegistryTarget> map_registry_path(std::vector<std::string> const& components) {
     if (!std::all_of(components.begin(), components.end(), is_plain_name) ||
         components.size() < 2 || components[0] != "api" || components[1] != "packages") {
@@ -84,9 +90,7 @@ Reply RegistryRoutes::answer(Request const& request) const {
         return error_reply(400, "bad request");
     }
     if (request.method != "GET" && request.method != "HEAD") {
-        Reply reply = error_reply(405, "method not allowed");
-        reply.headers.emplace_back("Allow", "GET, HEAD");
-        return reply;
+        return wrong_method_reply("GET, HEAD");
     }
     auto const target = map_registry_path(*components);
     auto file = target ? folder_.open(target->file) : std::nullopt;

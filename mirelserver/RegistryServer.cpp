@@ -63,7 +63,7 @@ struct RegistryServer::Parts {
                 context, options.address, options.tunnel_port, K_MAX_TUNNELS,
                 [table = clients](Socket socket, std::shared_ptr<void> slot) {
                     std::make_shared<Tunnel>(std::move(socket), table, std::move(slot),
-                                             TunnelTimes())
+                                             TunnelLimits())
                         ->run();
                 });
         }

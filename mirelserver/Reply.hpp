@@ -30,5 +30,7 @@ struct Reply {
 
 /// `{"error":"<text>"}`.
 Reply error_reply(unsigned status, std::string const& text);
+/// A 405 that tells what is allowed.
+Reply wrong_method_reply(char const* allowed);
 
 } // namespace mirelserver

@@ -1,9 +1,9 @@
 #include "mirelserver/Tunnel.hpp"
 
 #include <algorithm>
+#include <array>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
 #include <netinet/tcp.h>
 #include <utility>
@@ -12,23 +12,24 @@ namespace mirelserver {
 
 namespace asio = boost::asio;
 using asio::ip::tcp;
+using namespace tessaron::tunnel;
 
 Tunnel::Tunnel(tcp::socket socket, std::shared_ptr<ClientTable> clients, std::shared_ptr<void> slot,
-               TunnelTimes times)
+               TunnelLimits limits)
     : socket_(std::move(socket)), timer_(socket_.get_executor()), clients_(std::move(clients)),
-      slot_(std::move(slot)), times_(times) {
+      slot_(std::move(slot)), limits_(limits), input_(K_READ_SIZE) {
 }
 
 void Tunnel::run() {
     asio::dispatch(socket_.get_executor(), [self = shared_from_this()] {
         self->tune_socket();
-        self->timer_.expires_after(self->times_.register_limit);
+        self->timer_.expires_after(self->limits_.register_limit);
         self->timer_.async_wait([self](ErrorCode error) {
             if (!error && self->name_.empty()) {
                 self->end();
             }
         });
-        self->read_header();
+        self->read();
     });
 }
 
@@ -37,7 +38,7 @@ void Tunnel::tune_socket() {
     socket_.set_option(tcp::no_delay(true), ignored);
     socket_.set_option(asio::socket_base::keep_alive(true), ignored);
     using UserTimeout = asio::detail::socket_option::integer<IPPROTO_TCP, TCP_USER_TIMEOUT>;
-    socket_.set_option(UserTimeout(static_cast<int>(times_.dead_limit.count())), ignored);
+    socket_.set_option(UserTimeout(static_cast<int>(limits_.dead_limit.count())), ignored);
 }
 
 std::shared_ptr<Channel> Tunnel::open(std::string target) {
@@ -59,7 +60,7 @@ void Tunnel::open_now(std::shared_ptr<TunnelStream> const& stream, std::string c
     } while (last_id_ == 0 || streams_.count(last_id_) != 0);
     stream->id_ = last_id_;
     streams_.emplace(last_id_, stream);
-    send(encode_frame(FRAME_OPEN, last_id_, target));
+    send(FRAME_OPEN, last_id_, target);
 }
 
 void Tunnel::send_data(std::shared_ptr<TunnelStream> stream, std::string bytes,
@@ -70,7 +71,7 @@ void Tunnel::send_data(std::shared_ptr<TunnelStream> stream, std::string bytes,
                    if (self->streams_.count(stream->id_) == 0) {
                        return handler(false);
                    }
-                   self->send(encode_frame(FRAME_DATA, stream->id_, bytes), std::move(handler));
+                   self->send(FRAME_DATA, stream->id_, std::move(bytes), std::move(handler));
                });
 }
 
@@ -78,7 +79,7 @@ void Tunnel::close_stream(std::shared_ptr<TunnelStream> stream) {
     asio::post(socket_.get_executor(), [self = shared_from_this(), stream = std::move(stream)] {
         stream->buffer_.end();
         if (self->streams_.erase(stream->id_) != 0) {
-            self->send(encode_frame(FRAME_CLOSE, stream->id_));
+            self->send(FRAME_CLOSE, stream->id_);
         }
     });
 }
@@ -87,95 +88,115 @@ void Tunnel::close() {
     asio::post(socket_.get_executor(), [self = shared_from_this()] { self->end(); });
 }
 
-void Tunnel::read_header() {
-    asio::async_read(
-        socket_, asio::buffer(header_bytes_),
-        [self = shared_from_this()](ErrorCode error, std::size_t) { self->on_header(error); });
+void Tunnel::read() {
+    socket_.async_read_some(asio::buffer(input_),
+                            [self = shared_from_this()](ErrorCode error, std::size_t size) {
+                                self->on_read(error, size);
+                            });
 }
 
-void Tunnel::on_header(ErrorCode error) {
-    header_ = decode_header(header_bytes_);
-    bool const is_in_order = name_.empty() ? header_.type == FRAME_REGISTER &&
-                                                 header_.length <= ClientTable::K_MAX_NAME_SIZE
-                                           : header_.length <= K_MAX_FRAME_PAYLOAD;
-    if (error || ended_ || !is_in_order) {
+void Tunnel::on_read(ErrorCode error, std::size_t size) {
+    if (error || ended_ || !parser_.feed({input_.data(), size}, *this)) {
         return end();
     }
-    read_payload();
-}
-
-void Tunnel::read_payload() {
-    payload_.assign(header_.length, '\0');
-    asio::async_read(socket_, asio::buffer(payload_),
-                     [self = shared_from_this()](ErrorCode failure, std::size_t) {
-                         if (failure || self->ended_) {
-                             return self->end();
-                         }
-                         self->on_frame();
-                         if (!self->ended_) {
-                             self->read_header();
-                         }
-                     });
-}
-
-void Tunnel::on_frame() {
-    if (name_.empty()) {
-        return on_register();
+    deliver();
+    if (!ended_) {
+        read();
     }
-    if (header_.type == FRAME_DATA) {
-        deliver();
+}
+
+bool Tunnel::on_header(FrameHeader const& header) {
+    header_ = header;
+    return name_.empty()
+               ? header.type == FRAME_REGISTER && header.length <= ClientTable::K_MAX_NAME_SIZE
+               : header.length <= K_MAX_FRAME_PAYLOAD;
+}
+
+void Tunnel::on_payload(std::string_view piece) {
+    if (name_.empty()) {
+        registered_name_ += piece;
+    } else if (header_.type == FRAME_DATA) {
+        if (header_.stream != incoming_stream_) {
+            deliver();
+        }
+        incoming_stream_ = header_.stream;
+        incoming_ += piece;
+    }
+}
+
+bool Tunnel::on_frame_end() {
+    if (name_.empty()) {
+        on_register();
     } else if (header_.type == FRAME_CLOSE) {
+        deliver();
         auto const found = streams_.find(header_.stream);
         if (found != streams_.end()) {
             found->second->buffer_.end();
             streams_.erase(found);
         }
     }
+    return !ended_;
 }
 
 void Tunnel::on_register() {
-    if (!clients_->attach(payload_, shared_from_this(), ClientTable::Clock::now())) {
+    if (!clients_->attach(registered_name_, shared_from_this(), ClientTable::Clock::now())) {
         return end();
     }
-    name_ = std::move(payload_);
+    name_ = std::move(registered_name_);
     probe_later();
 }
 
+/// What a stream got in one read goes to its reader as one piece.
 void Tunnel::deliver() {
-    auto const found = streams_.find(header_.stream);
-    if (found != streams_.end() && !found->second->buffer_.put(std::move(payload_))) {
+    std::string bytes = std::exchange(incoming_, {});
+    auto const found = bytes.empty() ? streams_.end() : streams_.find(incoming_stream_);
+    if (found != streams_.end() && !found->second->buffer_.put(std::move(bytes))) {
         streams_.erase(found);
-        send(encode_frame(FRAME_CLOSE, header_.stream));
+        send(FRAME_CLOSE, incoming_stream_);
     }
 }
 
-void Tunnel::send(std::string frame, Channel::WriteHandler handler) {
-    if (ended_ || queue_size_ + frame.size() > K_MAX_QUEUE_SIZE) {
-        if (handler) {
-            handler(false);
+void Tunnel::send(std::uint8_t type, std::uint32_t stream, std::string payload,
+                  Channel::WriteHandler handler) {
+    auto const length = static_cast<std::uint32_t>(payload.size());
+    Outgoing frame{encode_header({type, stream, length}), std::move(payload), std::move(handler)};
+    if (ended_ || queue_size_ + frame.size() > limits_.queue_size) {
+        if (frame.handler) {
+            frame.handler(false);
         }
         return end();
     }
     queue_size_ += frame.size();
-    queue_.push_back({std::move(frame), std::move(handler)});
-    if (queue_.size() == 1) {
-        send_front();
+    queue_.push_back(std::move(frame));
+    if (!sending_) {
+        send_some();
     }
 }
 
-void Tunnel::send_front() {
-    asio::async_write(
-        socket_, asio::buffer(queue_.front().frame),
-        [self = shared_from_this()](ErrorCode error, std::size_t) { self->on_sent(error); });
+void Tunnel::send_some() {
+    sending_ = true;
+    std::size_t const count = std::min(queue_.size(), K_FRAMES_AT_ONCE);
+    std::array<asio::const_buffer, 2 * K_FRAMES_AT_ONCE> buffers;
+    for (std::size_t i = 0; i < count; ++i) {
+        buffers[2 * i] = asio::buffer(queue_[i].header);
+        buffers[2 * i + 1] = asio::buffer(queue_[i].payload);
+    }
+    asio::async_write(socket_, buffers,
+                      [self = shared_from_this(), count](ErrorCode error, std::size_t) {
+                          self->on_sent(error, count);
+                      });
 }
 
-void Tunnel::on_sent(ErrorCode error) {
-    Outgoing const sent = std::move(queue_.front());
-    queue_.pop_front();
-    queue_size_ -= sent.frame.size();
-    if (sent.handler) {
-        sent.handler(!error);
+void Tunnel::on_sent(ErrorCode error, std::size_t count) {
+    for (; count > 0; --count) {
+        Outgoing const sent = std::move(queue_.front());
+        queue_.pop_front();
+        queue_size_ -= sent.size();
+        if (sent.handler) {
+            sent.handler(!error);
+        }
     }
+    sending_ = false;
     if (error || ended_) {
         end();
         for (auto const& left : std::exchange(queue_, {})) {
@@ -184,18 +205,18 @@ void Tunnel::on_sent(ErrorCode error) {
             }
         }
     } else if (!queue_.empty()) {
-        send_front();
+        send_some();
     }
 }
 
 void Tunnel::probe_later() {
-    timer_.expires_after(times_.probe_interval);
+    timer_.expires_after(limits_.probe_interval);
     timer_.async_wait([self = shared_from_this()](ErrorCode error) {
         if (error || self->ended_) {
             return;
         }
         if (self->queue_.empty()) { // else there are bytes to be acknowledged already
-            self->send(encode_frame(FRAME_PROBE, 0));
+            self->send(FRAME_PROBE, 0);
         }
         self->probe_later();
     });

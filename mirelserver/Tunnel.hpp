@@ -1,8 +1,8 @@
 #pragma once
 
+#include "libraries/tunnel/FrameParser.hpp"
 #include "mirelserver/ClientTable.hpp"
 #include "mirelserver/StreamBuffer.hpp"
-#include "mirelserver/tunnel_frame.hpp"
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -10,17 +10,25 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace mirelserver {
 
 class TunnelStream;
 
-struct TunnelTimes {
+/// A frame of ours, empty: machines ignore types they don't know, but the kernel of one that is
+/// gone does not acknowledge it.
+inline constexpr std::uint8_t FRAME_PROBE = 0x7f;
+
+struct TunnelLimits {
     std::chrono::milliseconds register_limit{10'000}; ///< From the connection to its first frame.
     std::chrono::milliseconds probe_interval{15'000};
     /// For how long a machine may leave sent bytes unacknowledged, or its window shut.
     std::chrono::milliseconds dead_limit{60'000};
+    /// Bytes that wait for the machine to take them.
+    std::size_t queue_size = std::size_t{128} * 1024 * 1024;
 };
 
 /// The server's end of one machine's tunnel: joins streams into frames, and frames to streams.
@@ -38,15 +46,14 @@ struct TunnelTimes {
 /// owns the socket, shares the streams.
 /// Thread safety: `open`, `close` and what streams call are safe from any thread; all else runs on
 /// the strand of the socket.
-/// Errors: any on the socket, an oversized frame, and more than `K_MAX_QUEUE_SIZE` bytes that the
+/// Errors: any on the socket, an oversized frame, and more than `queue_size` bytes that the
 /// machine does not take end the tunnel and with it all of its streams.
 class Tunnel : public IStreamOpener, public std::enable_shared_from_this<Tunnel> {
 public:
     static constexpr std::size_t K_MAX_STREAMS = 1024;
-    static constexpr std::size_t K_MAX_QUEUE_SIZE = std::size_t{128} * 1024 * 1024;
 
     Tunnel(boost::asio::ip::tcp::socket socket, std::shared_ptr<ClientTable> clients,
-           std::shared_ptr<void> slot, TunnelTimes times);
+           std::shared_ptr<void> slot, TunnelLimits limits);
 
     /// Starts the first operation; needs a shared pointer to exist.
     void run();
@@ -61,22 +68,31 @@ public:
 
 private:
     using ErrorCode = boost::system::error_code;
+    friend class tessaron::tunnel::FrameParser;
     struct Outgoing {
-        std::string frame;
+        tessaron::tunnel::FrameHeaderBytes header;
+        std::string payload;
         Channel::WriteHandler handler; ///< May be empty.
+
+        std::size_t size() const { return header.size() + payload.size(); }
     };
+    /// How much is read at once, and how many frames are sent at once.
+    static constexpr std::size_t K_READ_SIZE = std::size_t{128} * 1024;
+    static constexpr std::size_t K_FRAMES_AT_ONCE = 16;
 
     void tune_socket();
-    void read_header();
-    void on_header(ErrorCode error);
-    void read_payload();
-    void on_frame();
+    void read();
+    void on_read(ErrorCode error, std::size_t size);
+    bool on_header(tessaron::tunnel::FrameHeader const& header);
+    void on_payload(std::string_view piece);
+    bool on_frame_end();
     void on_register();
     void open_now(std::shared_ptr<TunnelStream> const& stream, std::string const& target);
     void deliver();
-    void send(std::string frame, Channel::WriteHandler handler = nullptr);
-    void send_front();
-    void on_sent(ErrorCode error);
+    void send(std::uint8_t type, std::uint32_t stream, std::string payload = {},
+              Channel::WriteHandler handler = nullptr);
+    void send_some();
+    void on_sent(ErrorCode error, std::size_t count);
     void probe_later();
     void end();
 
@@ -84,18 +100,23 @@ private:
     boost::asio::steady_timer timer_;
     std::shared_ptr<ClientTable> clients_;
     std::shared_ptr<void> slot_;
-    TunnelTimes const times_;
+    TunnelLimits const limits_;
     StreamBuffer::Total buffered_ = std::make_shared<std::atomic<std::size_t>>(0);
 
     std::string name_; ///< Empty until registered.
     bool ended_ = false;
-    std::array<char, K_FRAME_HEADER_SIZE> header_bytes_{};
-    FrameHeader header_;
-    std::string payload_;
+    std::vector<char> input_;
+    tessaron::tunnel::FrameParser parser_;
+    tessaron::tunnel::FrameHeader header_; ///< Of the frame that is being read.
+    std::string registered_name_;          ///< As far as it came.
+    /// Data of one stream that came in one read, and whose it is.
+    std::string incoming_;
+    std::uint32_t incoming_stream_ = 0;
     std::unordered_map<std::uint32_t, std::shared_ptr<TunnelStream>> streams_;
     std::uint32_t last_id_ = 0;
-    std::deque<Outgoing> queue_; ///< The front is being sent.
+    std::deque<Outgoing> queue_; ///< The first of them are being sent.
     std::size_t queue_size_ = 0;
+    bool sending_ = false;
 };
 
 /// One stream of a tunnel.

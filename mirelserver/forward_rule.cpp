@@ -64,9 +64,7 @@ std::optional<Forward> forward_of(std::string_view method, std::string_view targ
     if (auto forward = prefixed(method, target)) {
         return forward;
     }
-    auto const path = path_of_target(target);
-    bool const is_file = path.starts_with("/static/") && (method == "GET" || method == "HEAD");
-    if (!is_file && !(path == "/api/console/ws" && method == "GET")) {
+    if (method != "GET" || !is_terminal_of_a_page(path_of_target(target))) {
         return std::nullopt;
     }
     auto client = remembered_client(cookies);
@@ -74,6 +72,10 @@ std::optional<Forward> forward_of(std::string_view method, std::string_view targ
         return std::nullopt;
     }
     return Forward{std::move(*client), std::string(target), false};
+}
+
+bool is_terminal_of_a_page(std::string_view path) {
+    return path == "/api/console/ws";
 }
 
 std::string page_cookie(std::string_view client) {

@@ -19,14 +19,16 @@ struct Forward {
 /// Whose request it is:
 ///
 ///     /api/clients/<name>/proxy...     that machine's, without the prefix; at least "/"
-///     /static/...                      the machine's whose page the browser opened last
-///     /api/console/ws                  the same
+///     /api/console/ws                  the machine's whose page the browser opened last
 ///
-/// A page finds its own API below the prefix, but the files that it is made of and its terminal at
-/// the root; which machine those belong to only a cookie can tell. `cookies` is the "Cookie"
-/// header. Nothing for all other requests, and where the cookie is missing.
+/// A page finds its own API below the prefix, but its terminal at the root; which machine that is
+/// to be on only a cookie can tell. `cookies` is the "Cookie" header. Nothing for all other
+/// requests, and where the cookie is missing.
 std::optional<Forward> forward_of(std::string_view method, std::string_view target,
                                   std::string_view cookies);
+
+/// A path that needs the cookie: there is no machine to ask without it.
+bool is_terminal_of_a_page(std::string_view path);
 
 /// The value of the "Set-Cookie" header that makes a browser remember this machine.
 std::string page_cookie(std::string_view client);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -25,5 +26,14 @@ extern std::string_view const k_xterm_css;
 extern std::span<Asset const> const k_novnc_files;
 /// Its folder "vendor", whose modules those of "core" import.
 extern std::span<Asset const> const k_novnc_vendor_files;
+
+struct StaticFile {
+    std::string_view content;
+    char const* content_type;
+};
+
+/// What the page loads by an absolute path, by that path: "/static/xterm/xterm.css". Compares byte
+/// for byte, so no path leads elsewhere; nothing for all others.
+std::optional<StaticFile> find_static_file(std::string_view path);
 
 } // namespace mirelclient

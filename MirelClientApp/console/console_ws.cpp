@@ -81,9 +81,10 @@ void send_output(PtySession& session, WsConnection& connection, std::atomic<bool
 
 void receive_input(PtySession& session, WsConnection& connection, int fd,
                    std::atomic<bool> const& done) {
-    while (!done) {
+    for (;;) {
+        // Also when the shell has ended meanwhile: pings are answered within.
         auto const message = connection.read_message();
-        if (!message) {
+        if (!message || done) {
             return;
         }
         if (message->first == WsConnection::K_BINARY) {

@@ -35,9 +35,11 @@ export class Card {
         this.#say(text, "");
     }
 
-    /** The content gives way to the text of the error. */
+    /** The content gives way to the text of the error, unless something was typed into it. */
     error(error: unknown): void {
-        this.show();
+        if (this.#body.querySelector(".edited") === null) {
+            this.show();
+        }
         this.#say(errorText(error), "error");
     }
 

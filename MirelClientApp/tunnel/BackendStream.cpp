@@ -1,12 +1,10 @@
 #include "MirelClientApp/tunnel/BackendStream.hpp"
 
 #include "MirelClientApp/tunnel/TunnelConnection.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 
 #include <array>
 #include <cerrno>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <span>
 #include <sys/socket.h>
@@ -26,15 +24,13 @@ bool send_pieces(TunnelConnection& connection, std::uint32_t stream, std::string
         payloads[count] = bytes.substr(0, BackendStream::K_READ_SIZE);
         bytes.remove_prefix(payloads[count].size());
     }
-    return connection.send_frames(FRAME_DATA, stream, std::span(payloads).first(count));
+    return connection.send_frames(tessaron::tunnel::FRAME_DATA, stream,
+                                  std::span(payloads).first(count));
 }
 
 } // namespace
 
 BackendStream::BackendStream(tessaron::UniqueFd socket) : socket_(std::move(socket)) {
-    // Both sides have cut their data into what should travel at once.
-    int const on = 1;
-    setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 void BackendStream::deliver(std::string_view payload, int tunnel) {

@@ -1,11 +1,13 @@
 #include "MirelClientApp/tunnel/ConsoleFrameParser.hpp"
 
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 
 #include <algorithm>
 #include <utility>
 
 namespace mirelclient {
+
+using namespace tessaron::tunnel;
 
 static_assert(ConsoleFrameParser::K_MAX_HELD == K_MAX_FRAME_PAYLOAD + K_CONSOLE_HEADER_SIZE);
 

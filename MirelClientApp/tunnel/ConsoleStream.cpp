@@ -2,7 +2,7 @@
 
 #include "MirelClientApp/console/PtySession.hpp"
 #include "MirelClientApp/tunnel/TunnelConnection.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 
 #include <array>
 #include <tuple>
@@ -10,6 +10,7 @@
 
 namespace mirelclient {
 
+using namespace tessaron::tunnel;
 using tessaron::MutexLock;
 
 ConsoleStream::ConsoleStream(std::unique_ptr<PtySession> session) : session_(std::move(session)) {

@@ -5,14 +5,16 @@
 #include <array>
 #include <cassert>
 #include <cerrno>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <utility>
 
 namespace mirelclient {
 
+using namespace tessaron::tunnel;
 using tessaron::MutexLock;
 
 namespace {
@@ -24,6 +26,19 @@ void set_option(int socket, int level, int name, int value) {
 
 int seconds_of(std::chrono::seconds duration) {
     return static_cast<int>(duration.count());
+}
+
+timeval time_of(std::chrono::milliseconds duration) {
+    constexpr std::chrono::milliseconds K_SECOND{1000};
+    return {duration / K_SECOND, (duration % K_SECOND) / std::chrono::microseconds(1)};
+}
+
+/// Waits within the calls themselves, which saves two calls for each frame.
+void make_blocking(int socket, std::chrono::milliseconds limit) {
+    timeval const time = time_of(limit);
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+    fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) & ~O_NONBLOCK);
 }
 
 void set_options(int socket, TunnelLiveness const& liveness) {
@@ -38,9 +53,9 @@ void set_options(int socket, TunnelLiveness const& liveness) {
 } // namespace
 
 TunnelConnection::TunnelConnection(tessaron::UniqueFd socket, TunnelLiveness const& liveness)
-    : socket_(std::move(socket)), look_period_(liveness.look_period),
-      window_watch_(socket_.get(), liveness.answer_limit) {
+    : socket_(std::move(socket)), window_watch_(socket_.get(), liveness.answer_limit) {
     set_options(socket_.get(), liveness);
+    make_blocking(socket_.get(), liveness.look_period);
 }
 
 bool TunnelConnection::send_frame(std::uint8_t type, std::uint32_t stream,
@@ -81,7 +96,7 @@ bool TunnelConnection::send_full(std::span<iovec> pieces) {
         ssize_t const count = sendmsg(socket_.get(), &message, MSG_NOSIGNAL);
         if (count > 0) {
             pieces = drop_sent(pieces, static_cast<std::size_t>(count));
-        } else if (errno == EAGAIN ? !wait(POLLOUT) : errno != EINTR) {
+        } else if (!may_go_on()) {
             return false;
         }
     }
@@ -115,19 +130,18 @@ std::size_t TunnelConnection::receive(char* buffer, std::size_t most) {
         if (count > 0) {
             return static_cast<std::size_t>(count);
         }
-        if (count == 0 || (errno == EAGAIN ? !wait(POLLIN) : errno != EINTR)) {
+        if (count == 0 || !may_go_on()) {
             return 0;
         }
     }
 }
 
-bool TunnelConnection::wait(short events) {
-    pollfd polled{socket_.get(), events, 0};
-    int const count = poll(&polled, 1, static_cast<int>(look_period_.count()));
-    if (count == 0) {
+bool TunnelConnection::may_go_on() {
+    if (errno == EAGAIN) {
         window_watch_.look();
+        return true;
     }
-    return count >= 0 || errno == EINTR;
+    return errno == EINTR;
 }
 
 void TunnelConnection::shutdown() noexcept {

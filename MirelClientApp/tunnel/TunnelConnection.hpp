@@ -1,9 +1,9 @@
 #pragma once
 
 #include "MirelClientApp/tunnel/WindowWatch.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
 #include "MirelClientApp/web/ReceiveBuffer.hpp"
 #include "app/utilities/file_io.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <chrono>
@@ -31,7 +31,7 @@ struct TunnelLiveness {
 };
 
 struct TunnelFrame {
-    FrameHeader header;
+    tessaron::tunnel::FrameHeader header;
     std::string payload;
 };
 
@@ -44,7 +44,7 @@ struct TunnelFrame {
 /// Errors: `false` or nothing when the connection has failed or was shut down.
 class TunnelConnection {
 public:
-    /// Takes a connected, non-blocking socket.
+    /// Takes a connected socket, and has it block.
     explicit TunnelConnection(tessaron::UniqueFd socket, TunnelLiveness const& liveness = {});
 
     /// Blocks while the server does not read.
@@ -75,11 +75,10 @@ private:
     bool recv_full(char* buffer, std::size_t size);
     /// Some bytes, at least one; 0 at the end of the connection.
     std::size_t receive(char* buffer, std::size_t most);
-    /// False when the socket cannot be waited for.
-    bool wait(short events);
+    /// After a call that moved no byte: whether it is to be repeated.
+    bool may_go_on();
 
     tessaron::UniqueFd const socket_;
-    std::chrono::milliseconds const look_period_;
     WindowWatch window_watch_;
     ReceiveBuffer<std::size_t{64} * 1024> input_;
     tessaron::Mutex write_mutex_;

@@ -12,6 +12,8 @@
 
 namespace mirelclient {
 
+using namespace tessaron::tunnel;
+
 TunnelSession::TunnelSession(tessaron::UniqueFd socket, TunnelTargets targets, std::stop_token stop,
                              std::shared_ptr<HandlerGate> stream_threads)
     : connection_(std::move(socket)), targets_(std::move(targets)), stop_(std::move(stop)),

@@ -1,28 +1,19 @@
 #include "MirelClientApp/tunnel/tunnel_dial.hpp"
 
-#include "app/utilities/StopEvent.hpp"
 #include "app/utilities/start_thread.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
-#include <arpa/inet.h>
-#include <array>
-#include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <exception>
-#include <fcntl.h>
 #include <memory>
 #include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
 #include <utility>
 
 namespace mirelclient {
 
 using tessaron::Mutex;
 using tessaron::MutexLock;
-using tessaron::StopEvent;
 using tessaron::UniqueFd;
 
 namespace {
@@ -69,27 +60,6 @@ struct Lookup {
     std::optional<std::vector<SocketAddress>> answer TESSARON_GUARDED_BY(mutex);
 };
 
-/// Waits for the end of an attempt. False when a stop was requested meanwhile.
-bool wait_for_attempt(int socket, std::stop_token const& stop) {
-    StopEvent const stop_event(stop);
-    if (!stop_event.is_usable()) {
-        return false;
-    }
-    std::array<pollfd, 2> waited{{{stop_event.descriptor(), POLLIN, 0}, {socket, POLLOUT, 0}}};
-    while (poll(waited.data(), waited.size(), -1) < 0) {
-        if (errno != EINTR) {
-            return false;
-        }
-    }
-    return waited[0].revents == 0;
-}
-
-bool is_connected(int socket) {
-    int error = 0;
-    socklen_t size = sizeof error;
-    return getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
-}
-
 } // namespace
 
 std::optional<HostPort> split_host_port(std::string const& text) {
@@ -114,25 +84,6 @@ std::vector<SocketAddress> resolve(HostPort const& where, std::stop_token const&
     return answered ? *lookup->answer : std::vector<SocketAddress>();
 }
 
-UniqueFd connect_to(SocketAddress const& address, std::stop_token const& stop) {
-    UniqueFd socket(
-        ::socket(address.bytes.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!socket.is_open()) {
-        return {};
-    }
-    int const repeats = K_CONNECT_REPEATS;
-    setsockopt(socket.get(), IPPROTO_TCP, TCP_SYNCNT, &repeats, sizeof repeats);
-    auto const* const generic = reinterpret_cast<sockaddr const*>(&address.bytes);
-    if (connect(socket.get(), generic, address.size) == 0) {
-        return socket;
-    }
-    if (errno != EINPROGRESS && errno != EINTR) {
-        return {};
-    }
-    bool const ended = wait_for_attempt(socket.get(), stop);
-    return ended && is_connected(socket.get()) ? std::move(socket) : UniqueFd();
-}
-
 UniqueFd dial(std::string const& host_and_port, std::stop_token const& stop) {
     auto const where = split_host_port(host_and_port);
     if (!where) {
@@ -145,21 +96,6 @@ UniqueFd dial(std::string const& host_and_port, std::stop_token const& stop) {
         }
     }
     return {};
-}
-
-UniqueFd connect_local(std::uint16_t port, std::stop_token const& stop) {
-    SocketAddress address;
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(port);
-    local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    std::memcpy(&address.bytes, &local, sizeof local);
-    address.size = sizeof local;
-    UniqueFd socket = connect_to(address, stop);
-    if (socket.is_open()) {
-        fcntl(socket.get(), F_SETFL, fcntl(socket.get(), F_GETFL) & ~O_NONBLOCK);
-    }
-    return socket;
 }
 
 } // namespace mirelclient

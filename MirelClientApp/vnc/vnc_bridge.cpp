@@ -8,8 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
+#include <chrono>
 #include <span>
 #include <string_view>
 #include <sys/socket.h>
@@ -24,6 +23,8 @@ namespace {
 
 constexpr std::size_t K_PIECE_SIZE = 8192;
 constexpr std::size_t K_PIECES_AT_ONCE = WsConnection::K_MAX_MESSAGES_AT_ONCE;
+/// How long a local server that takes nothing is waited for when its viewer has left.
+constexpr std::chrono::milliseconds K_UNREAD_GRACE{2000};
 
 ssize_t receive(int fd, std::span<char> buffer) {
     ssize_t got = -1;
@@ -55,8 +56,34 @@ void send_screen(int local, WsConnection& viewer, std::atomic<bool>& done) {
     done = true;
 }
 
-void receive_input(int local, WsConnection& viewer, std::atomic<bool> const& done) {
-    while (!done) {
+/// False if the local server is full and stays so, with nobody there any more to wait for it.
+bool wait_for_room(int local, int viewer) {
+    std::array<pollfd, 2> waited{{{local, POLLOUT, 0}, {viewer, POLLRDHUP, 0}}};
+    return wait_for_any(waited, K_FOREVER) &&
+           (waited[0].revents != 0 || wait_for_any(std::span(waited).first(1), K_UNREAD_GRACE));
+}
+
+/// Blocks while the local server takes no more; a server that never does must not keep the bridge
+/// of a viewer that has left.
+bool send_input(int local, std::string_view bytes, int viewer) {
+    while (!bytes.empty()) {
+        ssize_t const sent = ::send(local, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent > 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(sent));
+            continue;
+        }
+        bool const full = sent == 0 || errno == EAGAIN;
+        bool const try_again = full ? wait_for_room(local, viewer) : errno == EINTR;
+        if (!try_again) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void receive_input(int local, WsConnection& viewer, int viewer_fd, std::atomic<bool> const& done) {
+    for (;;) {
+        // Also when the local server has closed meanwhile: pings are answered within.
         auto const message = viewer.read_message();
         if (!message) {
             return;
@@ -64,7 +91,7 @@ void receive_input(int local, WsConnection& viewer, std::atomic<bool> const& don
         auto const& [opcode, bytes] = *message;
         std::string_view const text(reinterpret_cast<char const*>(bytes.data()), bytes.size());
         // What comes after the local server has closed ends the bridge, whatever it is.
-        if (done || (opcode == WsConnection::K_BINARY && !send_all(local, text))) {
+        if (done || (opcode == WsConnection::K_BINARY && !send_input(local, text, viewer_fd))) {
             return;
         }
     }
@@ -72,28 +99,13 @@ void receive_input(int local, WsConnection& viewer, std::atomic<bool> const& don
 
 } // namespace
 
-UniqueFd dial_local_tcp(unsigned short port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!fd.is_open() ||
-        ::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
-        return UniqueFd();
-    }
-    int const on = 1; // a pointer's movement must not wait for the one before
-    ::setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    return fd;
-}
-
 void handle_vnc_ws(int fd, HttpRequest const& request, unsigned short port,
                    std::stop_token const& stop) {
     UniqueFd socket(fd);
     if (stop.stop_requested() || !ws_handshake(fd, request)) {
         return;
     }
-    UniqueFd const local = dial_local_tcp(port);
+    UniqueFd const local = dial_local_tcp(port, stop, fd);
     if (!local.is_open()) {
         return;
     }
@@ -111,7 +123,7 @@ void handle_vnc_ws(int fd, HttpRequest const& request, unsigned short port,
     } catch (std::system_error const&) {
         return; // no thread to be had: as without a screen server
     }
-    receive_input(local.get(), viewer, done);
+    receive_input(local.get(), viewer, fd, done);
     done = true;
     // The reader may be blocked on either side.
     end_both();

@@ -2,22 +2,20 @@
 
 #include "MirelClientApp/web/HandlerGate.hpp"
 #include "MirelClientApp/web/http_message.hpp"
-#include "app/utilities/file_io.hpp"
+#include "MirelClientApp/web/socket_dial.hpp"
 
 #include <chrono>
 #include <stop_token>
 
 namespace mirelclient {
 
-/// A TCP connection to a port of this machine's own 127.0.0.1; closed where nobody listens.
-[[nodiscard]] tessaron::UniqueFd dial_local_tcp(unsigned short port);
-
 /// Moves bytes between a viewer's WebSocket and the screen server on `port`, from the request to
 /// the end of the connection, and understands none of them. Takes the socket over.
 ///
 /// Binary messages carry the bytes both ways, any other message is ignored. When the local server
 /// closes, pings are still answered, and the viewer's next message ends the bridge; when the viewer
-/// goes, so does the local connection. Every end is silent: no close frame, no log line.
+/// goes, so does the local connection, once the local server has taken what came before or has
+/// taken nothing for two seconds. Every end is silent: no close frame, no log line.
 ///
 /// A stop request ends the bridge at once. Runs on the connection's thread and starts a second one
 /// that it joins.

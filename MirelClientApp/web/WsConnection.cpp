@@ -63,6 +63,8 @@ WsConnection::WsConnection(int fd) : fd_(fd) {
     // A keystroke's echo must not wait for the acknowledgement of the one before.
     int const on = 1;
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    // A machine that vanished never says so, and a message may not be due for ever.
+    ::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
 }
 
 std::optional<WsConnection::Message> WsConnection::read_message() {

@@ -23,7 +23,8 @@ namespace mirelclient {
 /// delivered with opcode 0.
 ///
 /// Ownership: the socket, which must block; the destructor closes it. Another thread's call is
-/// ended by a `shutdown` of the socket.
+/// ended by a `shutdown` of the socket. A peer that vanished without a word ends it too, as late
+/// as the system's keep-alive is set to notice.
 /// Thread safety: `write_message` from any thread, one internal lock so that frames never mix, held
 /// while a frame is sent; `read_message` on one thread at a time, the caller's duty. It answers
 /// pings and the close frame through the same lock.

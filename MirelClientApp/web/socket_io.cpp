@@ -42,4 +42,12 @@ bool send_all(int fd, std::span<iovec> pieces) {
     return true;
 }
 
+bool wait_for_any(std::span<pollfd> waited, std::chrono::milliseconds time) {
+    int count = -1;
+    do {
+        count = ::poll(waited.data(), waited.size(), static_cast<int>(time.count()));
+    } while (count < 0 && errno == EINTR);
+    return count > 0;
+}
+
 } // namespace mirelclient

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <poll.h>
 #include <span>
 #include <string_view>
 #include <sys/uio.h>
@@ -17,6 +19,11 @@ namespace mirelclient {
 
 /// The rest of a list of pieces of which `sent` bytes have left; changes the first that is left.
 [[nodiscard]] std::span<iovec> drop_sent(std::span<iovec> pieces, std::size_t sent);
+
+inline constexpr std::chrono::milliseconds K_FOREVER{-1};
+
+/// Whether one of the descriptors has something to tell within the time; their `revents` say which.
+bool wait_for_any(std::span<pollfd> waited, std::chrono::milliseconds time);
 
 /// The bytes as such a piece.
 inline iovec send_piece(std::string_view bytes) {

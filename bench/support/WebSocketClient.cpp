@@ -2,8 +2,6 @@
 
 #include "bench/support/loopback.hpp"
 
-#include <cstring>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace bench {
@@ -45,10 +43,10 @@ WebSocketClient::WebSocketClient(std::uint16_t port, std::string const& path) : 
                  "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n");
     std::size_t end_of_head = std::string_view::npos;
     while (end_of_head == std::string_view::npos) {
-        receive();
-        end_of_head = unread().find("\r\n\r\n");
+        inbox_.receive(fd_);
+        end_of_head = inbox_.unread().find("\r\n\r\n");
     }
-    begin_ += end_of_head + 4;
+    inbox_.drop(end_of_head + 4);
 }
 
 WebSocketClient::~WebSocketClient() {
@@ -56,8 +54,8 @@ WebSocketClient::~WebSocketClient() {
 }
 
 std::string_view WebSocketClient::read() {
-    for (;; receive()) {
-        std::string_view const input = unread();
+    for (;; inbox_.receive(fd_)) {
+        std::string_view const input = inbox_.unread();
         if (input.size() < 2) {
             continue;
         }
@@ -71,7 +69,7 @@ std::string_view WebSocketClient::read() {
             size = big_endian(input.substr(2, length_bytes));
         }
         if (input.size() >= header + size) {
-            begin_ += header + size;
+            inbox_.drop(header + size);
             return input.substr(header, size);
         }
     }
@@ -89,17 +87,6 @@ std::string WebSocketClient::frame(std::string_view payload) {
         frame += static_cast<char>(payload[i] ^ K_MASK[i % K_MASK.size()]);
     }
     return frame;
-}
-
-void WebSocketClient::receive() {
-    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
-    ssize_t const got = recv(fd_, buffer_.data() + end_, buffer_.size() - end_, 0);
-    if (got <= 0) {
-        fail("recv");
-    }
-    end_ += static_cast<std::size_t>(got);
 }
 
 } // namespace bench

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "bench/support/Inbox.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace bench {
 
@@ -26,13 +27,8 @@ public:
     int descriptor() const { return fd_; }
 
 private:
-    std::string_view unread() const { return {buffer_.data() + begin_, end_ - begin_}; }
-    void receive();
-
     int fd_;
-    std::vector<char> buffer_ = std::vector<char>(std::size_t{256} * 1024);
-    std::size_t begin_ = 0;
-    std::size_t end_ = 0;
+    Inbox inbox_{std::size_t{256} * 1024};
 };
 
 } // namespace bench

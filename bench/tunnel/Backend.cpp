@@ -2,7 +2,9 @@
 
 #include "bench/support/loopback.hpp"
 
+#include <cstdlib>
 #include <string>
+#include <string_view>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -22,16 +24,16 @@ std::string read_head(int fd) {
     return head;
 }
 
-void send_transfer(int fd) {
+void send_transfer(int fd, std::size_t size) {
     std::string const chunk(K_CHUNK, 'd');
-    for (std::size_t sent = 0; sent < K_TRANSFER; sent += chunk.size()) {
-        send_all(fd, std::string_view(chunk).substr(0, K_TRANSFER - sent));
+    for (std::size_t sent = 0; sent < size; sent += chunk.size()) {
+        send_all(fd, std::string_view(chunk).substr(0, size - sent));
     }
 }
 
-void take_transfer(int fd) {
+void take_transfer(int fd, std::size_t size) {
     std::vector<char> buffer(K_CHUNK);
-    for (std::size_t taken = 0; taken < K_TRANSFER;) {
+    for (std::size_t taken = 0; taken < size;) {
         ssize_t const got = recv(fd, buffer.data(), buffer.size(), 0);
         if (got <= 0) {
             fail("recv");
@@ -52,11 +54,14 @@ void serve(int fd) {
     std::string const head = read_head(fd);
     send_all(fd, "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n"
                  "Connection: Upgrade\r\n\r\n");
-    char const wanted = head[head.find(" HTTP/") - 1];
+    std::string_view const path = std::string_view(head).substr(0, head.find(" HTTP/"));
+    std::size_t const at = path.rfind('/') + 1;
+    char const wanted = path[at];
+    std::size_t const size = std::strtoull(head.c_str() + at + 1, nullptr, 10);
     if (wanted == K_DOWNLOAD) {
-        send_transfer(fd);
+        send_transfer(fd, size);
     } else if (wanted == K_UPLOAD) {
-        take_transfer(fd);
+        take_transfer(fd, size);
     } else {
         echo(fd);
     }

@@ -1,18 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace bench {
 
-constexpr std::size_t K_TRANSFER = std::size_t{200} * 1000 * 1000;
 constexpr std::size_t K_PING = 64;
 /// What either side writes and reads at once.
 constexpr std::size_t K_CHUNK = std::size_t{64} * 1024;
 
-/// What a connection is for, in the path of its one request; after the answer's head it carries
-/// bare bytes. HTTP only so that a proxy lets it through.
-inline constexpr char K_DOWNLOAD = 'd'; ///< Sends `K_TRANSFER` bytes.
-inline constexpr char K_UPLOAD = 'u';   ///< Takes `K_TRANSFER` bytes, then sends one.
+/// What a connection is for, in the path of its one request, "/<letter><bytes>"; after the answer's
+/// head it carries bare bytes. HTTP only so that a proxy lets it through.
+inline constexpr char K_DOWNLOAD = 'd'; ///< Sends so many bytes.
+inline constexpr char K_UPLOAD = 'u';   ///< Takes so many bytes, then sends one.
 inline constexpr char K_ECHO = 'e';     ///< Sends each `K_PING` bytes back.
 
 /// Serves connections on the port, each on a thread of its own, to the end of the program.

@@ -3,9 +3,7 @@
 #include "bench/support/loopback.hpp"
 #include "bench/tunnel/Backend.hpp"
 
-#include <algorithm>
 #include <array>
-#include <cstring>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -67,7 +65,7 @@ private:
     TunnelServer& server_;
 };
 
-TunnelServer::TunnelServer(int listener) : fd_(accept_on(listener)), buffer_(K_CHUNK) {
+TunnelServer::TunnelServer(int listener) : fd_(accept_on(listener)), inbox_(K_CHUNK) {
 }
 
 std::unique_ptr<IPath> TunnelServer::open() {
@@ -92,34 +90,22 @@ void TunnelServer::send_frame(std::uint8_t type, std::string_view payload) {
 
 std::string_view TunnelServer::read_stream() {
     for (;;) {
-        if (payload_left_ > 0 && begin_ < end_) {
-            std::size_t const size = std::min(payload_left_, end_ - begin_);
-            std::string_view const bytes(buffer_.data() + begin_, size);
-            begin_ += size;
-            payload_left_ -= size;
+        std::string_view const unread = inbox_.unread();
+        if (payload_left_ > 0 && !unread.empty()) {
+            std::string_view const bytes = unread.substr(0, payload_left_);
+            inbox_.drop(bytes.size());
+            payload_left_ -= bytes.size();
             if (payload_is_ours_) {
                 return bytes;
             }
-        } else if (payload_left_ == 0 && end_ - begin_ >= K_HEADER) {
-            char const* const header = buffer_.data() + begin_;
-            payload_is_ours_ = header[0] == K_DATA && get_u32(header + 1) == stream_;
-            payload_left_ = get_u32(header + 5);
-            begin_ += K_HEADER;
+        } else if (payload_left_ == 0 && unread.size() >= K_HEADER) {
+            payload_is_ours_ = unread[0] == K_DATA && get_u32(&unread[1]) == stream_;
+            payload_left_ = get_u32(&unread[5]);
+            inbox_.drop(K_HEADER);
         } else {
-            receive();
+            inbox_.receive(fd_);
         }
     }
-}
-
-void TunnelServer::receive() {
-    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
-    ssize_t const got = recv(fd_, buffer_.data() + end_, buffer_.size() - end_, 0);
-    if (got <= 0) {
-        fail("recv");
-    }
-    end_ += static_cast<std::size_t>(got);
 }
 
 } // namespace bench

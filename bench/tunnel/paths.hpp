@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bench/support/Inbox.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -45,13 +47,10 @@ private:
 
     void send_frame(std::uint8_t type, std::string_view payload);
     std::string_view read_stream();
-    void receive();
 
     int fd_;
     std::uint32_t stream_ = 0;
-    std::vector<char> buffer_;
-    std::size_t begin_ = 0;
-    std::size_t end_ = 0;
+    Inbox inbox_;
     std::size_t payload_left_ = 0; ///< Of the frame that has been begun.
     bool payload_is_ours_ = false;
 };

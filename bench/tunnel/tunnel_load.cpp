@@ -23,16 +23,20 @@ using bench::IPath;
 using Clock = std::chrono::steady_clock;
 
 constexpr int K_PINGS = 3000;
+constexpr std::size_t K_TRANSFER = std::size_t{200} * 1000 * 1000;
+/// By mirelserver, which ends a stream that gets more than 64 MiB ahead of its reader.
+constexpr std::size_t K_SHORT_TRANSFER = std::size_t{60} * 1000 * 1000;
 
 struct Way {
     char const* name;
     std::string prefix; ///< Of the request's path.
+    std::size_t transfer;
     std::function<std::unique_ptr<IPath>()> open;
     std::vector<double> downloads, uploads, pings;
 };
 
-void ask(IPath& path, std::string const& prefix, char wanted) {
-    path.write("GET " + prefix + "/" + wanted +
+void ask(IPath& path, Way const& way, char wanted) {
+    path.write("GET " + way.prefix + "/" + wanted + std::to_string(way.transfer) +
                " HTTP/1.1\r\nHost: localhost\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
                "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
 }
@@ -52,37 +56,37 @@ std::size_t read_head(IPath& path) {
     return head.size() - end - 4;
 }
 
-double bytes_per_second(Clock::time_point begin) {
+double bytes_per_second(Way const& way, Clock::time_point begin) {
     std::chrono::duration<double> const time = Clock::now() - begin;
-    return static_cast<double>(bench::K_TRANSFER) / time.count();
+    return static_cast<double>(way.transfer) / time.count();
 }
 
 double download(Way const& way) {
     auto const path = way.open();
     auto const begin = Clock::now();
-    ask(*path, way.prefix, bench::K_DOWNLOAD);
-    for (std::size_t got = read_head(*path); got < bench::K_TRANSFER;) {
+    ask(*path, way, bench::K_DOWNLOAD);
+    for (std::size_t got = read_head(*path); got < way.transfer;) {
         got += path->read().size();
     }
-    return bytes_per_second(begin);
+    return bytes_per_second(way, begin);
 }
 
 double upload(Way const& way) {
     auto const path = way.open();
-    ask(*path, way.prefix, bench::K_UPLOAD);
+    ask(*path, way, bench::K_UPLOAD);
     read_head(*path);
     std::string const chunk(bench::K_CHUNK, 'u');
     auto const begin = Clock::now();
-    for (std::size_t sent = 0; sent < bench::K_TRANSFER; sent += chunk.size()) {
-        path->write(std::string_view(chunk).substr(0, bench::K_TRANSFER - sent));
+    for (std::size_t sent = 0; sent < way.transfer; sent += chunk.size()) {
+        path->write(std::string_view(chunk).substr(0, way.transfer - sent));
     }
     path->read();
-    return bytes_per_second(begin);
+    return bytes_per_second(way, begin);
 }
 
 double ping(Way const& way) {
     auto const path = way.open();
-    ask(*path, way.prefix, bench::K_ECHO);
+    ask(*path, way, bench::K_ECHO);
     read_head(*path);
     std::string const message(bench::K_PING, 'e');
     std::vector<double> times;
@@ -117,10 +121,16 @@ int main(int argc, char** argv) {
     std::getchar();
 
     std::vector<Way> ways{
-        {"direct", "", by_tcp(number(2)), {}, {}, {}},
-        {"tunnel", "", [&server] { return server.open(); }, {}, {}, {}},
-        {"ssh", "", by_tcp(number(4)), {}, {}, {}},
-        {"mirelserver", "/api/clients/bench/proxy", by_tcp(number(5)), {}, {}, {}}};
+        {"direct", "", K_TRANSFER, by_tcp(number(2)), {}, {}, {}},
+        {"tunnel", "", K_TRANSFER, [&server] { return server.open(); }, {}, {}, {}},
+        {"ssh", "", K_TRANSFER, by_tcp(number(4)), {}, {}, {}},
+        {"mirelserver",
+         "/api/clients/bench/proxy",
+         K_SHORT_TRANSFER,
+         by_tcp(number(5)),
+         {},
+         {},
+         {}}};
     for (int round = 0; round < rounds; ++round) {
         for (Way& way : ways) {
             way.downloads.push_back(download(way));

@@ -26,9 +26,10 @@ COUNT_COLOURS = """async ([picture, top, bottom]) => {
 
 
 class Browser:
-    def __init__(self):
+    def __init__(self, prefix=()):
+        """The prefix is a command that runs it elsewhere."""
         self.process = subprocess.Popen(
-            ["node", DRIVER], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+            [*prefix, "node", DRIVER], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
             env={**os.environ, "MIREL_BROWSER_NPM": str(NPM)})
 
     def do(self, **command):
@@ -52,8 +53,9 @@ class Page:
         self.browser = browser
         self.expected_errors = []
 
-    def open(self, url=HOME, size=DESK, answers=None, stop_clock=False):
-        """A fresh page at the address. The answers, by path, stand in for the machine's own."""
+    def open(self, url=HOME, size=DESK, answers=None, stop_clock=False, held=()):
+        """A fresh page at the address. The answers, by path, stand in for the machine's own; what is
+        held gets none."""
         self.browser.do(do="open", args=list(size))
         if stop_clock:
             now = int(time.time() * 1000)
@@ -61,6 +63,8 @@ class Page:
             self.browser.do(do="clock", method="pauseAt", args=[now])
         for path, answer in (answers or {}).items():
             self.answer(path, *answer) if isinstance(answer, tuple) else self.answer(path, answer)
+        for path in held:
+            self.hold(path)
         self.call("goto", url)
         return self
 
@@ -69,6 +73,10 @@ class Page:
 
     def answer(self, path, body, status=200):
         self.browser.do(do="answer", args=[path, status, json.dumps(body)])
+
+    def hold(self, path):
+        """What is asked of the path from now on gets no answer."""
+        self.browser.do(do="hold", args=[path])
 
     def call(self, method, *arguments):
         return self.browser.do(do="page", method=method, args=arguments)
@@ -133,6 +141,10 @@ class Page:
         """What the page asked for so far: paths, and for a POST paths and bodies."""
         asked = [request for request in self.browser.do(do="told")["requests"] if request["method"] == method]
         return [request["path"] if method == "GET" else (request["path"], request["body"]) for request in asked]
+
+    def sockets(self):
+        """The paths of the WebSockets that the page has opened so far."""
+        return self.browser.do(do="told")["sockets"]
 
     def wait_asked(self, path, times=1):
         wait_until(lambda: self.requests().count(path) >= times, f"{path} was asked for {times} times")

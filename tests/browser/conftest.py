@@ -13,6 +13,7 @@ _spec.loader.exec_module(_fixtures)
 globals().update({name: value for name, value in vars(_fixtures).items() if not name.startswith("_")})
 
 from browser import Browser, Page  # noqa: E402
+from preloaded import entry_text, write_registry  # noqa: E402
 
 
 @pytest.fixture(scope="session")
@@ -30,3 +31,11 @@ def page(browser, daemon):
     errors = page.unexpected_errors()
     page.close()
     assert errors == []
+
+
+@pytest.fixture
+def open_page(daemon, page):
+    """Opens the page of a machine on which "app" is installed, with stand-ins for some answers."""
+    write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
+    daemon.start()
+    return lambda **options: page.open(**options)

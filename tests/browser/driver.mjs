@@ -10,7 +10,9 @@
 //     {"do": "press", "args": [key]}                   on what has the focus
 //     {"do": "locator", "selector": ..., "method": ..., "args": [...]}
 //     {"do": "answer", "args": [path, status, body]}   stands in for the machine's answer to a path
-//     {"do": "told"}                                   what the page asked for, and its errors
+//     {"do": "hold", "args": [path]}                   leaves what is asked of a path without an answer
+//     {"do": "told"}                                   what the page asked for, where to it has opened
+//                                                      WebSockets, and its errors
 //
 // The answer is {"result": ...} or {"error": text}.
 import { createRequire } from "node:module";
@@ -26,6 +28,7 @@ const browser = await chromium.launch({
 let context;
 let page;
 let requests = [];
+let sockets = [];
 let errors = [];
 
 const commands = {
@@ -36,6 +39,7 @@ const commands = {
             permissions: ["clipboard-read", "clipboard-write"],
         });
         requests = [];
+        sockets = [];
         errors = [];
         page = await context.newPage();
         page.setDefaultTimeout(20000);
@@ -43,6 +47,7 @@ const commands = {
             const { pathname, search } = new URL(request.url());
             requests.push({ method: request.method(), path: pathname + search, body: request.postData() });
         });
+        page.on("websocket", (socket) => sockets.push(new URL(socket.url()).pathname));
         page.on("pageerror", (error) => errors.push(String(error)));
         page.on("console", (message) => {
             if (message.type() === "error" || message.type() === "warning") {
@@ -62,7 +67,8 @@ const commands = {
             (url) => url.pathname + url.search === path,
             (route) => route.fulfill({ status, contentType: "application/json", body }),
         ),
-    told: () => ({ requests, errors }),
+    hold: ({ args: [path] }) => page.route((url) => url.pathname + url.search === path, () => {}),
+    told: () => ({ requests, sockets, errors }),
 };
 
 for await (const line of createInterface({ input: process.stdin })) {

@@ -2,7 +2,6 @@
 import json
 
 import pytest
-from preloaded import entry_text, write_registry
 
 BASE = "/api/packages/app"
 NOT_ON_THE_BUS = "package not discovered on the bus, or it didn't reply"
@@ -23,13 +22,11 @@ def log(first, lines, **fields):
 
 
 @pytest.fixture
-def open_tab(daemon, page):
+def open_tab(open_page, page):
     """Opens a sub-tab of the package "app" with the given answers below the package's path."""
-    write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
-    daemon.start()
 
     def open_tab(sub_tab, answers, **options):
-        page.open(answers={BASE + path: answer for path, answer in answers.items()}, **options)
+        open_page(answers={BASE + path: answer for path, answer in answers.items()}, **options)
         page.open_package("app", sub_tab)
         return page
 
@@ -183,10 +180,10 @@ def test_console_is_opened_once(daemon, page):
     page.open()
     assert not any("xterm.mjs" in path for path in page.requests())
     page.tab("Console")
-    page.wait(".terminal .xterm-screen")
+    page.wait(".tty .xterm-screen")
     page.tab("Self")
     page.tab("Console")
-    assert page.count(".terminal .xterm") == 1
+    assert page.count(".tty .xterm") == 1
     assert page.requests().count("/static/xterm/xterm.mjs") == 1
 
 

@@ -1,7 +1,7 @@
 // The sub-frames of a console stream: whatever comes is a sequence of them, however it is cut.
 
 #include "MirelClientApp/tunnel/ConsoleFrameParser.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 #include "tests/fuzz/require.hpp"
 
 #include <algorithm>
@@ -31,7 +31,7 @@ Outcome parse(std::string_view bytes, std::size_t piece) {
     ConsoleFrameParser parser;
     while (!bytes.empty()) {
         parser.feed(bytes.substr(0, piece), [&](std::uint8_t kind, std::string_view data) {
-            if (kind == mirelclient::CONSOLE_BYTES) {
+            if (kind == tessaron::tunnel::CONSOLE_BYTES) {
                 outcome.terminal += data;
             } else {
                 outcome.others.emplace_back(kind, data);

@@ -1,7 +1,7 @@
 // What a server may send over the tunnel: frames come out as they went in, or the connection ends.
 
 #include "MirelClientApp/tunnel/TunnelConnection.hpp"
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 #include "tests/fuzz/require.hpp"
 
 #include <algorithm>
@@ -25,17 +25,17 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     std::string seen;
     while (auto const frame = connection.read_frame()) {
         require(frame->header.length == frame->payload.size());
-        require(frame->header.length <= mirelclient::K_MAX_FRAME_PAYLOAD);
-        auto const header = mirelclient::encode_header(frame->header);
+        require(frame->header.length <= tessaron::tunnel::K_MAX_FRAME_PAYLOAD);
+        auto const header = tessaron::tunnel::encode_header(frame->header);
         seen.append(header.begin(), header.end()).append(frame->payload);
     }
     require(bytes.starts_with(seen));
     // It ended where a frame is cut short or too large.
     std::string_view const rest = bytes.substr(seen.size());
-    if (rest.size() >= mirelclient::K_FRAME_HEADER_SIZE) {
-        mirelclient::FrameHeaderBytes header;
+    if (rest.size() >= tessaron::tunnel::K_FRAME_HEADER_SIZE) {
+        tessaron::tunnel::FrameHeaderBytes header;
         rest.copy(header.data(), header.size());
-        require(mirelclient::decode_header(header).length > rest.size() - header.size());
+        require(tessaron::tunnel::decode_header(header).length > rest.size() - header.size());
     }
     return 0;
 }

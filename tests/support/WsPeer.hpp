@@ -1,6 +1,8 @@
 #pragma once
 
+#include "MirelClientApp/web/http_message.hpp"
 #include "app/utilities/file_io.hpp"
+#include "tests/support/Peer.hpp"
 
 #include <array>
 #include <cstddef>
@@ -10,8 +12,6 @@
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
-#include <sys/time.h>
-#include <utility>
 
 namespace mirelclient::test {
 
@@ -56,34 +56,17 @@ inline std::ostream& operator<<(std::ostream& out, WsFrame const& frame) {
                << " bytes: " << frame.payload.substr(0, 100);
 }
 
-/// The browser's end of a connected socket. Waits end after 20 seconds.
-///
-/// Ownership: the socket.
-/// Thread safety: one thread at a time for each direction.
-class WsPeer {
+/// The browser's end of a connected socket.
+class WsPeer : public Peer {
 public:
-    explicit WsPeer(int fd) : fd_(fd) {
-        timeval const limit{20, 0};
-        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
-    }
+    explicit WsPeer(int fd) : Peer(tessaron::UniqueFd(fd)) {}
 
-    int fd() const { return fd_.get(); }
-
-    bool send(std::string_view bytes) {
-        while (!bytes.empty()) {
-            ssize_t const sent = ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-            if (sent <= 0) {
-                return false;
-            }
-            bytes.remove_prefix(static_cast<std::size_t>(sent));
-        }
-        return true;
-    }
+    using Peer::send;
     bool send(WsFrame const& frame) { return send(frame.bytes()); }
     bool type(std::string_view keys) { return send(WsFrame{2, std::string(keys)}); }
 
-    void end_of_input() { ::shutdown(fd_.get(), SHUT_WR); }
-    void close() { fd_.reset(); }
+    void end_of_input() { ::shutdown(fd(), SHUT_WR); }
+    void close() { hang_up(); }
 
     /// The next whole frame; nothing at the end of the connection.
     std::optional<WsFrame> read_frame() {
@@ -123,25 +106,6 @@ public:
         }
         return output;
     }
-
-    /// `size` bytes, or fewer at the end of the connection.
-    std::string read(std::size_t size) {
-        while (input_.size() < size) {
-            std::array<char, 65536> buffer;
-            ssize_t const got = ::recv(fd_.get(), buffer.data(), buffer.size(), 0);
-            if (got <= 0) {
-                break;
-            }
-            input_.append(buffer.data(), static_cast<std::size_t>(got));
-        }
-        std::string taken = input_.substr(0, size);
-        input_.erase(0, taken.size());
-        return taken;
-    }
-
-private:
-    tessaron::UniqueFd fd_;
-    std::string input_;
 };
 
 /// The two ends of a connection: the server's, and the browser's.
@@ -155,5 +119,14 @@ inline constexpr std::string_view K_SAMPLE_KEY = "dGhlIHNhbXBsZSBub25jZQ==";
 inline constexpr std::string_view K_SAMPLE_ANSWER =
     "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
     "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n";
+
+inline HttpRequest sample_handshake() {
+    HttpRequest request;
+    request.method = "GET";
+    request.headers = {{"connection", "Upgrade"},
+                       {"upgrade", "websocket"},
+                       {"sec-websocket-key", std::string(K_SAMPLE_KEY)}};
+    return request;
+}
 
 } // namespace mirelclient::test

@@ -15,6 +15,7 @@ from daemon import Daemon, LOG_ROOT
 from frame_app import FRAME_LOG_ROOT, FRAME_PROGRAM, FrameApp
 from programs import is_sanitized
 from registry import Registry
+from registry_support import free_port, running_mirelserver
 
 
 def pytest_configure(config):
@@ -139,6 +140,16 @@ def registry(tmp_path):
     registry = Registry(tmp_path)
     yield registry
     registry.stop()
+
+
+@pytest.fixture
+def server(tmp_path):
+    """A mirelserver that machines can dial."""
+    (tmp_path / "registry").mkdir()
+    tunnel_port = free_port()
+    with running_mirelserver(tmp_path / "registry", "--tunnel-port", str(tunnel_port)) as server:
+        server.tunnel_port = tunnel_port
+        yield server
 
 
 @pytest.hookimpl(hookwrapper=True)

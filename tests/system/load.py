@@ -17,41 +17,60 @@ class Clients:
 
     def __init__(self, requests, count):
         self.requests = requests
-        self.busy = threading.Event()
+        self.told_to_work = False
         self.ended = False
+        self.at_work = 0
         self.answers = 0
-        self.answered = threading.Condition()
+        self.changed = threading.Condition()
         self.threads = [threading.Thread(target=self.work, args=(number,)) for number in range(count)]
         for thread in self.threads:
             thread.start()
 
     def work(self, number):
-        while self.busy.wait() and not self.ended:
+        while self.begin_request():
+            answered = False
             try:
                 connection = http.client.HTTPConnection("127.0.0.1", WEB_PORT, timeout=20)
                 connection.request(*self.requests[number % len(self.requests)])
                 connection.getresponse().read()
                 connection.close()
+                answered = True
+                number += 1
             except (OSError, http.client.HTTPException):
-                continue  # it is being stopped
-            number += 1
-            with self.answered:
-                self.answers += 1
-                self.answered.notify_all()
+                pass  # it is being stopped
+            finally:
+                self.end_request(answered)
+
+    def begin_request(self):
+        with self.changed:
+            self.changed.wait_for(lambda: self.told_to_work or self.ended)
+            self.at_work += not self.ended
+            return not self.ended
+
+    def end_request(self, answered):
+        with self.changed:
+            self.at_work -= 1
+            self.answers += answered
+            self.changed.notify_all()
 
     def work_until(self, answers):
         """Sets them to work, and returns when there are so many more answers; they go on."""
-        with self.answered:
+        with self.changed:
             goal = self.answers + answers
-            self.busy.set()
-            assert self.answered.wait_for(lambda: self.answers >= goal, 60), "no answers"
+            self.told_to_work = True
+            self.changed.notify_all()
+            assert self.changed.wait_for(lambda: self.answers >= goal, 60), "no answers"
 
     def rest(self):
-        self.busy.clear()
+        """Returns when none of them is at work any more: the next daemon would get what is left."""
+        with self.changed:
+            self.told_to_work = False
+            assert self.changed.wait_for(lambda: self.at_work == 0, 60), "a client is at work still"
 
     def end(self):
-        self.ended = True
-        self.busy.set()
+        with self.changed:
+            self.ended = True
+            self.changed.notify_all()
         for thread in self.threads:
             thread.join()
 

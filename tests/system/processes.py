@@ -1,7 +1,58 @@
 """What the kernel tells of running processes."""
+import contextlib
 import os
 import pathlib
 import signal
+
+
+def is_alive(pid):
+    """Not gone, and no zombie that its parent has not waited for yet."""
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(") ", 1)[1][0] != "Z"
+    except OSError:
+        return False
+
+
+def jobs_of(sessions):
+    """The living processes of those sessions."""
+    found = []
+    for entry in pathlib.Path("/proc").iterdir():
+        try:
+            fields = (entry / "stat").read_text().rsplit(") ", 1)[1].split()
+        except (OSError, IndexError):
+            continue
+        if int(fields[3]) in sessions and fields[0] != "Z":
+            found.append(int(entry.name))
+    return found
+
+
+def descriptors(pid):
+    return sorted(os.listdir(f"/proc/{pid}/fd"), key=int)
+
+
+def terminal_masters(pid):
+    """The master sides of terminals that it holds."""
+    masters = []
+    for descriptor in descriptors(pid):
+        with contextlib.suppress(OSError):
+            target = os.readlink(f"/proc/{pid}/fd/{descriptor}")
+            if target.endswith("ptmx"):
+                masters.append(descriptor)
+    return masters
+
+
+def thread_names(pid):
+    names = []
+    for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
+        with contextlib.suppress(OSError):
+            names.append((task / "comm").read_text().strip())
+    return sorted(names)
+
+
+def memory(pid):
+    """The bytes in memory that are its own: no file's, and shared with nobody."""
+    status = pathlib.Path(f"/proc/{pid}/status").read_text()
+    return int(status.partition("RssAnon:")[2].split()[0]) * 1024
 
 
 def environment_of(pid):

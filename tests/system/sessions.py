@@ -27,6 +27,13 @@ def newest_session_event(path, pid):
     return lines[-1]["event"] if lines else None
 
 
+def check_stop_line(path, pid, reason="signal: Terminated"):
+    start, stop = session_lines(path, pid)[-2:]
+    assert (start["event"], stop["event"], stop["reason"]) == ("start", "stop", reason)
+    assert int(stop["duration_s"]) >= 0 and int(stop["log_line"]) > 0
+    assert set(stop) == {"event", "ts", "pid", "duration_s", "log_line", "generation", "runtime", "reason"}
+
+
 def check_sessions(path, start, pid, reasons, runtime="", since=0):
     """sessions.log is exactly a start of the form `start`, and for each reason a stop and the next
     image's start; without the start for "end: REASON", the last one, and for "then: REASON", which

@@ -1,5 +1,4 @@
 """Machines behind mirelserver: heartbeats, tunnels and what a browser reaches through them."""
-import asyncio
 import concurrent.futures
 import contextlib
 import hashlib
@@ -11,52 +10,13 @@ import socket
 import threading
 
 import pytest
-import websockets
 
-from daemon import WEB_PORT
 from programs import DEADLINE, wait_until
-from registry_support import free_port, running_mirelserver
+from reach import beat, clients, error, fetch, machine_on, proxy
+from registry_support import free_port
 from tunnel_machine import CLOSE, DATA, TunnelMachine, frame
 
 BIG = os.urandom(5 << 20)
-
-
-@pytest.fixture
-def server(tmp_path):
-    (tmp_path / "registry").mkdir()
-    tunnel_port = free_port()
-    with running_mirelserver(tmp_path / "registry", "--tunnel-port", str(tunnel_port)) as server:
-        server.tunnel_port = tunnel_port
-        yield server
-
-
-@contextlib.contextmanager
-def machine_on(server, name="m1", serve=None):
-    machine = TunnelMachine(server.tunnel_port, name, serve)
-    try:
-        wait_until(lambda: clients(server).get(name, {}).get("tunnel"), f"{name} has a tunnel")
-        yield machine
-    finally:
-        machine.close()
-
-
-def clients(server):
-    status, kind, body = server.get("/api/clients")
-    assert (status, kind) == (200, "application/json")
-    return {client["name"]: client for client in json.loads(body)["clients"]}
-
-
-def beat(server, name="m1", address="http://127.0.0.1:1", **options):
-    body = json.dumps({"name": name, "address": address})
-    return server.get("/api/clients/heartbeat", method="POST", body=body, **options)
-
-
-def proxy(server, rest="/", name="m1", **options):
-    return server.get(f"/api/clients/{name}/proxy{rest}", **options)
-
-
-def error(status, text):
-    return status, "application/json", json.dumps({"error": text}, separators=(",", ":")).encode()
 
 
 def echo(stream):
@@ -290,91 +250,18 @@ def test_a_tunnel_that_is_down_gives_way_to_the_advertised_address(server):
 
 # -- the page and what it asks for at the root --
 
-def fetch(server, target, cookie=None):
-    connection = http.client.HTTPConnection("127.0.0.1", server.port, timeout=DEADLINE)
-    with contextlib.closing(connection):
-        connection.request("GET", target, headers={"Cookie": cookie} if cookie else {})
-        answer = connection.getresponse()
-        return answer.status, answer.getheader("Set-Cookie"), answer.read()
-
-
-def test_a_page_leaves_a_cookie_and_its_files_come_from_the_same_machine(server):
+def test_a_page_leaves_a_cookie_and_its_terminal_is_asked_of_the_same_machine(server):
     with machine_on(server, "m 1", echo), machine_on(server, "m2", echo):
         _, cookie, _ = fetch(server, "/api/clients/m%201/proxy/")
         assert cookie == "mirel_client=m%201; Path=/; HttpOnly; SameSite=Lax"
         assert fetch(server, "/api/clients/m2/proxy/api/self")[1] is None
-        status, _, body = fetch(server, "/static/xterm/xterm.mjs?v=1", "a=b; mirel_client=m%201; c=d")
-        assert (status, json.loads(body)["line"]) == (200, "GET /static/xterm/xterm.mjs?v=1 HTTP/1.1")
+        status, _, body = fetch(server, "/api/console/ws?v=1", "a=b; mirel_client=m%201; c=d")
+        assert (status, json.loads(body)["line"]) == (200, "GET /api/console/ws?v=1 HTTP/1.1")
 
 
-@pytest.mark.parametrize("target", ["/static/xterm/xterm.mjs", "/api/console/ws"])
-def test_without_a_cookie_nothing_lies_at_the_root(server, target):
-    assert server.get(target) == error(404, "not found")
-    assert fetch(server, target, "mirel_client=nobody")[0] == 404
-
-
-# -- the real daemon --
-
-@pytest.fixture
-def reached(server, daemon):
-    daemon.configure(tunnel_addr=f"127.0.0.1:{server.tunnel_port}", client_name="real",
-                     registry_url=f"http://127.0.0.1:{server.port}",
-                     advertise_addr=f"http://127.0.0.1:{WEB_PORT}", heartbeat_interval_seconds=1)
-    daemon.start()
-    wait_until(lambda: clients(server).get("real", {}).get("tunnel"), "the daemon has a tunnel")
-    return server
-
-
-def run(server, command):
-    body = json.dumps({"command": command})
-    status, _, answer = proxy(server, "/api/console/exec", "real", method="POST", body=body)
-    assert status == 200, answer
-    return json.loads(answer)
-
-
-def test_the_daemon_answers_through_its_tunnel(reached, daemon):
-    status, kind, body = proxy(reached, "/api/self", "real")
-    direct = daemon.get("/api/self")
-    assert (status, kind) == (200, direct.content_type)
-    assert json.loads(body).keys() == direct.json().keys()
-    assert run(reached, "echo hello")["output"] == "hello\n"
-    assert proxy(reached, "/api/none", "real")[0] == 404
-
-
-def test_large_answers_of_the_daemon_arrive_whole_and_in_parallel(reached):
-    with concurrent.futures.ThreadPoolExecutor(20) as pool:
-        outputs = list(pool.map(
-            lambda i: run(reached, f"head -c 1000000 /dev/zero | tr '\\0' {chr(97 + i)}")["output"], range(20)))
-    assert outputs == [chr(97 + i) * 1_000_000 for i in range(20)]
-
-
-def test_a_terminal_works_through_the_tunnel(reached):
-    async def session():
-        url = f"ws://127.0.0.1:{reached.port}/api/console/ws"
-        async with websockets.connect(url, extra_headers={"Cookie": "mirel_client=real"}) as terminal:
-            await terminal.send('{"cols":123,"rows":45}')
-            await terminal.send(b"stty size; echo do''ne\n")
-            seen = b""
-            while b"done" not in seen:
-                seen += await asyncio.wait_for(terminal.recv(), DEADLINE)
-            return seen
-
-    assert b"45 123" in asyncio.run(session())
-
-
-def test_the_daemon_is_listed_by_its_heartbeats(reached):
-    listed = wait_until(lambda: clients(reached)["real"]["address"] and clients(reached)["real"],
-                        "the heartbeat has come")
-    assert listed["address"] == f"http://127.0.0.1:{WEB_PORT}"
-
-
-def test_the_daemon_is_reached_by_its_address_when_its_tunnel_is_taken(reached):
-    wait_until(lambda: clients(reached)["real"]["address"], "the heartbeat has come")
-    with machine_on(reached, "real", lambda stream: stream.answer(b"taken")) as machine:
-        wait_until(lambda: proxy(reached, "/api/self", "real")[2] == b"taken", "the tunnel is taken")
-        machine.close()
-        wait_until(lambda: b'"version"' in proxy(reached, "/api/self", "real")[2],
-                   "the daemon answers itself")
+def test_a_terminal_without_a_page_is_nobodys(server):
+    assert server.get("/api/console/ws") == error(404, "no machine's page was opened in this browser")
+    assert fetch(server, "/api/console/ws", "mirel_client=nobody")[0] == 404
 
 
 def test_a_stop_in_the_middle_of_everything_is_clean(server):

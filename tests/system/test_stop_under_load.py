@@ -14,7 +14,7 @@ from preloaded import entry_text, put_into_store, write_registry
 from processes import instances
 from programs import wait_until
 from registry import ARCH, entry, SLEEPER
-from sessions import session_lines
+from sessions import check_stop_line, session_lines
 
 ROUNDS = 200
 SLOW_SCRIPT = "#!/bin/sh\n: >$STARTED\nexec sleep 1000\n"
@@ -46,13 +46,6 @@ def check_store():
         folder = folder_of(item["name"])
         assert item["install_path"] == str(folder) and item["version"] == "1"
         assert (folder / "run").read_text() == SLEEPER and (folder / "blob").stat().st_size == 1 << 20
-
-
-def check_stop_line(path, pid, reason="signal: Terminated"):
-    start, stop = session_lines(path, pid)[-2:]
-    assert (start["event"], stop["event"], stop["reason"]) == ("start", "stop", reason)
-    assert int(stop["duration_s"]) >= 0 and int(stop["log_line"]) > 0
-    assert set(stop) == {"event", "ts", "pid", "duration_s", "log_line", "generation", "runtime", "reason"}
 
 
 def end_packages(pids):

@@ -1,9 +1,9 @@
-"""A terminal of the daemon: as a browser has it, and as bytes that no browser would send."""
+"""The daemon's WebSockets: as a browser has them, and as bytes that no browser would send."""
 import asyncio
 import contextlib
 import json
-import os
 import socket
+import struct
 
 import websockets
 
@@ -12,6 +12,8 @@ from programs import DEADLINE
 
 HOST = f"127.0.0.1:{WEB_PORT}"
 PATH = "/api/console/ws"
+VNC_PATH = "/api/vnc/ws"
+MEBIBYTE = 1 << 20
 
 
 def in_browser(scenario, *arguments):
@@ -19,6 +21,14 @@ def in_browser(scenario, *arguments):
     async def run():
         async with websockets.connect(f"ws://{HOST}{PATH}", max_size=None, compression=None) as socket_:
             return await scenario(Terminal(socket_), *arguments)
+    return asyncio.run(run())
+
+
+def in_viewer(scenario, *arguments):
+    """Runs a coroutine that gets an open connection to the screen server."""
+    async def run():
+        async with websockets.connect(f"ws://{HOST}{VNC_PATH}", max_size=None, compression=None) as viewer:
+            return await scenario(viewer, *arguments)
     return asyncio.run(run())
 
 
@@ -71,14 +81,33 @@ def frame(opcode, payload=b"", fin=True, mask=b"\x01\x02\x03\x04", length=None):
     return head + mask + bytes(byte ^ mask[i % 4] for i, byte in enumerate(payload))
 
 
-class RawTerminal:
+# What ends a connection from the browser's side, once it is followed by the end of its input.
+ENDS = {
+    "a length of all ones": frame(2, length=(1 << 64) - 1),
+    "half of that": frame(2, length=1 << 63),
+    "a byte too many": frame(1, length=MEBIBYTE + 1),
+    "a byte too many in two fragments": frame(2, b"x" * MEBIBYTE, fin=False) + frame(0, b"x"),
+    "one byte of a frame": b"\x82",
+    "half a length": b"\x82\xfe\x00",
+    "half a mask": b"\x82\x85\x01\x02",
+    "all but a byte": frame(2, b"cut short")[:-1],
+    "a close frame": frame(8),
+    "a close frame with a status": frame(8, b"\x03\xe8bye"),
+    "nothing": b"",
+}
+
+
+def handshake(path, connection="Upgrade", upgrade="websocket"):
+    return (f"GET {path} HTTP/1.1\r\nHost: {HOST}\r\nConnection: {connection}\r\nUpgrade: {upgrade}\r\n"
+            "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n").encode()
+
+
+class RawWebSocket:
     """A socket on which the handshake is done, or was tried."""
 
-    def __init__(self, connection="Upgrade", upgrade="websocket"):
+    def __init__(self, path, **headers):
         self.socket = socket.create_connection(("127.0.0.1", WEB_PORT), timeout=DEADLINE)
-        self.socket.sendall(
-            f"GET {PATH} HTTP/1.1\r\nHost: {HOST}\r\nConnection: {connection}\r\nUpgrade: {upgrade}\r\n"
-            "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n".encode())
+        self.socket.sendall(handshake(path, **headers))
         self.input = b""
         self.head = b""
         while not self.head.endswith(b"\r\n\r\n") and (byte := self.read(1)):
@@ -90,9 +119,6 @@ class RawTerminal:
 
     def send(self, data):
         self.socket.sendall(data)
-
-    def type(self, keys):
-        self.send(frame(2, keys.encode()))
 
     def read(self, size):
         """So many bytes, or fewer at the end of the connection, reset or not."""
@@ -118,6 +144,7 @@ class RawTerminal:
         return head[0] & 0x0f, self.read(size)
 
     def read_until(self, text):
+        """The payloads of the binary frames up to the one that completes this text."""
         output = b""
         while text not in output:
             answer = self.read_frame()
@@ -126,41 +153,62 @@ class RawTerminal:
                 output += answer[1]
         return output
 
+    def answer_to_ping(self, payload):
+        """The answer that is no output; None at the end of the connection."""
+        self.send(frame(9, payload))
+        while (answer := self.read_frame()) is not None and answer[0] == 2:
+            pass
+        return answer
+
+    def send_close(self):
+        self.send(frame(8))
+
     def frames(self):
         """All that come until the end of the connection."""
         return list(iter(self.read_frame, None))
+
+    def abort(self):
+        """Leaves with a reset."""
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        self.socket.close()
 
     def close(self):
         self.socket.close()
 
 
+class RawTerminal(RawWebSocket):
+    def __init__(self, **headers):
+        super().__init__(PATH, **headers)
+
+    def type(self, keys):
+        self.send(frame(2, keys.encode()))
+
+    def is_ended_by(self, keys):
+        """Whether nobody answers any more once they are typed."""
+        try:
+            self.type(keys)
+            return self.answer_to_ping(b"?") is None
+        except OSError:
+            return True
+
+
+class RawViewer(RawWebSocket):
+    def __init__(self, **headers):
+        super().__init__(VNC_PATH, **headers)
+
+
 @contextlib.contextmanager
 def raw_terminal(**headers):
-    terminal = RawTerminal(**headers)
+    yield from closed_in_the_end(RawTerminal(**headers))
+
+
+@contextlib.contextmanager
+def raw_viewer(**headers):
+    yield from closed_in_the_end(RawViewer(**headers))
+
+
+def closed_in_the_end(websocket):
     try:
-        yield terminal
+        yield websocket
     finally:
-        terminal.close()
-
-
-def descriptors(pid):
-    return sorted(os.listdir(f"/proc/{pid}/fd"), key=int)
-
-
-def terminal_masters(pid):
-    """The master sides of terminals that it holds."""
-    masters = []
-    for descriptor in descriptors(pid):
-        with contextlib.suppress(OSError):
-            target = os.readlink(f"/proc/{pid}/fd/{descriptor}")
-            if target.endswith("ptmx"):
-                masters.append(descriptor)
-    return masters
-
-
-def thread_names(pid):
-    names = []
-    for task in os.listdir(f"/proc/{pid}/task"):
-        with contextlib.suppress(OSError):
-            names.append(open(f"/proc/{pid}/task/{task}/comm").read().strip())
-    return sorted(names)
+        websocket.close()

@@ -1,6 +1,6 @@
 // What the viewer uses of noVNC, which the browser loads from the machine.
 export default class RFB extends EventTarget {
-    constructor(target: HTMLElement, url: string);
+    constructor(target: HTMLElement, channel: WebSocket);
     scaleViewport: boolean;
     background: string;
     disconnect(): void;

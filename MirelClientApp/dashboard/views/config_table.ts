@@ -34,7 +34,7 @@ export class ConfigTable {
     async #load(saved?: { name: string; value: string }): Promise<void> {
         const fields = listAt(await api("GET", this.#path), "fields");
         if (fields.length === 0) {
-            this.#card.empty("No config fields (package not discovered on the bus?).");
+            this.#tellOfNone();
             return;
         }
         const rows = fields.map((field) => {
@@ -47,6 +47,15 @@ export class ConfigTable {
         });
         this.#card.show(this.#table.frame);
         arrange(this.#table.body, rows);
+    }
+
+    #tellOfNone(): void {
+        const text = "No config fields (package not discovered on the bus?).";
+        if ([...this.#rows.values()].some((row) => row.value.edited)) {
+            this.#card.error(text); // leaves what is being typed
+        } else {
+            this.#card.empty(text);
+        }
     }
 
     #addRow(field: unknown): FieldRow {

@@ -3,12 +3,16 @@ import type { Terminal } from "/static/xterm/xterm.mjs";
 
 import { errorText, webSocketUrl } from "../api";
 import { el } from "../dom";
+import { LEAVE_HINT, leaveByKey } from "../leave_key";
+
+/** The machine ends a terminal whose message is larger than a megabyte; a paste may be. */
+const PIECE_BYTES = 65536;
 
 /** A shell on the machine. The terminal is opened with the tab's first opening and then stays. */
 export class ConsoleView {
-    readonly #screen = el("div", { className: "terminal" });
-    readonly #note = el("p", { className: "note error", hidden: true });
-    readonly element = el("section", {}, this.#note, this.#screen);
+    readonly #note = el("p", { className: "note" }, "Loading…");
+    readonly #screen = el("div", { className: "tty" }, this.#note);
+    readonly element = el("section", {}, this.#screen, el("small", { className: "keys" }, LEAVE_HINT));
     #opened = false;
     #shown: (() => void) | undefined;
 
@@ -20,7 +24,7 @@ export class ConsoleView {
         this.#opened = true;
         this.#start().catch((error: unknown) => {
             this.#note.textContent = `The terminal could not be loaded: ${errorText(error)}`;
-            this.#note.hidden = false;
+            this.#note.className = "note error";
         });
     }
 
@@ -32,6 +36,8 @@ export class ConsoleView {
         const terminal = new xterm.Terminal({ cursorBlink: true, fontSize: 13 });
         const fit = new addon.FitAddon();
         terminal.loadAddon(fit);
+        this.#note.remove();
+        leaveByKey(this.#screen);
         terminal.open(this.#screen);
         fit.fit();
         const resize = connect(terminal, fit);
@@ -69,8 +75,13 @@ function connect(terminal: Terminal, fit: FitAddon): () => void {
     });
     socket.addEventListener("close", () => sayInRed("[connection closed]"));
     socket.addEventListener("error", () => sayInRed("[connection error]"));
+    const sendKeys = (bytes: Uint8Array) => {
+        for (let at = 0; at < bytes.length; at += PIECE_BYTES) {
+            send(bytes.subarray(at, at + PIECE_BYTES));
+        }
+    };
     const encoder = new TextEncoder();
-    terminal.onData((text) => send(encoder.encode(text)));
-    terminal.onBinary((bytes) => send(Uint8Array.from(bytes, (byte) => byte.charCodeAt(0))));
+    terminal.onData((text) => sendKeys(encoder.encode(text)));
+    terminal.onBinary((bytes) => sendKeys(Uint8Array.from(bytes, (byte) => byte.charCodeAt(0))));
     return resize;
 }

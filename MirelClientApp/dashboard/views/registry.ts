@@ -15,6 +15,7 @@ export class RegistryView {
     /** Of what is shown of one package. */
     #life = new Lifetime();
     #newest = 0;
+    #opened: string | undefined;
 
     /** `installing` is called when the machine has begun to install a build. */
     constructor(installing: (name: string, version: string) => void) {
@@ -48,11 +49,12 @@ export class RegistryView {
             });
             this.#openPackage(name);
         }, "entry");
-        element.setAttribute("aria-pressed", "false");
+        element.setAttribute("aria-pressed", String(name === this.#opened));
         return element;
     }
 
     #openPackage(name: string): void {
+        this.#opened = name;
         this.#life.end();
         const life = (this.#life = new Lifetime());
         const card = new Card();

@@ -6,6 +6,7 @@ const REFRESH_MILLISECONDS = 30000;
 
 /** Keeps the bar below the header telling which machine this is. */
 export function keepSummary(bar: HTMLElement): void {
+    bar.replaceChildren("Loading…");
     new Lifetime().every(REFRESH_MILLISECONDS, async () => {
         try {
             const self = await api("GET", "/api/self");

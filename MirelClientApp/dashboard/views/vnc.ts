@@ -3,6 +3,7 @@ import type RFB from "/static/novnc/core/rfb.js";
 import { apiBase, errorText, listAt, textAt, valueAt, webSocketUrl } from "../api";
 import type { Card } from "../card";
 import { button, el, setText } from "../dom";
+import { LEAVE_HINT, leaveByKey } from "../leave_key";
 import type { Lifetime } from "../lifetime";
 
 const UNEXPECTED = " (unexpectedly - is the package running and does it expose an RFB server?)";
@@ -23,18 +24,24 @@ export function showVnc(card: Card, _name: string, life: Lifetime): void {
             if (life.ended) {
                 return;
             }
-            const made = new Viewer(screen, webSocketUrl(`${apiBase()}/api/vnc/ws`));
+            const socket = new WebSocket(webSocketUrl(`${apiBase()}/api/vnc/ws`));
+            // The viewer takes every end of a socket that was connected for a clean one. This
+            // listener comes before the viewer's own.
+            let cut = false;
+            socket.addEventListener("close", (event) => (cut = !event.wasClean));
+            const made = new Viewer(screen, socket);
             viewer = made;
             made.scaleViewport = true;
             made.background = "transparent";
             const ended = () => (viewer = undefined);
-            watch(made, () => viewer === made, ended, state, prompt);
+            watch(made, () => viewer === made, () => cut, ended, state, prompt);
         } catch (error) {
             setText(state, errorText(error));
         }
     };
 
     life.onEnd(disconnect);
+    leaveByKey(screen);
     card.show(
         el("div", { className: "line" },
             button("Connect", connect, "primary"),
@@ -43,13 +50,16 @@ export function showVnc(card: Card, _name: string, life: Lifetime): void {
         ),
         prompt,
         screen,
+        el("small", { className: "keys" }, LEAVE_HINT),
     );
 }
 
-/** Shows what becomes of a connection, as long as no later one has taken its place. */
+/** Shows what becomes of a connection, as long as no later one has taken its place. `wasCut` tells
+ * whether its socket has ended without a word. */
 function watch(
     viewer: RFB,
     isCurrent: () => boolean,
+    wasCut: () => boolean,
     ended: () => void,
     state: HTMLElement,
     prompt: HTMLElement,
@@ -67,7 +77,7 @@ function watch(
         viewer.focus();
     });
     on("disconnect", (detail) => {
-        const clean = valueAt(detail, "clean") === true;
+        const clean = valueAt(detail, "clean") === true && !wasCut();
         ended();
         prompt.replaceChildren();
         setText(state, `disconnected${clean ? "" : UNEXPECTED}${reason}`);

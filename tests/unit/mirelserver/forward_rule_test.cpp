@@ -22,13 +22,15 @@ TEST(ForwardRule, TheRootOfAMachineIsItsPage) {
     EXPECT_EQ(forward_of("POST", "/api/clients/m/proxy/", ""), (Forward{"m", "/", false}));
 }
 
-TEST(ForwardRule, TheCookieNamesTheMachineOfWhatLiesAtTheRoot) {
-    EXPECT_EQ(forward_of("GET", "/static/a.js?v", "x=y; mirel_client=a%2Fb"),
-              (Forward{"a/b", "/static/a.js?v", false}));
+TEST(ForwardRule, TheCookieNamesTheMachineOfTheTerminalAtTheRoot) {
+    EXPECT_EQ(forward_of("GET", "/api/console/ws?v", "x=y; mirel_client=a%2Fb"),
+              (Forward{"a/b", "/api/console/ws?v", false}));
     EXPECT_EQ(forward_of("GET", "/api/console/ws", "mirel_client=m;z=1"),
               (Forward{"m", "/api/console/ws", false}));
-    EXPECT_FALSE(forward_of("GET", "/static/a.js", "not_mirel_client=m"));
-    EXPECT_FALSE(forward_of("POST", "/static/a.js", "mirel_client=m"));
+    EXPECT_FALSE(forward_of("GET", "/api/console/ws", "not_mirel_client=m"));
+    EXPECT_FALSE(forward_of("GET", "/api/console/ws", "mirel_client=%zz"));
+    EXPECT_FALSE(forward_of("POST", "/api/console/ws", "mirel_client=m"));
+    EXPECT_FALSE(forward_of("GET", "/static/a.js", "mirel_client=m"));
     EXPECT_FALSE(forward_of("GET", "/api/packages", "mirel_client=m"));
 }
 

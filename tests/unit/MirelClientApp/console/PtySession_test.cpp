@@ -195,6 +195,20 @@ TEST(PtySession, AWriteThatIsUnderWayEndsWithItsPeer) {
     typist.join();
 }
 
+TEST(PtySession, AShellThatIsHungUpAtOnceEndsThoughThisProcessCatchesOrIgnoresTheSignal) {
+    void (*const catching)(int) = [](int /*signal*/) {};
+    for (auto* const disposition : {catching, SIG_IGN}) {
+        auto* const former = std::signal(SIGHUP, disposition);
+        for (int i = 0; i < 100; ++i) {
+            auto const session = PtySession::spawn();
+            ASSERT_NE(session, nullptr);
+            session->terminate(); // which waits for the shell
+        }
+        std::signal(SIGHUP, former);
+    }
+    EXPECT_TRUE(test::children().empty());
+}
+
 TEST(PtySession, HangsUpTheJobInTheForeground) {
     tessaron::test::TemporaryDirectory const directory;
     std::string const pid_file = directory / "pid";

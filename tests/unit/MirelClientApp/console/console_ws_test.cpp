@@ -17,19 +17,10 @@ namespace {
 
 using test::WsFrame;
 
-HttpRequest handshake() {
-    HttpRequest request;
-    request.method = "GET";
-    request.headers = {{"connection", "keep-alive, Upgrade"},
-                       {"upgrade", "websocket"},
-                       {"sec-websocket-key", std::string(test::K_SAMPLE_KEY)}};
-    return request;
-}
-
 /// A browser with a terminal of the console.
 class Browser {
 public:
-    explicit Browser(Console& console, HttpRequest const& request = handshake()) {
+    explicit Browser(Console& console, HttpRequest const& request = test::sample_handshake()) {
         test::SocketPair const pair;
         peer = std::make_unique<test::WsPeer>(pair.ends[1]);
         server_ = std::thread(
@@ -82,7 +73,7 @@ TEST_F(ConsoleWs, KeysGoInAndOutputComesAsBinaryFrames) {
 }
 
 TEST_F(ConsoleWs, AWrongHandshakeClosesTheSocketSilently) {
-    HttpRequest request = handshake();
+    HttpRequest request = test::sample_handshake();
     request.headers["connection"] = "keep-alive";
     Browser browser(console_, request);
     EXPECT_EQ(browser.peer->read(1), "");
@@ -96,7 +87,7 @@ TEST_F(ConsoleWs, WithoutATerminalTheConnectionEndsRightAfterTheHandshake) {
     test::WsPeer peer(pair.ends[1]);
     rlimit const none{0, former.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
-    handle_console_ws(pair.ends[0], handshake());
+    handle_console_ws(pair.ends[0], test::sample_handshake());
     setrlimit(RLIMIT_NOFILE, &former);
     EXPECT_EQ(peer.read(1000), test::K_SAMPLE_ANSWER);
 }

@@ -1,6 +1,6 @@
 #include "MirelClientApp/tunnel/ConsoleFrameParser.hpp"
 
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,6 +10,8 @@
 
 namespace mirelclient {
 namespace {
+
+using namespace tessaron::tunnel;
 
 using testing::ElementsAre;
 using testing::IsEmpty;

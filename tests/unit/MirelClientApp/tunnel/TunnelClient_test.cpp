@@ -117,7 +117,7 @@ TEST_F(TunnelClientTest, UnknownTypesAreReadAndIgnored) {
 
 TEST_F(TunnelClientTest, FramesMayComeInPieces) {
     auto tunnel = start_and_accept();
-    for (char const byte : frame_bytes(FRAME_OPEN, 7, "ftp")) {
+    for (char const byte : encode_frame(FRAME_OPEN, 7, "ftp")) {
         ASSERT_TRUE(tunnel.send({&byte, 1}));
     }
     EXPECT_EQ(tunnel.read_frame(), (Received{FRAME_CLOSE, 7, ""}));
@@ -132,7 +132,7 @@ TEST_F(TunnelClientTest, AStopWakesAThreadThatWaitsForTheServer) {
 
 TEST_F(TunnelClientTest, AStopWakesTheMiddleOfAFrame) {
     auto tunnel = start_and_accept();
-    ASSERT_TRUE(tunnel.send(frame_bytes(FRAME_DATA, 1, "half of it").substr(0, 12)));
+    ASSERT_TRUE(tunnel.send(encode_frame(FRAME_DATA, 1, "half of it").substr(0, 12)));
     client->stop();
     EXPECT_TRUE(tunnel.is_at_end());
 }

@@ -69,7 +69,7 @@ TEST_F(TunnelConnectionTest, FramesAreReadWhole) {
 
 TEST_F(TunnelConnectionTest, AFrameThatIsCutShortIsNone) {
     TunnelConnection connection(std::move(socket));
-    ASSERT_TRUE(peer.send(frame_bytes(FRAME_DATA, 1, "payload").substr(0, 13)));
+    ASSERT_TRUE(peer.send(encode_frame(FRAME_DATA, 1, "payload").substr(0, 13)));
     peer.hang_up();
     EXPECT_FALSE(connection.read_frame());
 }

@@ -1,128 +1,41 @@
 #pragma once
 
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
 #include "app/utilities/file_io.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
+#include "tests/support/Listener.hpp"
+#include "tests/support/Peer.hpp"
 
-#include <arpa/inet.h>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <netinet/in.h>
 #include <ostream>
 #include <string>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <thread>
-#include <utility>
 
 namespace mirelclient::test {
 
-/// A connection as its other side sees it. Waits end after 20 seconds.
-class Peer {
-public:
-    explicit Peer(tessaron::UniqueFd fd) : fd_(std::move(fd)) {
-        timeval const limit{20, 0};
-        setsockopt(fd_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        setsockopt(fd_.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    }
-
-    int fd() const { return fd_.get(); }
-    void hang_up() { fd_.reset(); }
-    /// Hangs up without waiting for what is on its way.
-    void reset() {
-        linger const at_once{1, 0};
-        setsockopt(fd_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-        fd_.reset();
-    }
-
-    bool send(std::string_view bytes) {
-        while (!bytes.empty()) {
-            ssize_t const sent = ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-            if (sent <= 0) {
-                return false;
-            }
-            bytes.remove_prefix(static_cast<std::size_t>(sent));
-        }
-        return true;
-    }
-
-    /// So many bytes, or what came before the end.
-    std::string read(std::size_t size) {
-        std::string bytes(size, '\0');
-        std::size_t got = 0;
-        while (got < size) {
-            ssize_t const count = recv(fd_.get(), bytes.data() + got, size - got, 0);
-            if (count <= 0) {
-                break;
-            }
-            got += static_cast<std::size_t>(count);
-        }
-        bytes.resize(got);
-        return bytes;
-    }
-
-    /// The other side has closed, and nothing is left to be read.
-    bool is_at_end() {
-        char byte = 0;
-        ssize_t const count = recv(fd_.get(), &byte, 1, 0);
-        return count == 0 || (count < 0 && errno == ECONNRESET);
-    }
-
-private:
-    tessaron::UniqueFd fd_;
-};
-
-/// A listener on a loopback port of the system's choice.
-class Listener {
-public:
-    /// A receive buffer of that size makes a small window for those that connect.
-    explicit Listener(int receive_buffer = 0, int backlog = 16, std::uint16_t port = 0)
-        : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        if (receive_buffer > 0) {
-            setsockopt(fd_.get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
-        }
-        timeval const limit{20, 0};
-        setsockopt(fd_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        int const on = 1;
-        setsockopt(fd_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const generic = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(bind(fd_.get(), generic, size), 0);
-        EXPECT_EQ(listen(fd_.get(), backlog), 0);
-        EXPECT_EQ(getsockname(fd_.get(), generic, &size), 0);
-        port_ = ntohs(address.sin_port);
-    }
-
-    std::uint16_t port() const { return port_; }
-    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
-    template <typename P = Peer>
-    P accept() {
-        tessaron::UniqueFd fd(accept4(fd_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        EXPECT_TRUE(fd.is_open()) << "nobody connects";
-        return P(std::move(fd));
-    }
-
-private:
-    tessaron::UniqueFd fd_;
-    std::uint16_t port_ = 0;
-};
-
-inline std::string frame_bytes(std::uint8_t type, std::uint32_t stream,
-                               std::string_view payload = {}) {
-    auto const header = encode_header({type, stream, static_cast<std::uint32_t>(payload.size())});
-    return std::string(header.begin(), header.end()).append(payload);
-}
+using tessaron::tunnel::CONSOLE_BYTES;
+using tessaron::tunnel::CONSOLE_RESIZE;
+using tessaron::tunnel::decode_header;
+using tessaron::tunnel::encode_console_header;
+using tessaron::tunnel::encode_frame;
+using tessaron::tunnel::encode_header;
+using tessaron::tunnel::FRAME_CLOSE;
+using tessaron::tunnel::FRAME_DATA;
+using tessaron::tunnel::FRAME_OPEN;
+using tessaron::tunnel::FRAME_REGISTER;
+using tessaron::tunnel::FrameHeader;
+using tessaron::tunnel::FrameHeaderBytes;
+using tessaron::tunnel::K_CONSOLE_HEADER_SIZE;
+using tessaron::tunnel::K_FRAME_HEADER_SIZE;
+using tessaron::tunnel::K_MAX_FRAME_PAYLOAD;
 
 inline std::string sub_frame(std::uint8_t kind, std::string_view data) {
     auto const header = encode_console_header(kind, static_cast<std::uint32_t>(data.size()));
@@ -148,7 +61,7 @@ public:
     using Peer::Peer;
 
     bool send_frame(std::uint8_t type, std::uint32_t stream, std::string_view payload = {}) {
-        return send(frame_bytes(type, stream, payload));
+        return send(encode_frame(type, stream, payload));
     }
     bool open(std::uint32_t stream, std::string_view target) {
         return send_frame(FRAME_OPEN, stream, target);

@@ -1,78 +1,24 @@
 #include "MirelClientApp/vnc/vnc_bridge.hpp"
 
+#include "tests/support/Listener.hpp"
 #include "tests/support/WsPeer.hpp"
 #include "tests/support/wait_until.hpp"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <netinet/in.h>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
 
 namespace mirelclient {
 namespace {
 
-using tessaron::UniqueFd;
 using test::WsFrame;
-
-HttpRequest handshake() {
-    HttpRequest request;
-    request.method = "GET";
-    request.headers = {{"connection", "Upgrade"},
-                       {"upgrade", "websocket"},
-                       {"sec-websocket-key", std::string(test::K_SAMPLE_KEY)}};
-    return request;
-}
-
-/// A screen server: a port of 127.0.0.1 on which a test accepts by hand.
-class ScreenServer {
-public:
-    ScreenServer() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const generic = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(::bind(listener_.get(), generic, size), 0);
-        EXPECT_EQ(::listen(listener_.get(), 8), 0);
-        EXPECT_EQ(::getsockname(listener_.get(), generic, &size), 0);
-        port_ = ntohs(address.sin_port);
-    }
-    unsigned short port() const { return port_; }
-    /// The next viewer's connection, with time limits.
-    UniqueFd accept() {
-        UniqueFd fd(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        timeval const limit{20, 0};
-        ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        return fd;
-    }
-    void close() { listener_.reset(); }
-
-private:
-    UniqueFd listener_;
-    unsigned short port_ = 0;
-};
-
-std::string read_exactly(int fd, std::size_t size) {
-    std::string text(size, '\0');
-    std::size_t have = 0;
-    while (have < size) {
-        ssize_t const got = ::recv(fd, text.data() + have, size - have, 0);
-        if (got <= 0) {
-            break;
-        }
-        have += static_cast<std::size_t>(got);
-    }
-    text.resize(have);
-    return text;
-}
 
 /// A viewer in front of a bridge.
 class Viewer {
 public:
-    Viewer(VncBridges& bridges, unsigned short port, HttpRequest const& request = handshake()) {
+    Viewer(VncBridges& bridges, unsigned short port,
+           HttpRequest const& request = test::sample_handshake()) {
         test::SocketPair const pair;
         peer = std::make_unique<test::WsPeer>(pair.ends[1]);
         server_ = std::thread([&bridges, port, request, fd = pair.ends[0]] {
@@ -88,6 +34,20 @@ public:
 
     bool is_open() { return peer->read(test::K_SAMPLE_ANSWER.size()) == test::K_SAMPLE_ANSWER; }
 
+    /// Sends until nothing goes in any more: the bridge is stuck in its send to the local server.
+    /// Returns how many bytes of payload went in whole.
+    std::size_t fill() const {
+        std::string const message(65535, 'k');
+        std::string const bytes = WsFrame{2, message}.bytes();
+        timeval const limit{1, 0};
+        ::setsockopt(peer->fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        std::size_t count = 0;
+        while (peer->send(bytes)) {
+            ++count;
+        }
+        return count * message.size();
+    }
+
     std::unique_ptr<test::WsPeer> peer;
 
 private:
@@ -96,32 +56,33 @@ private:
 
 class VncBridgeTest : public testing::Test {
 protected:
-    ScreenServer screen_;
+    /// A screen server on which a test accepts by hand.
+    test::Listener screen_;
     VncBridges bridges_;
 };
 
 TEST_F(VncBridgeTest, BytesGoBothWaysAsTheyAre) {
     Viewer viewer(bridges_, screen_.port());
-    UniqueFd const local = screen_.accept();
+    test::Peer local = screen_.accept();
     ASSERT_TRUE(viewer.is_open());
     std::string const greeting("RFB 003.008\n\0\xff", 14);
-    ASSERT_TRUE(test::WsPeer(::dup(local.get())).send(greeting));
+    ASSERT_TRUE(local.send(greeting));
     auto const frame = viewer.peer->read_frame();
     ASSERT_TRUE(frame);
     EXPECT_EQ(*frame, (WsFrame{2, greeting, true, false}));
     viewer.peer->send(WsFrame{2, greeting});
-    EXPECT_EQ(read_exactly(local.get(), greeting.size()), greeting);
+    EXPECT_EQ(local.read(greeting.size()), greeting);
 }
 
 TEST_F(VncBridgeTest, AMegabyteArrivesWholeBothWays) {
     Viewer viewer(bridges_, screen_.port());
-    UniqueFd const local = screen_.accept();
+    test::Peer local = screen_.accept();
     ASSERT_TRUE(viewer.is_open());
     std::string data(1024 * 1024, '\0');
     for (std::size_t i = 0; i < data.size(); ++i) {
         data[i] = static_cast<char>(i * 7 + i / 251);
     }
-    std::thread sending([&] { test::WsPeer(::dup(local.get())).send(data); });
+    std::thread sending([&] { local.send(data); });
     std::string received;
     while (received.size() < data.size()) {
         auto const frame = viewer.peer->read_frame();
@@ -132,43 +93,44 @@ TEST_F(VncBridgeTest, AMegabyteArrivesWholeBothWays) {
     sending.join();
     EXPECT_TRUE(received == data);
     std::thread typing([&] { viewer.peer->send(WsFrame{2, data}); });
-    EXPECT_TRUE(read_exactly(local.get(), data.size()) == data);
+    EXPECT_TRUE(local.read(data.size()) == data);
     typing.join();
 }
 
 TEST_F(VncBridgeTest, ATextFrameIsIgnored) {
     Viewer viewer(bridges_, screen_.port());
-    UniqueFd const local = screen_.accept();
+    test::Peer local = screen_.accept();
     ASSERT_TRUE(viewer.is_open());
     viewer.peer->send(WsFrame{1, "not for the server"});
     viewer.peer->send(WsFrame{2, "for it"});
-    EXPECT_EQ(read_exactly(local.get(), 6), "for it");
+    EXPECT_EQ(local.read(6), "for it");
 }
 
 TEST_F(VncBridgeTest, WithoutAScreenServerTheConnectionOpensAndEnds) {
-    screen_.close();
-    Viewer viewer(bridges_, screen_.port());
+    unsigned short const gone = test::Listener().port();
+    Viewer viewer(bridges_, gone);
     EXPECT_TRUE(viewer.is_open());
     EXPECT_EQ(viewer.peer->read(1), "");
 }
 
 TEST_F(VncBridgeTest, AWrongHandshakeIsAClosedSocketAndNobodyIsDialled) {
-    HttpRequest request = handshake();
+    HttpRequest request = test::sample_handshake();
     request.headers["connection"] = "keep-alive";
     Viewer viewer(bridges_, screen_.port(), request);
     EXPECT_EQ(viewer.peer->read(1), "");
     Viewer next(bridges_, screen_.port());
-    UniqueFd const local = screen_.accept(); // the first that came
+    test::Peer local = screen_.accept(); // the first that came
     ASSERT_TRUE(next.is_open());
     next.peer->send(WsFrame{2, "hello"});
-    EXPECT_EQ(read_exactly(local.get(), 5), "hello");
+    EXPECT_EQ(local.read(5), "hello");
 }
 
 TEST_F(VncBridgeTest, AfterTheLocalServersEndPingsAreAnsweredUntilTheNextMessage) {
     Viewer viewer(bridges_, screen_.port());
-    UniqueFd local = screen_.accept();
+    test::Peer local = screen_.accept();
     ASSERT_TRUE(viewer.is_open());
-    ASSERT_TRUE(test::WsPeer(local.release()).send("last"));
+    ASSERT_TRUE(local.send("last"));
+    local.hang_up();
     auto const last = viewer.peer->read_frame();
     ASSERT_TRUE(last);
     EXPECT_EQ(last->payload, "last");
@@ -185,24 +147,100 @@ TEST_F(VncBridgeTest, AfterTheLocalServersEndPingsAreAnsweredUntilTheNextMessage
         "the bridge ends");
 }
 
+TEST_F(VncBridgeTest, AServerThatHangsUpAtOnceStillLeavesItsViewerAnAnswerToAPing) {
+    for (int i = 0; i < 100; ++i) {
+        Viewer viewer(bridges_, screen_.port());
+        screen_.accept().hang_up();
+        ASSERT_TRUE(viewer.is_open());
+        viewer.peer->send(WsFrame{9, "x"});
+        ASSERT_EQ(viewer.peer->read_frame(), (WsFrame{10, "x", true, false}));
+    }
+}
+
+TEST_F(VncBridgeTest, WhatAViewerSendsBeforeItLeavesReachesTheServer) {
+    for (int i = 0; i < 100; ++i) {
+        Viewer viewer(bridges_, screen_.port());
+        viewer.peer->send(WsFrame{2, "first"});
+        viewer.peer->end_of_input();
+        ASSERT_EQ(screen_.accept().read(6), "first");
+    }
+}
+
 TEST_F(VncBridgeTest, TheViewersEndEndsTheLocalConnection) {
     Viewer viewer(bridges_, screen_.port());
-    UniqueFd const local = screen_.accept();
+    test::Peer local = screen_.accept();
     ASSERT_TRUE(viewer.is_open());
     viewer.peer->close();
-    EXPECT_EQ(read_exactly(local.get(), 1), "");
+    EXPECT_EQ(local.read(1), "");
+}
+
+/// A screen server that takes no more connections, and does not refuse them either.
+class StuckServer {
+public:
+    StuckServer() : first_(knock()), second_(knock()) {}
+    unsigned short port() const { return server_.port(); }
+
+private:
+    /// A client's socket; the attempt is under way if the server's queue is full.
+    tessaron::UniqueFd knock() const {
+        tessaron::UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port());
+        ::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address);
+        return fd;
+    }
+
+    test::Listener server_{0, 0};
+    tessaron::UniqueFd first_;
+    tessaron::UniqueFd second_;
+};
+
+TEST_F(VncBridgeTest, AStopEndsAnAttemptThatNobodyAnswers) {
+    StuckServer const stuck;
+    Viewer viewer(bridges_, stuck.port());
+    ASSERT_TRUE(viewer.is_open());
+    bridges_.request_stop();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+    EXPECT_EQ(viewer.peer->read(1), "");
+}
+
+TEST_F(VncBridgeTest, AnAttemptThatNobodyAnswersEndsWithItsViewer) {
+    StuckServer const stuck;
+    Viewer viewer(bridges_, stuck.port());
+    ASSERT_TRUE(viewer.is_open());
+    viewer.peer->close();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+}
+
+TEST_F(VncBridgeTest, AServerThatReadsNothingDoesNotHoldTheBridgeOfAViewerThatLeft) {
+    Viewer viewer(bridges_, screen_.port());
+    test::Peer const local = screen_.accept();
+    ASSERT_TRUE(viewer.is_open());
+    viewer.fill();
+    viewer.peer->close();
+    EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
+}
+
+TEST_F(VncBridgeTest, ASlowServerGetsAllThatItsViewerSentBeforeItLeft) {
+    Viewer viewer(bridges_, screen_.port());
+    test::Peer local = screen_.accept();
+    ASSERT_TRUE(viewer.is_open());
+    std::size_t const sent = viewer.fill();
+    viewer.peer->close();
+    EXPECT_EQ(local.read(sent).size(), sent);
 }
 
 TEST_F(VncBridgeTest, AStopEndsEveryBridgeWhateverItIsBlockedIn) {
     Viewer silent(bridges_, screen_.port());
-    UniqueFd const silent_local = screen_.accept();
+    test::Peer const silent_local = screen_.accept();
     ASSERT_TRUE(silent.is_open());
     Viewer slow(bridges_, screen_.port());
-    UniqueFd const fast_local = screen_.accept();
+    test::Peer fast_local = screen_.accept();
     ASSERT_TRUE(slow.is_open());
     // More than the buffers hold: the bridge is stuck in its send to the viewer.
-    std::thread flood(
-        [&] { test::WsPeer(::dup(fast_local.get())).send(std::string(64U << 20U, 'x')); });
+    std::thread flood([&] { fast_local.send(std::string(64U << 20U, 'x')); });
     bridges_.request_stop();
     EXPECT_TRUE(bridges_.wait_until_ended(std::chrono::seconds(20)));
     flood.join();

@@ -9,6 +9,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <sys/socket.h>
 #include <thread>
 #include <vector>
 
@@ -251,6 +252,13 @@ TEST_F(WsConnectionTest, AShutdownEndsAReadAndAWriteThatAreUnderWay) {
     ::shutdown(pair_.ends[0], SHUT_RDWR);
     reader.join();
     writer.join();
+}
+
+TEST_F(WsConnectionTest, AsksTheSystemWhetherASilentPeerIsThere) {
+    int on = 0;
+    socklen_t size = sizeof on;
+    ASSERT_EQ(::getsockopt(pair_.ends[0], SOL_SOCKET, SO_KEEPALIVE, &on, &size), 0);
+    EXPECT_EQ(on, 1);
 }
 
 TEST_F(WsConnectionTest, ClosesItsSocket) {

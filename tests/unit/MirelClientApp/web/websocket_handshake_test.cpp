@@ -10,15 +10,6 @@ namespace {
 
 using detail::header_contains_token;
 
-HttpRequest sample_request() {
-    HttpRequest request;
-    request.method = "GET";
-    request.headers = {{"connection", "Upgrade"},
-                       {"upgrade", "websocket"},
-                       {"sec-websocket-key", std::string(test::K_SAMPLE_KEY)}};
-    return request;
-}
-
 /// What a client gets, up to the end of the connection; the handshake's result goes to `accepted`.
 std::string answer_to(HttpRequest const& request, bool& accepted) {
     test::SocketPair pair;
@@ -42,18 +33,18 @@ void expect_refused(HttpRequest const& request) {
 }
 
 HttpRequest with_header(std::string const& name, std::string const& value) {
-    HttpRequest request = sample_request();
+    HttpRequest request = test::sample_handshake();
     request.headers[name] = value;
     return request;
 }
 
 TEST(WebSocketHandshake, AnswersTheExampleOfTheStandard) {
-    expect_accepted(sample_request());
+    expect_accepted(test::sample_handshake());
 }
 
 TEST(WebSocketHandshake, IsAGetAndNothingElse) {
     for (char const* method : {"POST", "get", "HEAD", ""}) {
-        HttpRequest request = sample_request();
+        HttpRequest request = test::sample_handshake();
         request.method = method;
         expect_refused(request);
     }
@@ -61,7 +52,7 @@ TEST(WebSocketHandshake, IsAGetAndNothingElse) {
 
 TEST(WebSocketHandshake, NeedsEachOfItsHeaders) {
     for (char const* name : {"connection", "upgrade", "sec-websocket-key"}) {
-        HttpRequest request = sample_request();
+        HttpRequest request = test::sample_handshake();
         request.headers.erase(name);
         expect_refused(request);
         request.headers[name] = "";
@@ -88,7 +79,7 @@ TEST(WebSocketHandshake, FailsWhenTheClientHasLeft) {
     test::SocketPair pair;
     tessaron::UniqueFd const server(pair.ends[0]);
     tessaron::UniqueFd(pair.ends[1]).reset();
-    EXPECT_FALSE(ws_handshake(server.get(), sample_request()));
+    EXPECT_FALSE(ws_handshake(server.get(), test::sample_handshake()));
 }
 
 TEST(HeaderContainsToken, ComparesWholePieces) {

@@ -3,8 +3,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
-/// The wire format of the tunnel. Everything on the connection is a frame, in both directions:
+/// The wire format of the tunnel between a machine and its server, for both of them. Everything on
+/// the connection is a frame, in both directions:
 ///
 ///     0  1  type
 ///     1  4  stream id, big-endian
@@ -16,9 +19,9 @@
 ///     0  1  kind
 ///     1  4  length, big-endian
 ///     5     data
-namespace mirelclient {
+namespace tessaron::tunnel {
 
-inline constexpr std::uint8_t FRAME_REGISTER = 1; ///< Ours, first and once: our name.
+inline constexpr std::uint8_t FRAME_REGISTER = 1; ///< The machine's, first and once: its name.
 inline constexpr std::uint8_t FRAME_OPEN = 2;     ///< The server's: "http", "vnc" or "console".
 inline constexpr std::uint8_t FRAME_DATA = 3;
 inline constexpr std::uint8_t FRAME_CLOSE = 4;
@@ -29,7 +32,7 @@ inline constexpr std::uint8_t CONSOLE_RESIZE = 2; ///< The server's: columns and
 inline constexpr std::size_t K_FRAME_HEADER_SIZE = 9;
 inline constexpr std::size_t K_CONSOLE_HEADER_SIZE = 5;
 inline constexpr std::size_t K_CONSOLE_RESIZE_SIZE = 4;
-/// The server's own offence if it sends more: the connection is dropped.
+/// Whoever sends more loses the connection.
 inline constexpr std::uint32_t K_MAX_FRAME_PAYLOAD = std::uint32_t{4} * 1024 * 1024;
 
 struct FrameHeader {
@@ -51,4 +54,7 @@ FrameHeader decode_header(FrameHeaderBytes const& bytes);
 FrameHeaderBytes encode_header(FrameHeader const& header);
 ConsoleHeaderBytes encode_console_header(std::uint8_t kind, std::uint32_t length);
 
-} // namespace mirelclient
+/// A whole frame; `payload` has at most `K_MAX_FRAME_PAYLOAD` bytes.
+std::string encode_frame(std::uint8_t type, std::uint32_t stream, std::string_view payload = {});
+
+} // namespace tessaron::tunnel

@@ -1,6 +1,6 @@
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 
-namespace mirelclient {
+namespace tessaron::tunnel {
 namespace {
 
 std::uint32_t byte_at(char const* bytes, int index) {
@@ -45,4 +45,13 @@ ConsoleHeaderBytes encode_console_header(std::uint8_t kind, std::uint32_t length
     return bytes;
 }
 
-} // namespace mirelclient
+std::string encode_frame(std::uint8_t type, std::uint32_t stream, std::string_view payload) {
+    auto const header = encode_header({type, stream, static_cast<std::uint32_t>(payload.size())});
+    std::string frame;
+    frame.reserve(header.size() + payload.size());
+    frame.append(header.data(), header.size());
+    frame.append(payload);
+    return frame;
+}
+
+} // namespace tessaron::tunnel

@@ -1,10 +1,10 @@
-#include "MirelClientApp/tunnel/tunnel_frame.hpp"
+#include "libraries/tunnel/tunnel_frame.hpp"
 
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>
 
-namespace mirelclient {
+namespace tessaron::tunnel {
 namespace {
 
 template <typename Bytes>
@@ -24,6 +24,15 @@ TEST(TunnelFrame, AHeaderSurvivesTheWay) {
     }
 }
 
+TEST(TunnelFrame, AWholeFrameIsItsHeaderAndItsPayload) {
+    EXPECT_EQ(encode_frame(FRAME_DATA, 0x01020304, "hey"),
+              std::string("\x03\x01\x02\x03\x04\0\0\0\x03hey", 12));
+    EXPECT_EQ(encode_frame(FRAME_CLOSE, 0xfffefdfc),
+              std::string("\x04\xff\xfe\xfd\xfc\0\0\0\0", 9));
+    EXPECT_EQ(encode_frame(FRAME_DATA, 1, std::string(70'000, 'x')),
+              text_of(encode_header({FRAME_DATA, 1, 70'000})) + std::string(70'000, 'x'));
+}
+
 TEST(TunnelFrame, ASubHeaderIsKindAndLengthInNetworkOrder) {
     EXPECT_EQ(text_of(encode_console_header(2, 0x01ff03fe)), "\x02\x01\xff\x03\xfe");
 }
@@ -34,4 +43,4 @@ TEST(TunnelFrame, IntegersAreReadWithoutASign) {
 }
 
 } // namespace
-} // namespace mirelclient
+} // namespace tessaron::tunnel
