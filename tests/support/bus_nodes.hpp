@@ -76,8 +76,12 @@ class HubNode {
 public:
     HubNode(LoopbackBus& bus, std::uint32_t address, std::string const& name = "node",
             bus::Hub::Settings const& settings = hub_settings())
-        : port(bus.add_port()), hub(buffers.rx_span(), buffers.tx_span(), address,
-                                    proto::bus::make_identity(name, "hub-test", 1), settings) {
+        : HubNode(bus.add_port(), address, name, settings) {}
+    /// On any transport.
+    HubNode(proto::interface::IInterface& transport, std::uint32_t address,
+            std::string const& name = "node", bus::Hub::Settings const& settings = hub_settings())
+        : port(transport), hub(buffers.rx_span(), buffers.tx_span(), address,
+                               proto::bus::make_identity(name, "hub-test", 1), settings) {
         hub.set_warning_sink([this](std::string const& text) { warnings.add(text); });
     }
 
@@ -91,15 +95,17 @@ public:
 
     FrameBuffers buffers;
     Collected<std::string> warnings;
-    LoopbackBus::Port& port;
+    proto::interface::IInterface& port;
     bus::Hub hub;
 };
 
 /// The far end of the wire without a hub: sends what it is told to and keeps what it hears.
 class RawNode {
 public:
-    RawNode(LoopbackBus& bus, std::uint32_t address)
-        : port(bus.add_port()),
+    RawNode(LoopbackBus& bus, std::uint32_t address) : RawNode(bus.add_port(), address) {}
+    /// On any transport.
+    RawNode(proto::interface::IInterface& transport, std::uint32_t address)
+        : port(transport),
           wire(buffers.rx_span(), buffers.tx_span(), [this](bus::ReceivedFrame&& received) {
               if (on_frame) {
                   on_frame(received.frame);
@@ -150,7 +156,7 @@ public:
     /// Set before `join`; runs on the wire's worker.
     std::function<void(bus::WireFrame const&)> on_frame;
     Collected<bus::WireFrame> frames;
-    LoopbackBus::Port& port;
+    proto::interface::IInterface& port;
     bus::BusWire wire;
 };
 
