@@ -57,10 +57,10 @@ struct HubDiscovery : testing::Test {
 };
 
 TEST_F(HubDiscovery, OneSourceIsAnsweredOnceInFiveSeconds) {
-    peer.send(question(), {});
-    peer.send(question(200), {});
     RawNode other(bus, 10);
     other.join();
+    peer.send(question(), {});
+    peer.send(question(200), {});
     other.send(question(), {}); // A marker: its answer comes after those of the others.
     ASSERT_TRUE(other.wait_for(MessageType::DISCOVERY_RESPONSE, 2, "both have been answered"));
     auto const answers = responses(3);

@@ -158,8 +158,8 @@ TEST_F(HubDispatch, ACompressedFrameThatIsNoStreamIsDropped) {
 }
 
 TEST_F(HubDispatch, WhatIsForAClientIsNotForTheHubsOwnHandlers) {
-    auto const client = node.hub.connect(500, proto::bus::make_identity("c", "hub-test", 1));
     Collected<Bytes> by_client;
+    auto const client = node.hub.connect(500, proto::bus::make_identity("c", "hub-test", 1));
     client->subscribe("topic", [&](std::string const&, Bytes const& payload, std::uint32_t) {
         by_client.add(payload);
     });
@@ -169,9 +169,9 @@ TEST_F(HubDispatch, WhatIsForAClientIsNotForTheHubsOwnHandlers) {
 }
 
 TEST_F(HubDispatch, TheDomainIsASecondAddress) {
+    Collected<Bytes> by_other;
     HubNode other(bus, 300, "other", test::hub_settings(77));
     other.join();
-    Collected<Bytes> by_other;
     other.hub.subscribe_pattern(
         "topic",
         [&](std::string const&, Bytes const& payload, Origin const&) { by_other.add(payload); },
