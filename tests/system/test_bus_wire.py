@@ -7,6 +7,7 @@ import pytest
 
 import bus_payloads
 import bus_wire
+from bus_node import BusNode
 from bus_payloads import (DiscoverNetworkRequest, DiscoveryRecord, DiscoveryResponse, Envelope, HostedModule,
                           HubSummary, Identity, ModuleSummary, NetworkDomain, TopicDescription, TopicParam)
 from bus_wire import Frame, Reassembler, WireError, frames_of
@@ -151,6 +152,26 @@ def test_a_compressed_message_of_a_wrong_size_is_refused():
             Reassembler().add(dataclasses.replace(frame, uncompressed_size=size))
     with pytest.raises(WireError):
         Reassembler().add(dataclasses.replace(frame, data=frame.data[:-1]))
+
+
+# On the wire
+
+
+def test_two_nodes_hear_each_other_and_not_themselves():
+    with BusNode(1) as one, BusNode(2) as two:
+        one.send(Frame(bus_wire.REQUEST, msg_id=5, data=b"question"))
+        assert two.receive() == Frame(bus_wire.REQUEST, source=1, msg_id=5, data=b"question")
+        large = random.Random(6).randbytes(100_000)
+        two.send(Frame(bus_wire.RESPONSE, dest=1, msg_id=5, data=large))
+        assert one.receive() == Frame(bus_wire.RESPONSE, source=2, dest=1, msg_id=5, data=large)
+
+
+def test_a_broken_datagram_is_noted_and_passed_over():
+    with BusNode(1) as one, BusNode(2) as two:
+        one.send_datagram(EXAMPLE[:-1])
+        one.send_datagram(EXAMPLE)
+        assert two.receive(lambda message: message.source == 0x0102) == Frame.decode(EXAMPLE)
+        assert [datagram for datagram, _ in two.refused] == [EXAMPLE[:-1]]
 
 
 # Payloads: random records, as the program writes and reads them
