@@ -2,11 +2,11 @@
 
 #include "MirelClientApp/tunnel/ConsoleFrameParser.hpp"
 #include "libraries/tunnel/tunnel_frame.hpp"
+#include "tests/fuzz/require.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,12 +15,6 @@
 namespace {
 
 using mirelclient::ConsoleFrameParser;
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 /// What was handed over, with terminal bytes put together: how they are cut is nobody's business.
 struct Outcome {

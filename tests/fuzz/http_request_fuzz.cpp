@@ -4,22 +4,16 @@
 #include "MirelClientApp/web/request_reader.hpp"
 #include "MirelClientApp/web/route_table.hpp"
 #include "MirelClientApp/web/url_text.hpp"
+#include "tests/fuzz/require.hpp"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 std::vector<mirelclient::Route> some_routes() {
     std::vector<mirelclient::Route> routes;

@@ -2,25 +2,15 @@
 
 #include "MirelClientApp/tunnel/TunnelConnection.hpp"
 #include "libraries/tunnel/tunnel_frame.hpp"
+#include "tests/fuzz/require.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
-
-namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     // What a socket's buffer takes at once, so that one thread is enough.

@@ -1,20 +1,14 @@
 // What a browser sends over a WebSocket: whatever the bytes are, they may do no harm.
 
 #include "MirelClientApp/web/WsConnection.hpp"
+#include "tests/fuzz/require.hpp"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <sys/socket.h>
 #include <sys/time.h>
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 /// More would not fit into the socket, from which nobody reads yet.
 constexpr std::size_t K_LARGEST_INPUT = 16 * 1024;

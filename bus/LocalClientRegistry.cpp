@@ -1,0 +1,28 @@
+#include "bus/LocalClientRegistry.hpp"
+
+namespace tessaron::bus {
+
+void LocalClientRegistry::register_client(std::uint32_t address,
+                                          std::weak_ptr<LocalClient> client) {
+    MutexLock lock(mutex_);
+    clients_[address] = std::move(client);
+}
+
+bool LocalClientRegistry::has(std::uint32_t address) const {
+    MutexLock lock(mutex_);
+    return clients_.contains(address);
+}
+
+std::vector<std::pair<std::uint32_t, std::shared_ptr<LocalClient>>>
+LocalClientRegistry::live_snapshot() const {
+    std::vector<std::pair<std::uint32_t, std::shared_ptr<LocalClient>>> live;
+    MutexLock lock(mutex_);
+    for (auto const& [address, client] : clients_) {
+        if (auto alive = client.lock()) {
+            live.emplace_back(address, std::move(alive));
+        }
+    }
+    return live;
+}
+
+} // namespace tessaron::bus

@@ -1,0 +1,69 @@
+#include "bus/PendingRequestTracker.hpp"
+
+#include <utility>
+
+namespace tessaron::bus {
+
+void Waiter::deliver(std::uint32_t source, std::vector<std::uint8_t> payload) {
+    {
+        MutexLock lock(mutex_);
+        responses_[source] = std::move(payload);
+    }
+    changed_.notify_all();
+}
+
+std::optional<RequestReply> Waiter::wait_for_first(std::chrono::milliseconds timeout) {
+    MutexLock lock(mutex_);
+    changed_.wait_for(lock.native(), timeout,
+                      [this]() TESSARON_REQUIRES(mutex_) { return !responses_.empty(); });
+    if (responses_.empty()) {
+        return std::nullopt;
+    }
+    auto const& [source, payload] = *responses_.begin();
+    return RequestReply{source, payload};
+}
+
+std::vector<RequestReply> Waiter::collect(std::chrono::milliseconds timeout) {
+    MutexLock lock(mutex_);
+    changed_.wait_for(lock.native(), timeout, [] { return false; });
+    std::vector<RequestReply> replies;
+    replies.reserve(responses_.size());
+    for (auto const& [source, payload] : responses_) {
+        replies.push_back({source, payload});
+    }
+    return replies;
+}
+
+std::shared_ptr<Waiter> PendingRequestTracker::register_waiter(std::uint32_t msg_id) {
+    auto waiter = std::make_shared<Waiter>();
+    MutexLock lock(mutex_);
+    waiters_[msg_id] = waiter;
+    return waiter;
+}
+
+bool PendingRequestTracker::deliver(std::uint32_t msg_id, std::uint32_t source,
+                                    std::vector<std::uint8_t> payload) {
+    std::shared_ptr<Waiter> waiter;
+    {
+        MutexLock lock(mutex_);
+        auto const found = waiters_.find(msg_id);
+        if (found == waiters_.end()) {
+            return false;
+        }
+        waiter = found->second;
+    }
+    waiter->deliver(source, std::move(payload));
+    return true;
+}
+
+void PendingRequestTracker::unregister(std::uint32_t msg_id) {
+    MutexLock lock(mutex_);
+    waiters_.erase(msg_id);
+}
+
+std::size_t PendingRequestTracker::size() const {
+    MutexLock lock(mutex_);
+    return waiters_.size();
+}
+
+} // namespace tessaron::bus

@@ -1,0 +1,168 @@
+#include "libraries/interfaces/multicast/MulticastSocket.hpp"
+
+#include "libraries/interfaces/multicast/DatagramMessages.hpp"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <netinet/udp.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/uio.h>
+#include <utility>
+
+namespace proto::interface {
+namespace {
+
+/// For what makes the socket better where the system knows it, and is not missed where not.
+template <typename Value>
+bool set_option(int fd, int level, int option, Value const& value) {
+    return ::setsockopt(fd, level, option, &value, sizeof(value)) == 0;
+}
+
+timeval to_timeval(std::chrono::milliseconds time) {
+    auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    auto const rest = std::chrono::microseconds(time - seconds);
+    return {static_cast<time_t>(seconds.count()), static_cast<suseconds_t>(rest.count())};
+}
+
+/// Whether the system refused to cut a piece into datagrams, and not the datagrams as such.
+bool is_segmentation_refused(int error) {
+    return error == EINVAL || error == EMSGSIZE || error == EIO || error == EOPNOTSUPP ||
+           error == ENOPROTOOPT;
+}
+
+} // namespace
+
+std::shared_ptr<MulticastSocket> MulticastSocket::open(MulticastSettings const& settings) {
+    std::shared_ptr<MulticastSocket> socket(new MulticastSocket);
+    return socket->set_up(settings) ? socket : nullptr;
+}
+
+bool MulticastSocket::set_up(MulticastSettings const& settings) {
+    destination_.sin_family = AF_INET;
+    destination_.sin_port = htons(settings.port);
+    if (settings.port == 0 ||
+        ::inet_pton(AF_INET, settings.group.c_str(), &destination_.sin_addr) != 1) {
+        return false;
+    }
+    membership_.imr_multiaddr = destination_.sin_addr;
+    bool const has_interface =
+        ::inet_pton(AF_INET, settings.interface_addr.c_str(), &membership_.imr_interface) == 1;
+
+    fd_.reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    int const fd = fd_.get();
+    sockaddr_in own_address{};
+    own_address.sin_family = AF_INET;
+    own_address.sin_port = destination_.sin_port;
+    if (!fd_.is_open() || !set_option(fd, SOL_SOCKET, SO_REUSEADDR, 1) ||
+        !set_option(fd, SOL_SOCKET, SO_REUSEPORT, 1)) {
+        return false;
+    }
+    set_buffer_size(SO_SNDBUF, SO_SNDBUFFORCE, settings.buffer_size);
+    set_buffer_size(SO_RCVBUF, SO_RCVBUFFORCE, settings.buffer_size);
+    set_option(fd, SOL_SOCKET, SO_RCVTIMEO, to_timeval(settings.receive_timeout));
+    set_option(fd, SOL_SOCKET, SO_SNDTIMEO, to_timeval(settings.send_timeout));
+    set_option(fd, IPPROTO_IP, IP_MULTICAST_ALL, 0);
+    set_option(fd, IPPROTO_UDP, UDP_GRO, 1);
+    if (::bind(fd, reinterpret_cast<sockaddr const*>(&own_address), sizeof(own_address)) != 0 ||
+        !set_option(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, membership_)) {
+        return false;
+    }
+    set_option(fd, IPPROTO_IP, IP_MULTICAST_LOOP, 1);
+    if (has_interface) {
+        set_option(fd, IPPROTO_IP, IP_MULTICAST_IF, membership_.imr_interface);
+    }
+    return true;
+}
+
+void MulticastSocket::set_buffer_size(int option, int force_option, int size) {
+    set_option(fd_.get(), SOL_SOCKET, option, size);
+    int granted = 0;
+    socklen_t length = sizeof(granted);
+    // The system doubles what it is asked for, and reports the double. Its limit for everyone does
+    // not hold for who may administer the network.
+    if (::getsockopt(fd_.get(), SOL_SOCKET, option, &granted, &length) == 0 && granted / 2 < size) {
+        set_option(fd_.get(), SOL_SOCKET, force_option, size);
+    }
+}
+
+int MulticastSocket::receive_buffer_size() const {
+    int granted = 0;
+    socklen_t length = sizeof(granted);
+    return ::getsockopt(fd_.get(), SOL_SOCKET, SO_RCVBUF, &granted, &length) == 0 ? granted / 2 : 0;
+}
+
+bool MulticastSocket::send(tessaron::CustomSpan<unsigned char> datagram) {
+    ssize_t sent = 0;
+    do {
+        sent = ::sendto(fd_.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL,
+                        reinterpret_cast<sockaddr const*>(&destination_), sizeof(destination_));
+    } while (sent < 0 && errno == EINTR);
+    return sent == static_cast<ssize_t>(datagram.size());
+}
+
+bool MulticastSocket::send_all(DatagramBatch& batch) {
+    bool all_sent = true;
+    DatagramMessages::Extent done;
+    auto const pass = [&done](DatagramMessages::Extent const& extent) {
+        done.datagrams += extent.datagrams;
+        done.bytes += extent.bytes;
+    };
+    while (done.datagrams < batch.sizes().size()) {
+        DatagramMessages messages(batch, done.datagrams, done.bytes, destination_, segment_limit_);
+        int const sent = messages.send(fd_.get());
+        if (sent > 0) {
+            pass(messages.extent(static_cast<std::size_t>(sent)));
+        } else if (errno == EINTR) {
+            continue;
+        } else if (messages.first_run() > 1 && is_segmentation_refused(errno)) {
+            segment_limit_ = batch.sizes()[done.datagrams] - 1;
+        } else if (errno == EAGAIN || errno == EPIPE) {
+            return false; // the wait for room is over, or the socket is: no better for the others
+        } else {
+            all_sent = false;
+            pass(messages.extent(1));
+        }
+    }
+    return all_sent;
+}
+
+MulticastSocket::Received MulticastSocket::receive(unsigned char* buffer, std::size_t size) {
+    iovec piece{buffer, size};
+    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int))];
+    msghdr header{};
+    header.msg_iov = &piece;
+    header.msg_iovlen = 1;
+    header.msg_control = control;
+    header.msg_controllen = sizeof(control);
+    ssize_t const got = ::recvmsg(fd_.get(), &header, 0);
+    Received received{got, got > 0 ? static_cast<std::size_t>(got) : 0};
+    if (got > 0) {
+        for (cmsghdr* c = CMSG_FIRSTHDR(&header); c != nullptr; c = CMSG_NXTHDR(&header, c)) {
+            int segment = 0;
+            if (c->cmsg_level == IPPROTO_UDP && c->cmsg_type == UDP_GRO) {
+                std::memcpy(&segment, CMSG_DATA(c), sizeof(segment));
+            }
+            if (segment > 0) {
+                received.segment_size = static_cast<std::size_t>(segment);
+            }
+        }
+    }
+    return received;
+}
+
+void MulticastSocket::leave() {
+    set_option(fd_.get(), IPPROTO_IP, IP_DROP_MEMBERSHIP, membership_);
+}
+
+void MulticastSocket::shut_down_receiving() {
+    ::shutdown(fd_.get(), SHUT_RD);
+}
+
+void MulticastSocket::shut_down() {
+    ::shutdown(fd_.get(), SHUT_RDWR);
+}
+
+} // namespace proto::interface

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "app/utilities/file_io.hpp"
+#include "libraries/interfaces/multicast/DatagramBatch.hpp"
+#include "libraries/vocabulary/CustomSpan.hpp"
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <netinet/in.h>
+#include <string>
+
+namespace proto::interface {
+
+/// Where the group is, and what its socket is to be like.
+struct MulticastSettings {
+    std::string group;
+    std::uint16_t port = 0;
+    std::string interface_addr = "0.0.0.0"; ///< one that is no address means any interface
+    std::chrono::milliseconds receive_timeout{200};
+    std::chrono::milliseconds send_timeout{200};
+    int buffer_size = 1048576;
+};
+
+/// A socket that is a member of a multicast group and sends to it; what it sends comes back to all
+/// members on this machine, itself included. What others of this machine have joined stays out.
+///
+/// Ownership: users share it, so that the descriptor lives, and its number stays its own, for as
+/// long as any of them is in a call.
+/// Thread safety: safe from any thread.
+/// Errors: `open` gives nothing, `send` false; `errno` tells why `receive` failed.
+class MulticastSocket {
+public:
+    struct Received {
+        long size;                ///< as of `recv`
+        std::size_t segment_size; ///< what each of the datagrams in there is long, the last at most
+    };
+
+    [[nodiscard]] static std::shared_ptr<MulticastSocket> open(MulticastSettings const& settings);
+
+    /// One datagram. Waits while the socket's buffer is full, for the time of the settings; then
+    /// the datagram is lost.
+    bool send(tessaron::CustomSpan<unsigned char> datagram);
+    /// Each of them as a datagram, with as few calls as the system allows for. False if any is
+    /// lost.
+    bool send_all(DatagramBatch& batch);
+    /// Waits for a datagram, or several of the same size that were sent together.
+    Received receive(unsigned char* buffer, std::size_t size);
+
+    /// Gives the membership up, so that the next one to join announces it anew.
+    void leave();
+    /// Wakes who waits in `receive`; nothing further comes in.
+    void shut_down_receiving();
+    /// Wakes who waits in any call; nothing further comes in or goes out.
+    void shut_down();
+
+    /// What the receive buffer holds in fact, in the unit in which it was asked for.
+    int receive_buffer_size() const;
+    int descriptor() const { return fd_.get(); }
+
+private:
+    MulticastSocket() = default;
+    bool set_up(MulticastSettings const& settings);
+    void set_buffer_size(int option, int force_option, int size);
+
+    tessaron::UniqueFd fd_;
+    sockaddr_in destination_{};
+    ip_mreq membership_{};
+    /// Datagrams up to this size may be left to the system to be cut out of a larger piece; it
+    /// shrinks when the system refuses, as it does for those beyond the network's packet size.
+    std::atomic<std::size_t> segment_limit_{K_MAX_DATAGRAM_SIZE};
+};
+
+} // namespace proto::interface

@@ -1,0 +1,120 @@
+// The reader: receives, decrypts and hands out datagrams, and looks after the membership when there
+// are none. Runs on the thread "bus-reader"; `rejoin` on any. Touches the socket, the cipher, and
+// what silence is measured by.
+#include "libraries/interfaces/multicast/MulticastUdpInterface.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace proto::interface {
+
+using crypto::ChaCha20;
+using tessaron::MutexLock;
+
+void MulticastUdpInterface::read_loop() {
+    using Outcome = DatagramReader::Outcome;
+    DatagramReader reader;
+    while (running_) {
+        auto const socket = current_socket();
+        Outcome const outcome = socket ? reader.next(*socket) : Outcome::Error;
+        if (outcome == Outcome::Datagram) {
+            stamp();
+            deliver(reader.datagram());
+            continue;
+        }
+        if (outcome == Outcome::Error) {
+            rest();
+        }
+        if (running_) {
+            look_after_membership();
+        }
+    }
+}
+
+void MulticastUdpInterface::deliver(Bytes datagram) {
+    std::optional<ChaCha20> cipher;
+    {
+        MutexLock const lock(cipher_mutex_);
+        cipher = cipher_;
+    }
+    if (cipher) {
+        ChaCha20::Nonce nonce;
+        if (datagram.size() <= nonce.size()) {
+            return;
+        }
+        std::copy_n(datagram.data(), nonce.size(), nonce.begin());
+        datagram = datagram.subspan(nonce.size());
+        cipher->apply_in_place(datagram.data(), datagram.size(), nonce, 0);
+    }
+    notify_receivers(datagram);
+}
+
+void MulticastUdpInterface::look_after_membership() {
+    if (rejoin_requested_.exchange(false)) {
+        rejoin();
+    } else {
+        rejoin_if_silent();
+    }
+}
+
+/// Lets the time of a receive pass where there is nothing to wait on.
+void MulticastUdpInterface::rest() {
+    MutexLock lock(socket_mutex_);
+    stopped_.wait_for(lock.native(), timing_.receive_timeout, [this] { return !running_; });
+}
+
+void MulticastUdpInterface::stamp() {
+    last_rx_ms_ =
+        std::chrono::duration_cast<std::chrono::milliseconds>(timing_.now().time_since_epoch())
+            .count();
+}
+
+void MulticastUdpInterface::notify_request_outcome(bool ok) {
+    if (ok) {
+        failed_requests_ = 0;
+    } else if (++failed_requests_ >= K_FAILED_REQUESTS_THRESHOLD) {
+        rejoin_requested_ = true;
+    }
+}
+
+void MulticastUdpInterface::rejoin_if_silent() {
+    auto const now =
+        std::chrono::duration_cast<std::chrono::milliseconds>(timing_.now().time_since_epoch());
+    if (now - std::chrono::milliseconds(last_rx_ms_) >= timing_.silence_threshold) {
+        rejoin();
+    }
+}
+
+void MulticastUdpInterface::rejoin() {
+    MutexLock const reopening(reopen_mutex_);
+    stamp();
+    failed_requests_ = 0;
+    MulticastSettings settings;
+    std::shared_ptr<MulticastSocket> old;
+    {
+        MutexLock const lock(socket_mutex_);
+        if (!running_) {
+            return;
+        }
+        settings = settings_;
+        old = socket_;
+    }
+    // The last member of this machine has to leave before the next one's joining is told to the
+    // network. Those who send go on by the old socket until the new one is there.
+    if (old) {
+        old->leave();
+    }
+    auto fresh = MulticastSocket::open(settings);
+    {
+        MutexLock const lock(socket_mutex_);
+        if (running_) {
+            socket_ = std::move(fresh);
+        }
+    }
+    ++rejoins_;
+    if (old) {
+        old->shut_down_receiving();
+    }
+}
+
+} // namespace proto::interface

@@ -1,0 +1,31 @@
+#include "libraries/vocabulary/IInterface.hpp"
+
+namespace proto::interface {
+
+using tessaron::MutexLock;
+
+std::shared_ptr<IInterface::ReceiveCallback>
+IInterface::add_receive_callback(ReceiveCallback const& callback) {
+    auto shared = std::make_shared<ReceiveCallback>(callback);
+    MutexLock const lock(callbacks_mutex_);
+    callbacks_.push_back(shared);
+    return shared;
+}
+
+void IInterface::notify_receivers(tessaron::CustomSpan<unsigned char> bytes) {
+    MutexLock const lock(callbacks_mutex_);
+    for (std::size_t i = callbacks_.size(); i-- > 0;) {
+        if (auto const callback = callbacks_[i].lock()) {
+            unsigned long used = 0;
+            (*callback)(bytes, used);
+        } else {
+            callbacks_.erase(callbacks_.begin() + static_cast<std::ptrdiff_t>(i));
+        }
+    }
+}
+
+void IInterface::wait_for_callbacks() {
+    MutexLock const lock(callbacks_mutex_);
+}
+
+} // namespace proto::interface

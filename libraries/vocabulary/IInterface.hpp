@@ -1,0 +1,66 @@
+#pragma once
+
+#include "libraries/vocabulary/CustomSpan.hpp"
+#include "libraries/vocabulary/Mutex.hpp"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace proto::interface {
+
+/// A transport: moves bytes and knows nothing of frames, save that it may be told where one begins
+/// and ends.
+///
+/// Ownership: receivers keep the shared pointer that `add_receive_callback` returned for as long as
+/// they want to hear; the transport holds weak ones and forgets those that have gone.
+/// Thread safety: safe from any thread. Callbacks run on the transport's own threads, under the
+/// callbacks' mutex: when a receiver lets go of its pointer a call may still be under way; see
+/// `wait_for_callbacks`.
+/// Errors: `false` or -1; a transport never throws and never logs.
+class IInterface {
+public:
+    /// The bytes, and where the receiver may note how many of them it has used.
+    using ReceiveCallback =
+        std::function<void(tessaron::CustomSpan<unsigned char>, unsigned long&)>;
+
+    explicit IInterface(char const* name) : name_(name) {}
+    virtual ~IInterface() = default;
+    IInterface(IInterface const&) = delete;
+    IInterface& operator=(IInterface const&) = delete;
+
+    virtual bool write(tessaron::CustomSpan<unsigned char> bytes,
+                       std::chrono::milliseconds timeout) = 0;
+    virtual bool is_open() = 0;
+    virtual bool open() = 0;
+    virtual bool close() = 0;
+    /// What is written up to `end_frame`, by this thread, belongs together.
+    virtual void begin_frame() {}
+    virtual void end_frame() {}
+    [[nodiscard]] virtual std::shared_ptr<ReceiveCallback>
+    add_receive_callback(ReceiveCallback const& callback);
+    virtual long read(unsigned char* buffer, unsigned long size) = 0;
+
+    /// The frames up to `end_burst`, by this thread, may leave together: one call of the system for
+    /// many of them. Each stays a frame, and a datagram, of its own. May be nested.
+    virtual void begin_burst() {}
+    virtual void end_burst() {}
+
+    /// Returns when no call to a receiver is under way any more that began before: one that has let
+    /// go of its pointer may then go itself. Never from a receiver.
+    void wait_for_callbacks();
+
+    char const* name() const noexcept { return name_; }
+
+protected:
+    /// Hands the bytes to all receivers that are still there, the last added first.
+    void notify_receivers(tessaron::CustomSpan<unsigned char> bytes);
+
+private:
+    char const* const name_;
+    tessaron::Mutex callbacks_mutex_;
+    std::vector<std::weak_ptr<ReceiveCallback>> callbacks_ TESSARON_GUARDED_BY(callbacks_mutex_);
+};
+
+} // namespace proto::interface
