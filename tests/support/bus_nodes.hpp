@@ -24,29 +24,34 @@ using proto::bus::topic_hash;
 inline constexpr std::chrono::milliseconds K_CLAIM_WINDOW{200};
 inline constexpr std::chrono::milliseconds K_LONG{20'000};
 
-/// Values that threads add, in order.
+/// Values that threads add, in order. Copies share them, so that a handler may keep one for as long
+/// as it lives.
 template <typename T>
 class Collected {
 public:
-    void add(T value) {
-        MutexLock lock(mutex_);
-        values_.push_back(std::move(value));
+    void add(T value) const {
+        MutexLock lock(shared_->mutex);
+        shared_->values.push_back(std::move(value));
     }
     std::vector<T> all() const {
-        MutexLock lock(mutex_);
-        return values_;
+        MutexLock lock(shared_->mutex);
+        return shared_->values;
     }
     std::size_t size() const {
-        MutexLock lock(mutex_);
-        return values_.size();
+        MutexLock lock(shared_->mutex);
+        return shared_->values.size();
     }
     bool wait_for(std::size_t count, std::string const& what) const {
         return wait_until([&] { return size() >= count; }, what);
     }
 
 private:
-    mutable Mutex mutex_;
-    std::vector<T> values_ TESSARON_GUARDED_BY(mutex_);
+    struct Shared {
+        Mutex mutex;
+        std::vector<T> values TESSARON_GUARDED_BY(mutex);
+    };
+
+    std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
 };
 
 struct FrameBuffers {

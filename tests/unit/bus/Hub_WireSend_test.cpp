@@ -119,7 +119,8 @@ TEST_F(HubWireSend, TheHubsOwnHandlersHearWhatItsClientPublishes) {
     Collected<Origin> origins;
     node.hub.subscribe_pattern(
         "other",
-        [&](std::string const&, Bytes const&, Origin const& origin) { origins.add(origin); }, "");
+        [origins](std::string const&, Bytes const&, Origin const& origin) { origins.add(origin); },
+        "");
     client->publish("other", bytes_of("x"));
     EXPECT_EQ(origins.all(), std::vector<Origin>{Origin(0, 500)});
     client->send(200, "other", bytes_of("y"));
@@ -132,7 +133,8 @@ TEST_F(HubWireSend, AHubDoesNotHearItselfButItsClientsDo) {
     Collected<Bytes> heard;
     node.hub.subscribe_pattern(
         "topic",
-        [&](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); }, "");
+        [heard](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); },
+        "");
     node.hub.publish_event("topic", bytes_of("own"));
     EXPECT_EQ(heard_by_client.size(), 1u);
     client->publish("topic", bytes_of("marker"));
@@ -190,7 +192,8 @@ TEST_F(Compression, ALargeMessageArrivesAsItWas) {
     receiver.join();
     receiver.hub.subscribe_pattern(
         "topic",
-        [&](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); }, "");
+        [heard](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); },
+        "");
     Bytes payload = pattern_bytes(100'000);
     payload.resize(Hub::K_MAX_MESSAGE_SIZE);
     node.hub.publish_event("topic", payload);
