@@ -74,6 +74,17 @@ TEST_F(HubWireSend, TheLargestMessageIs262Frames) {
     EXPECT_EQ(events(262).size(), 262u);
 }
 
+TEST_F(HubWireSend, TheFragmentsOfAMessageLeaveInOneBurstAndASingleFrameInNone) {
+    auto& port = bus.add_port();
+    HubNode other(port, 300);
+    other.join();
+    other.hub.publish_event("topic", Bytes(K_CHUNK));
+    EXPECT_EQ(port.begun_bursts, 0);
+    other.hub.publish_event("topic", Bytes(5 * K_CHUNK));
+    EXPECT_EQ(port.begun_bursts, 1);
+    EXPECT_EQ(port.ended_bursts, 1);
+}
+
 TEST_F(HubWireSend, WhatIsLargerIsRefusedAndHeardByNobody) {
     Bytes const payload(Hub::K_MAX_MESSAGE_SIZE + 1);
     WireFrame header;
