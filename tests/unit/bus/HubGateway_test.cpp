@@ -150,6 +150,22 @@ TEST(HubGateway, ANodeAsksAToolAndGetsItsReply) {
     EXPECT_EQ(client->request_to(K_TOOL, "ask", {}, K_LONG), Bytes{9});
 }
 
+TEST(HubGateway, SharesATransportWithItsProcessesOwnNode) {
+    LoopbackBus bus;
+    LoopbackBus::Port& port = bus.add_port();
+    HubNode node(port, K_NODE);
+    node.hub.serve(
+        "name", [](Bytes const&) { return bytes_of("own"); }, "");
+    node.join();
+    HubGateway gateway(port, 0, K_LOCAL, 0, 1, "app-gateway", quick_settings());
+    wait_until([&] { return gateway.remote_hub().has_local_route(K_NODE); },
+               "the gateway knows the node beside it");
+    RawTool tool(gateway);
+    tool.node.send(MessageType::REQUEST, K_NODE, {}, "name", 5);
+    ASSERT_TRUE(tool.node.wait_for(MessageType::RESPONSE, 1, "the node answers"));
+    EXPECT_EQ(tool.node.heard(MessageType::RESPONSE).at(0).data, bytes_of("own"));
+}
+
 TEST(HubGateway, AFrameThatIsAddressedToTheOtherDomainReachesItsHub) {
     Bridged net;
     RawTool tool(net.gateway);
