@@ -156,6 +156,17 @@ public:
     std::size_t index() const noexcept { return index_; }
 
 protected:
+    /// Gives each field whose declaration brings no check the one for its kind.
+    template <typename Checks>
+    void use_checks() {
+        for_each_type([](auto& field) {
+            if (field.matcher() == nullptr) {
+                field.set_matcher(
+                    Checks::template of<std::remove_reference_t<decltype(field)>::K_NAME>());
+            }
+        });
+    }
+
     std::array<Field*, K_FIELD_COUNT> const& in_order() const noexcept { return in_order_; }
 
     /// Gives the field of that ordinal its place: behind those before it in the same buffer.

@@ -42,12 +42,7 @@ public:
     template <typename... CrcArguments>
     explicit RxContainer(typename Base::Buffers buffers, CrcArguments&&... crc_arguments)
         : Base(buffers, std::forward<CrcArguments>(crc_arguments)...) {
-        this->for_each_type([](auto& field) {
-            if (field.matcher() == nullptr) {
-                field.set_matcher(RxChecks<RxContainer>::template of<
-                                  std::remove_reference_t<decltype(field)>::K_NAME>());
-            }
-        });
+        this->template use_checks<RxChecks<RxContainer>>();
         this->reset();
     }
 

@@ -28,9 +28,9 @@ void append_hex(std::ostream& out, unsigned long value, int width) {
         << std::setfill(' ');
 }
 
-/// "12 (0x000000000000000C)", the width being that of the hexadecimal digits.
-void append_number(std::ostream& out, unsigned long value, int width) {
-    out << value << " (0x";
+/// "  Received: 12 (0x000000000000000c)", the width being that of the hexadecimal digits.
+void append_number(std::ostream& out, char const* what, unsigned long value, int width) {
+    out << what << value << " (0x";
     append_hex(out, value, width);
     out << ")\n";
 }
@@ -101,12 +101,9 @@ void print_unknown_type(unsigned long id) {
 void print_data_size_mismatch(unsigned long id, unsigned long expected, unsigned long calculated) {
     std::ostringstream out;
     out << "Mismatch in data field size (method CheckType):\n";
-    out << "  Received type id: ";
-    append_number(out, id, 16);
-    out << "  Expected size:    ";
-    append_number(out, expected, 16);
-    out << "  Calculated size:  ";
-    append_number(out, calculated, 16);
+    append_number(out, "  Received type id: ", id, 16);
+    append_number(out, "  Expected size:    ", expected, 16);
+    append_number(out, "  Calculated size:  ", calculated, 16);
     out << "---------------------------\n";
     print(std::move(out).str());
 }
@@ -114,10 +111,8 @@ void print_data_size_mismatch(unsigned long id, unsigned long expected, unsigned
 void print_length_mismatch(unsigned long expected, unsigned long received) {
     std::ostringstream out;
     out << "\nMismatch in length field (method SetDataLen):\n";
-    out << "  Expected: ";
-    append_number(out, expected, 0);
-    out << "  Received: ";
-    append_number(out, received, 0);
+    append_number(out, "  Expected: ", expected, 0);
+    append_number(out, "  Received: ", received, 0);
     print(std::move(out).str());
 }
 

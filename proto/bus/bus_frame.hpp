@@ -24,7 +24,9 @@
 ///     16+n    d     payload                length, CRC
 ///     16+n+d  2     CRC, low 16 bits of a CRC-32
 ///
-/// Numbers are little-endian, the CRC is big-endian.
+/// Numbers are little-endian, the CRC is big-endian. A DISCOVERY_REQUEST from 0x0102 to all:
+///
+///     B0 55 B0 55  02  20  00 00  02 01  00 00  FF FF FF FF  0C 00  23 B1
 namespace proto::bus {
 
 inline constexpr unsigned char BUS_PREFIX[] = {0xB0, 0x55, 0xB0, 0x55};

@@ -82,6 +82,16 @@ public:
     ModelParser(Bytes const& stream, ChunkEnds const& chunk_ends, unsigned own_address)
         : stream_(stream), chunk_ends_(chunk_ends), own_address_(own_address) {}
 
+    /// Of the field with that mask.
+    static std::size_t options_size(unsigned mask) {
+        constexpr std::size_t K_SIZES[] = {2, 4, 2, 1, 6, 1, 4};
+        std::size_t size = 2;
+        for (std::size_t slot = 0; slot < 7; ++slot) {
+            size += (mask >> slot & 1) != 0 ? K_SIZES[slot] : 0;
+        }
+        return size;
+    }
+
     std::vector<FrameModel> parse() {
         std::vector<FrameModel> frames;
         std::size_t at = 0;
@@ -130,15 +140,6 @@ private:
             chunk_begin = chunk_end;
         }
         return {false, false, begin > chunk_begin ? begin : chunk_begin};
-    }
-
-    static std::size_t options_size(unsigned mask) {
-        constexpr std::size_t K_SIZES[] = {2, 4, 2, 1, 6, 1, 4};
-        std::size_t size = 2;
-        for (std::size_t slot = 0; slot < 7; ++slot) {
-            size += (mask >> slot & 1) != 0 ? K_SIZES[slot] : 0;
-        }
-        return size;
     }
 
     static bool is_known_type(unsigned type) {

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace proto::interface::test {
@@ -93,15 +94,21 @@ public:
                   left_ = true;
               })) {}
 
-    void wait_until_entered() {
+    /// Lets go of the callback during the call, waits on another thread until it may go, and ends
+    /// the call. True if the wait did not end before the call.
+    bool may_go_no_earlier_than_its_call_ends(IInterface& transport) {
         tessaron::test::wait_until([this] { return entered_.load(); }, "the receiver is called");
-    }
-    void release() {
+        callback_.reset();
+        std::atomic<bool> had_left{false};
+        std::thread waiter([&] {
+            transport.wait_for_callbacks();
+            had_left = left_.load();
+        });
         released_ = true;
         released_.notify_all();
+        waiter.join();
+        return had_left;
     }
-    void forget() { callback_.reset(); }
-    bool has_left() const { return left_; }
 
 private:
     std::atomic<bool> entered_{false};

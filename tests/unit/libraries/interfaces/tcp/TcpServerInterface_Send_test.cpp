@@ -21,6 +21,18 @@ void write_until_alone(TcpServerInterface& server, std::size_t clients_left) {
     }
 }
 
+/// Returns when the writer waits for a client that takes no more.
+std::thread start_writer_that_waits(TcpServerInterface& server) {
+    auto const id = std::make_shared<std::atomic<pid_t>>(0);
+    std::thread writer([&server, id] {
+        *id = ::gettid();
+        write_until_alone(server, 0);
+    });
+    wait_until([&] { return *id != 0; }, "the writer runs");
+    wait_until_blocked_in(*id, SYS_poll);
+    return writer;
+}
+
 TEST(TcpServerSend, AFrameIsWholeOnceItEnds) {
     TcpServerInterface server;
     ASSERT_TRUE(server.open_tcp(0));
@@ -123,13 +135,7 @@ TEST(TcpServerSend, CloseWakesAWriterThatWaitsForAClient) {
     ASSERT_TRUE(server.open_tcp(0));
     TcpClient const silent(server.port(), 4096);
     wait_for_clients(server, 1);
-    std::atomic<pid_t> writer_id{0};
-    std::thread writer([&] {
-        writer_id = ::gettid();
-        write_until_alone(server, 0);
-    });
-    wait_until([&] { return writer_id != 0; }, "the writer runs");
-    wait_until_blocked_in(writer_id, SYS_poll);
+    std::thread writer = start_writer_that_waits(server);
     server.close();
     writer.join();
 }
@@ -139,13 +145,7 @@ TEST(TcpServerSend, AClientThatLeavesWakesAWriterThatWaitsForIt) {
     ASSERT_TRUE(server.open_tcp(0));
     TcpClient silent(server.port(), 4096);
     wait_for_clients(server, 1);
-    std::atomic<pid_t> writer_id{0};
-    std::thread writer([&] {
-        writer_id = ::gettid();
-        write_until_alone(server, 0);
-    });
-    wait_until([&] { return writer_id != 0; }, "the writer runs");
-    wait_until_blocked_in(writer_id, SYS_poll);
+    std::thread writer = start_writer_that_waits(server);
     silent.abort();
     writer.join();
     EXPECT_TRUE(server.is_open());

@@ -1,0 +1,157 @@
+#include "proto/FrameQueue.hpp"
+
+#include "tests/support/wait_until.hpp"
+#include "tests/unit/proto/Gate.hpp"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <numeric>
+#include <thread>
+#include <vector>
+
+namespace proto::test {
+
+namespace {
+
+using tessaron::test::wait_until;
+using Queue = FrameQueue<int>;
+
+constexpr std::chrono::hours K_ENDLESS_PATIENCE{1};
+constexpr std::chrono::nanoseconds K_NO_PATIENCE{0};
+
+/// Notes what the worker brings. Only the worker writes; `count` says how much may be read.
+class Received {
+public:
+    Queue::Handler handler() {
+        return [this](int&& frame) {
+            frames_.push_back(frame);
+            ++count_;
+        };
+    }
+    bool wait_for(std::size_t count) {
+        return wait_until([&] { return count_ == count; }, "all frames are there");
+    }
+    std::vector<int> const& frames() const { return frames_; }
+    std::size_t count() const { return count_; }
+
+private:
+    std::vector<int> frames_;
+    std::atomic<std::size_t> count_{0};
+};
+
+/// A queue whose worker is held up in the handler by frame 0.
+class BlockedQueue {
+public:
+    explicit BlockedQueue(std::chrono::nanoseconds patience = Queue::K_PATIENCE) : queue(patience) {
+        queue.set_handler([this, note = received.handler()](int&& frame) {
+            gate.pass();
+            note(std::move(frame));
+        });
+        queue.push(0);
+        gate.wait_for_visitor();
+    }
+
+    Gate gate;
+    Received received;
+    Queue queue;
+};
+
+std::vector<int> range(int first, int last) {
+    std::vector<int> numbers(static_cast<std::size_t>(last - first + 1));
+    std::iota(numbers.begin(), numbers.end(), first);
+    return numbers;
+}
+
+TEST(FrameQueue, ABurstWithAQuickHandlerLosesNothing) {
+    Received received;
+    Queue queue(K_ENDLESS_PATIENCE);
+    queue.set_handler(received.handler());
+    for (int i = 0; i < 10'000; ++i) {
+        queue.push(int{i});
+    }
+    ASSERT_TRUE(received.wait_for(10'000));
+    EXPECT_EQ(received.frames(), range(0, 9'999));
+}
+
+TEST(FrameQueue, AWorkerThatHasNotRunYetLosesNothingThoughNobodyIsPatient) {
+    for (int round = 0; round < 100; ++round) {
+        Received received;
+        Queue queue(K_NO_PATIENCE);
+        queue.set_handler(received.handler());
+        // One more than it holds, and none so far: the worker is at most about to take the first.
+        for (int i = 0; i <= static_cast<int>(Queue::K_MAX_QUEUE); ++i) {
+            queue.push(int{i});
+        }
+        ASSERT_TRUE(received.wait_for(101));
+        EXPECT_EQ(received.frames(), range(0, 100));
+    }
+}
+
+TEST(FrameQueue, With101QueuedAndTheWorkerBlockedTheOldestIsGoneAndTheNewestThere) {
+    BlockedQueue blocked;
+    for (int i = 1; i <= 101; ++i) {
+        blocked.queue.push(int{i});
+    }
+    blocked.gate.open();
+    ASSERT_TRUE(blocked.received.wait_for(101));
+    std::vector<int> expected = range(2, 101);
+    expected.insert(expected.begin(), 0);
+    EXPECT_EQ(blocked.received.frames(), expected);
+}
+
+TEST(FrameQueue, ABlockedHandlerDoesNotHoldUpAReaderWithoutPatience) {
+    BlockedQueue blocked(K_NO_PATIENCE);
+    for (int i = 0; i < 10'000; ++i) {
+        blocked.queue.push(int{i}); // If this waited for the handler, nobody would open the gate.
+    }
+    blocked.gate.open();
+}
+
+TEST(FrameQueue, AHandlerThatIsSlowForGoodIsWaitedForOnce) {
+    BlockedQueue blocked;
+    for (int i = 0; i < 100'000; ++i) {
+        blocked.queue.push(int{i}); // Patience with each of them would take half an hour.
+    }
+    blocked.gate.open();
+}
+
+TEST(FrameQueue, AStopFreesAReaderThatGivesWay) {
+    BlockedQueue blocked(K_ENDLESS_PATIENCE);
+    std::thread reader([&blocked] {
+        for (int i = 0; i < 1000; ++i) {
+            blocked.queue.push(int{i});
+        }
+    });
+    blocked.queue.request_stop();
+    reader.join();
+    blocked.gate.open();
+}
+
+TEST(FrameQueue, WhatTheWorkerHasNotTakenAtTheStopIsNotDelivered) {
+    BlockedQueue blocked;
+    blocked.queue.push(1);
+    blocked.queue.request_stop();
+    blocked.gate.open();
+    blocked.queue.stop();
+    blocked.queue.stop(); // A second one finds nothing to do.
+    EXPECT_EQ(blocked.received.frames(), std::vector<int>{0});
+}
+
+TEST(FrameQueue, WithoutAHandlerFramesAreDropped) {
+    Received received;
+    Queue queue(K_ENDLESS_PATIENCE);
+    for (int i = 0; i < 1000; ++i) {
+        queue.push(int{i});
+    }
+    queue.set_handler(received.handler());
+    ASSERT_TRUE(wait_until(
+        [&] {
+            queue.push(-1);
+            return received.count() > 0;
+        },
+        "the handler is in force"));
+}
+
+} // namespace
+
+} // namespace proto::test
