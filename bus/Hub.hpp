@@ -10,11 +10,13 @@
 #include "bus/RequestWorker.hpp"
 #include "bus/RoutingTable.hpp"
 #include "bus/TopicRegistry.hpp"
+#include "bus/debug_marker.hpp"
 #include "bus/device_report.hpp"
 #include "bus/leases.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <atomic>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <set>
@@ -80,6 +82,8 @@ public:
         std::uint16_t channel_max = 0;
         std::uint64_t hardware_id = 0; ///< Makes alternate addresses differ between machines.
         Milliseconds address_probe_window = DEFAULT_ADDRESS_PROBE_WINDOW;
+        /// Where this node leaves its marker; see debug_marker.hpp.
+        std::filesystem::path debug_marker_base = K_DEBUG_MARKER_BASE;
         std::uint32_t domain = 0; ///< A second address of this node; a gateway's hubs have one.
     };
 
