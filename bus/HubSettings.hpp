@@ -2,10 +2,12 @@
 
 #include "bus/BusWire.hpp"
 #include "bus/WireFrame.hpp"
+#include "bus/debug_marker.hpp"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 
 namespace tessaron::bus {
 
@@ -43,6 +45,8 @@ struct HubSettings {
     std::uint16_t channel_max = 0;
     std::uint64_t hardware_id = 0; ///< Makes alternate addresses differ between machines.
     Milliseconds address_probe_window = HubConstants::DEFAULT_ADDRESS_PROBE_WINDOW;
+    /// Where the node leaves its marker; see debug_marker.hpp.
+    std::filesystem::path debug_marker_base = K_DEBUG_MARKER_BASE;
     std::uint32_t domain = 0; ///< A second address of the node; a gateway's hubs have one.
 };
 

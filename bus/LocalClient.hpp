@@ -40,7 +40,8 @@ namespace tessaron::bus {
 /// ones own together (`weak_from_this`, not one made of a shared pointer), and outlives it. Letting
 /// the last pointer go stops the worker and waits for the handlers that are running on other
 /// threads; after it none runs, so they may use what outlives the pointer. It must not be let go in
-/// a request handler, nor under a lock that a handler takes.
+/// a request handler, nor under a lock that a handler takes. A handler that uses the client has a
+/// plain pointer to it: the shared one changes while it is let go.
 /// Thread safety: safe from any thread.
 /// Errors: none; handlers that throw cost a warning, requests that are lost end in a time-out.
 class LocalClient : public std::enable_shared_from_this<LocalClient> {

@@ -5,6 +5,7 @@
 #include "bus/identity_text.hpp"
 #include "proto/bus/topic_match.hpp"
 #include "tests/support/LoopbackBus.hpp"
+#include "tests/support/TemporaryDirectory.hpp"
 #include "tests/support/wait_until.hpp"
 
 #include <algorithm>
@@ -62,10 +63,17 @@ struct FrameBuffers {
     bus::BusWire::Buffer tx_span() { return {tx.data(), tx.size()}; }
 };
 
+/// Nodes of tests leave their markers apart from those of real ones.
+inline std::string const& marker_base() {
+    static TemporaryDirectory const directory;
+    return directory.path();
+}
+
 /// Nobody contests anything, so there is nothing to wait for.
 inline bus::Hub::Settings hub_settings(std::uint32_t domain = 0) {
     bus::Hub::Settings settings;
     settings.address_probe_window = std::chrono::milliseconds(2);
+    settings.debug_marker_base = marker_base();
     settings.domain = domain;
     return settings;
 }
@@ -73,6 +81,7 @@ inline bus::Hub::Settings hub_settings(std::uint32_t domain = 0) {
 inline bus::Hub::Settings claim_settings() {
     bus::Hub::Settings settings;
     settings.address_probe_window = K_CLAIM_WINDOW;
+    settings.debug_marker_base = marker_base();
     return settings;
 }
 

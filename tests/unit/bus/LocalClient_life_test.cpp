@@ -177,6 +177,7 @@ TEST(LocalClientLife, AHandlerThatAsksGetsItsReplyWhileTheClientEnds) {
 TEST(LocalClientLife, HandlersAndSubscriptionsComeAndGoFromManyThreads) {
     ScriptedHub hub;
     auto client = hub.connect();
+    LocalClient* const self = client.get();
     std::atomic<int> calls{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 2; ++i) {
@@ -193,7 +194,7 @@ TEST(LocalClientLife, HandlersAndSubscriptionsComeAndGoFromManyThreads) {
         client->serve(
             "b",
             [&](Bytes const& request) {
-                client->publish("c", request);
+                self->publish("c", request);
                 return request;
             },
             "");
