@@ -1,6 +1,5 @@
 #include "bus/Hub.hpp"
 
-#include "bus/debug_marker.hpp"
 #include "bus/device_report.hpp"
 #include "bus/identity_text.hpp"
 
@@ -26,7 +25,8 @@ Hub::Hub(BusWire::Buffer rx, BusWire::Buffer tx, std::uint32_t address,
       identity_(identity), debug_name_(bus::debug_name(identity)),
       request_worker_("bus-hub-req", [this](RequestTask const& task) { run_request(task); }),
       wire_(rx, tx, [this](ReceivedFrame&& received) { dispatch(std::move(received)); }) {
-    touch_debug_marker(debug_app_name(identity), debug_name_, address, "");
+    touch_debug_marker(debug_app_name(identity), debug_name_, address, "",
+                       settings.debug_marker_base);
     wire_.set_channel(settings.channel, std::max(settings.channel, settings.channel_max));
     wire_.set_source(BROADCAST_ADDRESS);
 }
@@ -34,7 +34,8 @@ Hub::Hub(BusWire::Buffer rx, BusWire::Buffer tx, std::uint32_t address,
 Hub::~Hub() {
     request_worker_.stop();
     wire_.stop();
-    remove_debug_marker(debug_app_name(identity_snapshot()), debug_name_);
+    remove_debug_marker(debug_app_name(identity_snapshot()), debug_name_,
+                        settings_.debug_marker_base);
 }
 
 void Hub::set_interfaces(proto::interface::IInterface& rx, proto::interface::IInterface& tx) {
@@ -71,9 +72,9 @@ void Hub::emit_warning(std::string const& text) const {
 
 void Hub::refresh_debug_marker() {
     DiscoveredDevice const own = own_record();
-    touch_debug_marker(
-        debug_app_name(own.identity), debug_name_, own.address,
-        device_report({{own.address, own}}, [](std::string const&) { return true; }));
+    touch_debug_marker(debug_app_name(own.identity), debug_name_, own.address,
+                       device_report({{own.address, own}}, [](std::string const&) { return true; }),
+                       settings_.debug_marker_base);
 }
 
 } // namespace tessaron::bus

@@ -3,6 +3,7 @@
 #include "bus/BusWire.hpp"
 #include "bus/FragmentAssembler.hpp"
 #include "bus/HandlerTable.hpp"
+#include "bus/HubSettings.hpp"
 #include "bus/IHub.hpp"
 #include "bus/LastEventFilter.hpp"
 #include "bus/LocalClientRegistry.hpp"
@@ -41,9 +42,8 @@ namespace tessaron::bus {
 /// outlive the hub; the hub outlives its clients. Closing the transport comes after.
 /// Thread safety: as `IHub`.
 /// Errors: none; a conflict of addresses or names ends in a warning, a lost message in silence.
-class Hub final : public IHub {
+class Hub final : public IHub, public HubConstants {
 public:
-    using Milliseconds = std::chrono::milliseconds;
     using Clock = std::chrono::steady_clock;
     using MessageType = proto::bus::MessageType;
     using Origin = proto::bus::Origin;
@@ -54,34 +54,7 @@ public:
     using RequestHandler = std::function<Bytes(std::string const& topic, Bytes const& payload,
                                                std::uint32_t requester)>;
 
-    static constexpr std::uint32_t BROADCAST_ADDRESS = 0xFFFFFFFF;
-    static constexpr std::uint8_t DEFAULT_TTL = K_DEFAULT_TTL;
-    static constexpr Milliseconds DEFAULT_ADDRESS_PROBE_WINDOW{200};
-    static constexpr Milliseconds DEFAULT_DISCOVERY_DEBOUNCE{5'000};
-    static constexpr Milliseconds DEFAULT_SUBSCRIPTION_TTL{60'000};
-    static constexpr Milliseconds DEFAULT_DISCOVERY_TIMEOUT{500};
-    static constexpr std::chrono::seconds K_NETWORK_MAP_CACHE_TTL{10};
-    static constexpr std::chrono::seconds K_VERSION_MISMATCH_WARNING_INTERVAL{30};
-    static constexpr std::size_t K_MAX_DATA_FIELD_CHUNK_SIZE = 4014;
-    static constexpr std::uint8_t PROTOCOL_VERSION = BusWire::K_PROTOCOL_VERSION;
-    static constexpr std::size_t MAX_PAYLOAD_SIZE = 4096;
-    /// Room kept in a frame for all fields but the data.
-    static constexpr std::size_t K_MAX_FRAME_OVERHEAD = 82;
-    /// A larger message is refused.
-    static constexpr std::size_t K_MAX_MESSAGE_SIZE = 0x100000;
-    /// Smaller payloads are not worth compressing.
-    static constexpr std::size_t K_MIN_COMPRESSED_SIZE = 1024;
-    static constexpr unsigned K_ADDRESS_ATTEMPTS = 8;
-
-    struct Settings {
-        Milliseconds discovery_debounce = DEFAULT_DISCOVERY_DEBOUNCE;
-        Milliseconds subscription_ttl = DEFAULT_SUBSCRIPTION_TTL;
-        std::uint16_t channel = 0;
-        std::uint16_t channel_max = 0;
-        std::uint64_t hardware_id = 0; ///< Makes alternate addresses differ between machines.
-        Milliseconds address_probe_window = DEFAULT_ADDRESS_PROBE_WINDOW;
-        std::uint32_t domain = 0; ///< A second address of this node; a gateway's hubs have one.
-    };
+    using Settings = HubSettings;
 
     /// `rx` and `tx` are this node's alone, at least `MAX_PAYLOAD_SIZE` bytes each. Starts the
     /// threads; the node is heard of after `set_interfaces`.
@@ -182,13 +155,7 @@ public:
 private:
     using SharedPatternHandler = std::shared_ptr<PatternHandler const>;
 
-    /// Who an address is claimed for, with the seeds of the alternates to it.
-    struct Claimant {
-        char const* kind; ///< As the warnings call it.
-        std::uint64_t hardware_id;
-        std::uint64_t chance; ///< Different from those of all who might compete.
-        std::string label;
-    };
+    struct Claimant; ///< Who an address is claimed for; see Hub_AddressClaim.cpp.
 
     // Hub.cpp
     void emit_warning(std::string const& text) const TESSARON_EXCLUDES(warning_mutex_);

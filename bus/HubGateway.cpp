@@ -17,10 +17,11 @@ proto::bus::NodeIdentity identity(std::string const& name, char const* suffix,
                                      program.empty() ? name : program, K_IDENTITY_VERSION);
 }
 
-bus::Hub::Settings hub_settings(std::uint32_t domain, HubGateway::Milliseconds probe_window) {
+bus::Hub::Settings hub_settings(std::uint32_t domain, HubGateway::Settings const& gateway) {
     bus::Hub::Settings settings;
     settings.domain = domain;
-    settings.address_probe_window = probe_window;
+    settings.address_probe_window = gateway.address_probe_window;
+    settings.debug_marker_base = gateway.debug_marker_base;
     return settings;
 }
 
@@ -43,11 +44,9 @@ HubGateway::HubGateway(IInterface& multicast, std::uint32_t local_domain,
                        Settings const& settings)
     : sync_interval_(settings.sync_interval),
       local_hub_(span(local_rx_), span(local_tx_), local_address,
-                 identity(name, "-local", settings.program),
-                 hub_settings(local_domain, settings.address_probe_window)),
+                 identity(name, "-local", settings.program), hub_settings(local_domain, settings)),
       remote_hub_(span(remote_rx_), span(remote_tx_), K_REMOTE_ADDRESS,
-                  identity(name, "-tcp", settings.program),
-                  hub_settings(remote_domain, settings.address_probe_window)) {
+                  identity(name, "-tcp", settings.program), hub_settings(remote_domain, settings)) {
     if (!tcp_.open_tcp(tcp_port)) {
         throw std::runtime_error("HubGateway: failed to open TCP listener on port " +
                                  std::to_string(tcp_port));

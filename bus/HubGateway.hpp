@@ -48,6 +48,7 @@ public:
         bus::Hub::WarningSink warning_sink;
         Milliseconds sync_interval = K_SYNC_INTERVAL;
         Milliseconds address_probe_window = bus::Hub::DEFAULT_ADDRESS_PROBE_WINDOW;
+        std::filesystem::path debug_marker_base = bus::K_DEBUG_MARKER_BASE;
     };
 
     /// Blocks while both hubs claim their addresses. Port 0 has the system choose.

@@ -63,6 +63,13 @@ constexpr char K_LOCAL_CLIENT[] = "local-client address ";
 
 } // namespace
 
+struct Hub::Claimant {
+    char const* kind; ///< As the warnings call it.
+    std::uint64_t hardware_id;
+    std::uint64_t chance; ///< Different from those of all who might compete.
+    std::string label;
+};
+
 std::uint32_t Hub::candidate(Claimant const& claimant, std::uint32_t preferred, unsigned attempt) {
     if (attempt == 0 && preferred < K_FIRST_RESERVED_ADDRESS) {
         return preferred;

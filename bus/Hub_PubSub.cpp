@@ -141,10 +141,12 @@ void Hub::dispatch_event_handlers(Origin const& origin, std::uint32_t msg_id,
     std::vector<SharedPatternHandler> handlers;
     {
         MutexLock lock(state_mutex_);
-        if (last_events_.is_repeated(origin.local_address(), topic_id, msg_id)) {
+        handlers = event_handlers_.find(topic_id, name);
+        // What nobody here was called for has not been heard: who subscribes now is yet to get it.
+        if (handlers.empty() ||
+            last_events_.is_repeated(origin.local_address(), topic_id, msg_id)) {
             return;
         }
-        handlers = event_handlers_.find(topic_id, name);
     }
     for (auto const& handler : handlers) {
         run_event_handler(*handler, name, payload, origin);

@@ -3,6 +3,7 @@
 #include "libraries/vocabulary/IInterface.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -38,7 +39,12 @@ public:
         bool open() override { return true; }
         bool close() override { return true; }
         long read(unsigned char*, unsigned long) override { return -1; }
+        void begin_burst() override { ++begun_bursts; }
+        void end_burst() override { ++ended_bursts; }
         void deliver(Datagram& datagram) { notify_receivers({datagram.data(), datagram.size()}); }
+
+        std::atomic<int> begun_bursts{0};
+        std::atomic<int> ended_bursts{0};
 
     private:
         LoopbackBus& bus_;

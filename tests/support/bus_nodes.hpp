@@ -5,6 +5,7 @@
 #include "bus/identity_text.hpp"
 #include "proto/bus/topic_match.hpp"
 #include "tests/support/LoopbackBus.hpp"
+#include "tests/support/TemporaryDirectory.hpp"
 #include "tests/support/wait_until.hpp"
 
 #include <algorithm>
@@ -24,29 +25,34 @@ using proto::bus::topic_hash;
 inline constexpr std::chrono::milliseconds K_CLAIM_WINDOW{200};
 inline constexpr std::chrono::milliseconds K_LONG{20'000};
 
-/// Values that threads add, in order.
+/// Values that threads add, in order. Copies share them, so that a handler may keep one for as long
+/// as it lives.
 template <typename T>
 class Collected {
 public:
-    void add(T value) {
-        MutexLock lock(mutex_);
-        values_.push_back(std::move(value));
+    void add(T value) const {
+        MutexLock lock(shared_->mutex);
+        shared_->values.push_back(std::move(value));
     }
     std::vector<T> all() const {
-        MutexLock lock(mutex_);
-        return values_;
+        MutexLock lock(shared_->mutex);
+        return shared_->values;
     }
     std::size_t size() const {
-        MutexLock lock(mutex_);
-        return values_.size();
+        MutexLock lock(shared_->mutex);
+        return shared_->values.size();
     }
     bool wait_for(std::size_t count, std::string const& what) const {
         return wait_until([&] { return size() >= count; }, what);
     }
 
 private:
-    mutable Mutex mutex_;
-    std::vector<T> values_ TESSARON_GUARDED_BY(mutex_);
+    struct Shared {
+        Mutex mutex;
+        std::vector<T> values TESSARON_GUARDED_BY(mutex);
+    };
+
+    std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
 };
 
 struct FrameBuffers {
@@ -57,10 +63,17 @@ struct FrameBuffers {
     bus::BusWire::Buffer tx_span() { return {tx.data(), tx.size()}; }
 };
 
+/// Nodes of tests leave their markers apart from those of real ones.
+inline std::string const& marker_base() {
+    static TemporaryDirectory const directory;
+    return directory.path();
+}
+
 /// Nobody contests anything, so there is nothing to wait for.
 inline bus::Hub::Settings hub_settings(std::uint32_t domain = 0) {
     bus::Hub::Settings settings;
     settings.address_probe_window = std::chrono::milliseconds(2);
+    settings.debug_marker_base = marker_base();
     settings.domain = domain;
     return settings;
 }
@@ -68,6 +81,7 @@ inline bus::Hub::Settings hub_settings(std::uint32_t domain = 0) {
 inline bus::Hub::Settings claim_settings() {
     bus::Hub::Settings settings;
     settings.address_probe_window = K_CLAIM_WINDOW;
+    settings.debug_marker_base = marker_base();
     return settings;
 }
 

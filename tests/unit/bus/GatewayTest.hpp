@@ -18,6 +18,7 @@ inline HubGateway::Settings quick_settings() {
     settings.program = "app";
     settings.sync_interval = std::chrono::milliseconds(20);
     settings.address_probe_window = std::chrono::milliseconds(2);
+    settings.debug_marker_base = marker_base();
     return settings;
 }
 

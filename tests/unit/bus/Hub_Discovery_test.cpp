@@ -162,8 +162,8 @@ TEST_F(HubDiscovery, AMinimalSenderIsADeviceAndAShorterOneNone) {
 TEST_F(HubDiscovery, TopicsOfADeviceAreKnownByName) {
     Collected<std::string> topics;
     node.hub.subscribe_pattern(
-        "told.*", [&](std::string const& name, Bytes const&, Origin const&) { topics.add(name); },
-        "");
+        "told.*",
+        [topics](std::string const& name, Bytes const&, Origin const&) { topics.add(name); }, "");
     TopicsAndRoles content;
     content.publications = {topic("told.topic", "")};
     peer.announce("peer", content);

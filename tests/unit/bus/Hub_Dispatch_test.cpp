@@ -160,9 +160,8 @@ TEST_F(HubDispatch, ACompressedFrameThatIsNoStreamIsDropped) {
 TEST_F(HubDispatch, WhatIsForAClientIsNotForTheHubsOwnHandlers) {
     Collected<Bytes> by_client;
     auto const client = node.hub.connect(500, proto::bus::make_identity("c", "hub-test", 1));
-    client->subscribe("topic", [&](std::string const&, Bytes const& payload, std::uint32_t) {
-        by_client.add(payload);
-    });
+    client->subscribe("topic", [by_client](std::string const&, Bytes const& payload,
+                                           std::uint32_t) { by_client.add(payload); });
     peer.send(event(500), bytes_of("for the client"));
     ASSERT_TRUE(by_client.wait_for(1, "the client has it"));
     EXPECT_THAT(heard_until_now(), IsEmpty());
@@ -174,7 +173,9 @@ TEST_F(HubDispatch, TheDomainIsASecondAddress) {
     other.join();
     other.hub.subscribe_pattern(
         "topic",
-        [&](std::string const&, Bytes const& payload, Origin const&) { by_other.add(payload); },
+        [by_other](std::string const&, Bytes const& payload, Origin const&) {
+            by_other.add(payload);
+        },
         "");
     peer.send(event(77), bytes_of("for the domain"));
     peer.send(event(300), bytes_of("for the node"));
@@ -186,7 +187,8 @@ TEST_F(HubDispatch, AnEventWithoutAnOriginComesFromTheSource) {
     Collected<Origin> origins;
     node.hub.subscribe_pattern(
         "other",
-        [&](std::string const&, Bytes const&, Origin const& origin) { origins.add(origin); }, "");
+        [origins](std::string const&, Bytes const&, Origin const& origin) { origins.add(origin); },
+        "");
     WireFrame header = event();
     header.topic_id = topic_hash("other");
     peer.send(header, {});

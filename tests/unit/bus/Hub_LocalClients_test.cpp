@@ -37,8 +37,8 @@ struct HubLocalClients : testing::Test {
     }
 
     static void hear(LocalClient& listening, std::string const& pattern, Collected<Bytes>& heard) {
-        listening.subscribe(pattern, [&heard](std::string const&, Bytes const& payload,
-                                              std::uint32_t) { heard.add(payload); });
+        listening.subscribe(pattern, [heard](std::string const&, Bytes const& payload,
+                                             std::uint32_t) { heard.add(payload); });
     }
 
     LoopbackBus bus;

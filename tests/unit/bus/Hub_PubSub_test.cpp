@@ -31,7 +31,7 @@ struct HubPubSub : testing::Test {
     static void hear(HubNode& node, std::string const& pattern, Heard& heard) {
         node.hub.subscribe_pattern(
             pattern,
-            [&heard](std::string const& topic, Bytes const& payload, Origin const&) {
+            [heard](std::string const& topic, Bytes const& payload, Origin const&) {
                 heard.add({topic, payload});
             },
             "description");
@@ -58,7 +58,7 @@ TEST_F(HubPubSub, AnEnvelopeReachesEverySubscriber) {
     Collected<Envelope> heard;
     Envelope const envelope{{{"key", "value"}}, {1, 2, 3}};
     subscriber.hub.subscribe(
-        "topic", [&](Envelope const& received) { heard.add(received); }, "");
+        "topic", [heard](Envelope const& received) { heard.add(received); }, "");
     publisher.hub.publish("topic", envelope);
     ASSERT_TRUE(heard.wait_for(1, "the event has come"));
     EXPECT_EQ(heard.all().front(), envelope);
@@ -76,18 +76,40 @@ TEST_F(HubPubSub, ASubscriptionIsSaidOnceWithTheIdentity) {
 }
 
 TEST_F(HubPubSub, ALateSubscriberGetsTheRetainedValueAtOnce) {
-    publisher.hub.publish_event("early", bytes_of("unannounced"));
-    publisher.hub.advertise("topic", "told", proto::bus::TopicKind::EVENT);
-    publisher.hub.publish_event("topic", bytes_of("value"));
-    Heard heard;
-    hear(subscriber, "topic", heard);
-    ASSERT_TRUE(heard.wait_for(1, "the retained value has come"));
-    EXPECT_THAT(heard.all(), ElementsAre(std::pair("topic", bytes_of("value"))));
+    publisher.hub.publish("topic", {{{"key", "value"}}, {}});
+    ASSERT_TRUE(peer.wait_for(MessageType::EVENT, 1, "the publication has come"));
     HubNode second(bus, 202, "second");
     second.join();
-    Heard heard_by_second;
-    hear(second, "topic", heard_by_second);
-    ASSERT_TRUE(heard_by_second.wait_for(1, "the second one has it too"));
+    Heard heard;
+    hear(second, "topic", heard);
+    ASSERT_TRUE(heard.wait_for(1, "the retained value has come"));
+    EXPECT_EQ(decode_envelope(heard.all().front().second).fields.at("key"), "value");
+}
+
+TEST_F(HubPubSub, WhatCameBeforeTheFirstSubscriptionDoesNotMakeTheRetainedValueARepetition) {
+    Heard markers;
+    hear(subscriber, "marker", markers);
+    publisher.hub.publish("topic", {});
+    publisher.hub.publish("marker", {});
+    ASSERT_TRUE(markers.wait_for(1, "the publication has come, and found no handler"));
+    Heard heard;
+    hear(subscriber, "topic", heard);
+    EXPECT_TRUE(heard.wait_for(1, "the retained value has come"));
+}
+
+TEST_F(HubPubSub, ASubscriberThatHeardThePublicationIgnoresItsRetainedCopy) {
+    Heard heard;
+    hear(subscriber, "topic", heard);
+    publisher.hub.publish_event("topic", {1});
+    ASSERT_TRUE(heard.wait_for(1, "the publication has come"));
+    publisher.hub.advertise("topic", "", proto::bus::TopicKind::EVENT);
+    Heard by_pattern;
+    hear(subscriber, "top*", by_pattern); // Makes the publisher send it again.
+    ASSERT_TRUE(peer.wait_for(MessageType::EVENT, 2, "the copy has been sent"));
+    publisher.hub.publish_event("topic", {2});
+    ASSERT_TRUE(by_pattern.wait_for(1, "the next publication has come"));
+    EXPECT_THAT(heard.all(),
+                ElementsAre(std::pair("topic", Bytes{1}), std::pair("topic", Bytes{2})));
 }
 
 TEST_F(HubPubSub, TheRetainedEventHasTheIdOfItsPublication) {

@@ -210,7 +210,7 @@ TEST_F(HubRequests, ARequestInsideAnEventHandlerTimesOut) {
     Collected<bool> answered;
     asker.hub.subscribe_pattern(
         "trigger",
-        [&](std::string const&, Bytes const&, Origin const&) {
+        [this, answered](std::string const&, Bytes const&, Origin const&) {
             answered.add(asker.hub.request("echo", {}, milliseconds(100)).has_value());
         },
         "");
@@ -234,7 +234,8 @@ TEST_F(HubRequests, EventsArriveWhileARequestHandlerIsBusy) {
     Collected<Bytes> events;
     asker.hub.subscribe_pattern(
         "event",
-        [&](std::string const&, Bytes const& payload, Origin const&) { events.add(payload); }, "");
+        [events](std::string const&, Bytes const& payload, Origin const&) { events.add(payload); },
+        "");
     Collected<bool> seen;
     asker.hub.serve(
         "busy",

@@ -131,7 +131,10 @@ TEST_F(HubRoutes, TtlEightAllowsEightHops) {
     Collected<Bytes> markers;
     hubs[8]->hub.subscribe_pattern(
         "topic",
-        [&](std::string const&, Bytes const& payload, Origin const&) { markers.add(payload); }, "");
+        [markers](std::string const&, Bytes const& payload, Origin const&) {
+            markers.add(payload);
+        },
+        "");
     repeaters[8]->send(event(308), bytes_of("marker"));
     ASSERT_TRUE(markers.wait_for(1, "the marker has come"));
     EXPECT_EQ(buses[9]->sent_count(), before);

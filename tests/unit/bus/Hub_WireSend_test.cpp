@@ -74,6 +74,17 @@ TEST_F(HubWireSend, TheLargestMessageIs262Frames) {
     EXPECT_EQ(events(262).size(), 262u);
 }
 
+TEST_F(HubWireSend, TheFragmentsOfAMessageLeaveInOneBurstAndASingleFrameInNone) {
+    auto& port = bus.add_port();
+    HubNode other(port, 300);
+    other.join();
+    other.hub.publish_event("topic", Bytes(K_CHUNK));
+    EXPECT_EQ(port.begun_bursts, 0);
+    other.hub.publish_event("topic", Bytes(5 * K_CHUNK));
+    EXPECT_EQ(port.begun_bursts, 1);
+    EXPECT_EQ(port.ended_bursts, 1);
+}
+
 TEST_F(HubWireSend, WhatIsLargerIsRefusedAndHeardByNobody) {
     Bytes const payload(Hub::K_MAX_MESSAGE_SIZE + 1);
     WireFrame header;
@@ -119,7 +130,8 @@ TEST_F(HubWireSend, TheHubsOwnHandlersHearWhatItsClientPublishes) {
     Collected<Origin> origins;
     node.hub.subscribe_pattern(
         "other",
-        [&](std::string const&, Bytes const&, Origin const& origin) { origins.add(origin); }, "");
+        [origins](std::string const&, Bytes const&, Origin const& origin) { origins.add(origin); },
+        "");
     client->publish("other", bytes_of("x"));
     EXPECT_EQ(origins.all(), std::vector<Origin>{Origin(0, 500)});
     client->send(200, "other", bytes_of("y"));
@@ -132,7 +144,8 @@ TEST_F(HubWireSend, AHubDoesNotHearItselfButItsClientsDo) {
     Collected<Bytes> heard;
     node.hub.subscribe_pattern(
         "topic",
-        [&](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); }, "");
+        [heard](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); },
+        "");
     node.hub.publish_event("topic", bytes_of("own"));
     EXPECT_EQ(heard_by_client.size(), 1u);
     client->publish("topic", bytes_of("marker"));
@@ -190,7 +203,8 @@ TEST_F(Compression, ALargeMessageArrivesAsItWas) {
     receiver.join();
     receiver.hub.subscribe_pattern(
         "topic",
-        [&](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); }, "");
+        [heard](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); },
+        "");
     Bytes payload = pattern_bytes(100'000);
     payload.resize(Hub::K_MAX_MESSAGE_SIZE);
     node.hub.publish_event("topic", payload);

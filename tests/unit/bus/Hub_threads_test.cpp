@@ -164,11 +164,13 @@ TEST_F(HubThreads, AHubEndsUnderTraffic) {
         }
     });
     for (std::uint32_t i = 0; i < 10; ++i) {
-        HubNode passing(bus, 300 + i, "passing");
         Collected<Bytes> heard;
+        HubNode passing(bus, 300 + i, "passing");
         passing.hub.subscribe_pattern(
             "said",
-            [&](std::string const&, Bytes const& payload, Origin const&) { heard.add(payload); },
+            [heard](std::string const&, Bytes const& payload, Origin const&) {
+                heard.add(payload);
+            },
             "");
         passing.hub.serve(
             "short",
