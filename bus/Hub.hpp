@@ -130,7 +130,7 @@ public:
 
     // --- Routes, for gateways.
     /// Frames for `low` to `high` go to the forwarder.
-    void add_route(std::uint32_t low, std::uint32_t high, RouteForward forward, bool direct);
+    void add_route(std::uint32_t low, std::uint32_t high, RouteForward const& forward, bool direct);
     /// Whether a route with a forwarder exists.
     bool has_local_route(std::uint32_t address) const;
     /// A frame from another hub of this process: delivered where it is for this hub, its domain or

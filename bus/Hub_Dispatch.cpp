@@ -150,7 +150,8 @@ void Hub::report_version_mismatch(std::uint8_t version) {
     }
 }
 
-void Hub::add_route(std::uint32_t low, std::uint32_t high, RouteForward forward, bool direct) {
+void Hub::add_route(std::uint32_t low, std::uint32_t high, RouteForward const& forward,
+                    bool direct) {
     for (std::uint64_t address = low; address <= high && address - low < RoutingTable::K_MAX_ROUTES;
          ++address) {
         auto const destination = static_cast<std::uint32_t>(address);

@@ -40,6 +40,7 @@ TEST(TcpServerInterface, TellsThePortThatTheSystemChose) {
 TEST(TcpServerInterface, DoesNotOpenOnAPortThatIsTaken) {
     TcpServerInterface first;
     ASSERT_TRUE(first.open_tcp(0));
+    wait_until([] { return thread_ids().size() == 1; }, "the accepting thread runs");
     auto const threads = thread_ids();
     TcpServerInterface second;
     EXPECT_FALSE(second.open_tcp(first.port()));
@@ -139,6 +140,7 @@ TEST(TcpServerInterface, ForgetsClientsThatVanishInTheMiddleOfAFrame) {
 TEST(TcpServerInterface, KeepsNothingOfClientsThatHaveGone) {
     TcpServerInterface server;
     ASSERT_TRUE(server.open_tcp(0));
+    wait_until([] { return thread_ids().size() == 1; }, "the accepting thread runs");
     auto const descriptors = open_descriptors();
     auto const threads = thread_ids().size();
     for (int i = 0; i < 200; ++i) {
