@@ -119,6 +119,8 @@ def test_a_package_does_not_inherit_ignored_signals(daemon):
     daemon.start()
     daemon.wait_status("sleeper", "running")
     child, = daemon.children()
+    own = os.readlink(f"/proc/{daemon.pid}/exe")
+    wait_until(lambda: os.readlink(f"/proc/{child}/exe") != own, "the child has become the package's program")
     status = pathlib.Path(f"/proc/{child}/status").read_text()
     ignored = int(next(line for line in status.splitlines() if line.startswith("SigIgn:")).split()[1], 16)
     assert ignored & (1 << (signal.SIGPIPE - 1)) == 0
