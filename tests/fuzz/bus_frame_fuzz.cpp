@@ -1,12 +1,12 @@
 // The bus frame's parser, fed a stream in chunks: it must find exactly the frames that the offsets
 // tell, and what it found must build into the same bytes again.
 
+#include "tests/fuzz/require.hpp"
 #include "tests/unit/proto/BusReceiver.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <tuple>
 #include <vector>
@@ -18,12 +18,6 @@ using proto::test::BusReceiver;
 using proto::test::Bytes;
 using proto::test::ChunkEnds;
 using proto::test::FrameModel;
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 /// Gives frames the CRC that they need, or a fuzzer would never find one. One that would end in FF
 /// stays as it is, so that there are broken ones too.

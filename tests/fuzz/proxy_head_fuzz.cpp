@@ -4,13 +4,13 @@
 #include "mirelserver/DirectChannel.hpp"
 #include "mirelserver/forward_rule.hpp"
 #include "mirelserver/proxy_head.hpp"
+#include "tests/fuzz/require.hpp"
 
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -22,12 +22,6 @@ using Parser = http::request_parser<http::empty_body>;
 using namespace mirelserver;
 
 constexpr std::string_view K_HEAD_END = "\r\n\r\n";
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 std::string_view view_of(boost::beast::string_view text) {
     return {text.data(), text.size()};

@@ -2,13 +2,13 @@
 // every stream and the tunnel itself come to their end.
 
 #include "mirelserver/Tunnel.hpp"
+#include "tests/fuzz/require.hpp"
 
 #include <algorithm>
 #include <array>
 #include <boost/asio/io_context.hpp>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -23,12 +23,6 @@ using namespace tessaron::tunnel;
 using tcp = boost::asio::ip::tcp;
 
 constexpr std::size_t K_STREAMS = 3;
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 struct Stream {
     std::shared_ptr<Channel> channel;
