@@ -1,27 +1,51 @@
 #include "app/AppContext.hpp"
 
+#include "app/app_control_version.hpp"
 #include "app/build_info.hpp"
 #include "app/instance_lock.hpp"
 #include "app/utilities/fs_tools.hpp"
 #include "app/utilities/process_identity.hpp"
+#include "bus/gateway_start.hpp"
+#include "proto/bus/NodeIdentity.hpp"
 
 #include <cstdint>
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
 #include <string_view>
 #include <tuple>
 
 namespace tessaron {
+
+namespace {
+
+std::uint32_t bus_address(config::ConfigStore<8192> const& config) {
+    return static_cast<std::uint32_t>(config.get<long long>("shared_bus_address"));
+}
+
+} // namespace
+
+AppContext::BusBuffer AppContext::rx_buffer_;
+AppContext::BusBuffer AppContext::tx_buffer_;
 
 AppContext::AppContext(config::ConfigStore<8192>& config, int argc, char** argv)
     : app_name_(check_not_already_running_and_get_app_name(config, argc, argv)),
       app_description_(config.get<std::string>("app_description")), config_(config),
       version_(build_version()), app_dir_(config.get<std::string>("app_dir")),
       executable_path_(detail::get_executable_path()), user_name_(detail::get_username()),
-      logger_(app_name_, LogLevel::INFO, time_provider_) {
+      logger_(app_name_, LogLevel::INFO, time_provider_),
+      hub_(
+          {rx_buffer_.data(), rx_buffer_.size()}, {tx_buffer_.data(), tx_buffer_.size()},
+          bus_address(config),
+          proto::bus::make_identity(app_name_, app_name_, app_control_protocol_version(), "", "")) {
+    join_bus();
     start_logging(argc, argv);
     incident_dir_ = fs_tools::join_path(fs_tools::join_path(app_dir_, app_name_), "incidents");
+    maybe_start_bus_gateway();
 }
 
 AppContext::~AppContext() {
+    multicast_.close();
     detail::remove_lock_file_if_test_suffixed(app_name_);
 }
 
@@ -35,6 +59,27 @@ AppContext::check_not_already_running_and_get_app_name(config::ConfigStore<8192>
         throw AlreadyRunningError(name, *holder);
     }
     return name;
+}
+
+void AppContext::join_bus() {
+    auto const port = static_cast<std::uint16_t>(config_.get<long long>("bus_multicast_port"));
+    if (!multicast_.open_multicast(config_.get<std::string>("bus_multicast_group"), port)) {
+        throw std::runtime_error("AppContext: failed to open the bus multicast interface");
+    }
+    // Before the address is claimed, which has most of the warnings.
+    hub_.set_warning_sink([this](std::string const& text) { log().log(LogLevel::WARNING, text); });
+    hub_.set_interfaces(multicast_, multicast_);
+}
+
+void AppContext::maybe_start_bus_gateway() {
+    auto const log_at = [this](LogLevel level) {
+        return [this, level](std::string const& text) { log().log(level, text); };
+    };
+    HubGateway::Settings settings;
+    settings.warning_sink = log_at(LogLevel::WARNING);
+    start_gateway(gateway_, std::getenv(K_GATEWAY_PORT_VARIABLE),
+                  {multicast_, bus_address(config_), app_name_, log_at(LogLevel::INFO),
+                   log_at(LogLevel::ERROR), std::cerr, settings});
 }
 
 void AppContext::start_logging(int argc, char** argv) {

@@ -1,9 +1,14 @@
 #pragma once
 
 #include "app/ConfigStore.hpp"
+#include "bus/Hub.hpp"
+#include "bus/HubGateway.hpp"
+#include "libraries/interfaces/multicast/MulticastUdpInterface.hpp"
 #include "logger/Logger.hpp"
 #include "logger/SystemTimeProvider.hpp"
 
+#include <array>
+#include <optional>
 #include <string>
 
 namespace tessaron {
@@ -12,12 +17,14 @@ namespace tessaron {
 /// receives it by reference.
 ///
 /// Construction turns a second instance away, or clears the way for it as the command line asks,
-/// before anything else is touched. Then it starts the logger on the console, reports how the
-/// configuration was loaded and moves the log to its file; lines logged before that reach the file
-/// too.
+/// before anything else is touched. Then it joins the bus, which takes as long as the claim of an
+/// address does, starts the logger on the console, reports how the configuration was loaded and
+/// moves the log to its file; lines logged before that reach the file too. Last it opens the
+/// gateway to the bus, if the environment asks for one.
 ///
-/// Ownership: the configuration store must outlive the context.
-/// Thread safety: immutable after construction; the store and the logger lock for themselves.
+/// Ownership: the configuration store must outlive the context; what serves on the bus must not.
+/// Thread safety: immutable after construction; the store, the node and the logger lock for
+/// themselves.
 /// Errors: `AlreadyRunningError`, or another standard exception, from the constructor ends the
 /// start of the process.
 class AppContext {
@@ -37,6 +44,8 @@ public:
     std::string const& incident_dir() const { return incident_dir_; }
     std::string const& executable_path() const { return executable_path_; }
     std::string const& user_name() const { return user_name_; }
+    /// This process's one node on the bus.
+    bus::IHub& hub() { return hub_; }
     Logger& logger() { return logger_; }
     /// What the application's own code logs through.
     ILogger& log() { return logger_; }
@@ -45,7 +54,9 @@ private:
     static std::string
     check_not_already_running_and_get_app_name(config::ConfigStore<8192> const& config, int argc,
                                                char const* const* argv);
+    void join_bus();
     void start_logging(int argc, char** argv);
+    void maybe_start_bus_gateway();
     void log_config_load_report(config::ConfigStore<8192> const& config);
 
     std::string app_name_;
@@ -57,7 +68,14 @@ private:
     std::string executable_path_;
     std::string user_name_;
     SystemTimeProvider time_provider_;
-    Logger logger_;
+    Logger logger_; ///< Before the bus, whose warnings go to it as long as it has threads.
+    proto::interface::MulticastUdpInterface multicast_;
+    bus::Hub hub_;
+    std::optional<HubGateway> gateway_;
+
+    using BusBuffer = std::array<unsigned char, 8192>;
+    static BusBuffer rx_buffer_;
+    static BusBuffer tx_buffer_;
 };
 
 namespace detail {

@@ -2,6 +2,7 @@
 
 #include "app/config_field.hpp"
 #include "generated/MirelClientApp/App/defaults.hpp"
+#include "generated/app/bus_fields.hpp"
 
 #include <tuple>
 
@@ -25,15 +26,9 @@ inline constexpr TextField K_APP_DESCRIPTION{
 inline constexpr TextField K_APP_DIR{
     "app_dir", "Base directory for this app's own operational data (package store, downloads)",
     MIREL_DEFAULT_APP_DIR};
-inline constexpr TextField K_BUS_MULTICAST_GROUP{"bus_multicast_group",
-                                                 "Multicast group every bus participant joins",
-                                                 MIREL_DEFAULT_BUS_MULTICAST_GROUP};
-inline constexpr IntField K_BUS_MULTICAST_PORT{"bus_multicast_port",
-                                               "Multicast port every bus participant joins",
-                                               MIREL_DEFAULT_BUS_MULTICAST_PORT};
-inline constexpr IntField K_SHARED_BUS_ADDRESS{
-    "shared_bus_address", "This process's ONE shared tessaron::bus::Hub<RX,TX> node's own address",
-    200};
+using tessaron::K_BUS_MULTICAST_GROUP;
+using tessaron::K_BUS_MULTICAST_PORT;
+using tessaron::K_SHARED_BUS_ADDRESS;
 inline constexpr TextField K_LOG_DIR{
     "log_dir",
     "Directory the diagnostic logger's own (large) file lives under, in an app_name subdirectory",

@@ -7,6 +7,7 @@
 #include "app/AppContext.hpp"
 #include "app/ConsoleApp.hpp"
 #include "app/instance_lock.hpp"
+#include "generated/app/bus_fields.hpp"
 
 #include <cstdint>
 #include <cstdio>
@@ -36,8 +37,9 @@ inline constexpr IntField K_WARN_BELOW_PERCENT{"warn_below_percent",
                                                "Warn when less than this is free", 10};
 
 inline constexpr auto K_ALL_FIELDS =
-    std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL, K_WATCHED_PATH,
-             K_INTERVAL_SECONDS, K_WARN_BELOW_PERCENT);
+    std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, tessaron::K_BUS_MULTICAST_GROUP,
+             tessaron::K_BUS_MULTICAST_PORT, tessaron::K_SHARED_BUS_ADDRESS, K_LOG_DIR,
+             K_LOG_MIN_LEVEL, K_WATCHED_PATH, K_INTERVAL_SECONDS, K_WARN_BELOW_PERCENT);
 
 class DiskWatch : public tessaron::ConsoleApp<DiskWatch> {
 public:

@@ -29,6 +29,7 @@
 #include "app/instance_lock.hpp"
 #include "app/utilities/file_io.hpp"
 #include "app/utilities/start_thread.hpp"
+#include "generated/app/bus_fields.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 #include "tests/programs/faults.hpp"
 #include "tests/programs/held_locks.hpp"
@@ -66,7 +67,9 @@ constexpr TextField K_GREETING{"greeting",
                                "héllo"};
 
 constexpr auto K_ALL_FIELDS =
-    std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL, K_GREETING);
+    std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, tessaron::K_BUS_MULTICAST_GROUP,
+             tessaron::K_BUS_MULTICAST_PORT, tessaron::K_SHARED_BUS_ADDRESS, K_LOG_DIR,
+             K_LOG_MIN_LEVEL, K_GREETING);
 
 /// What the application does wrong in its own part of the crash handler.
 std::atomic<bool> s_crash_in_handler{false};

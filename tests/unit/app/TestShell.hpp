@@ -2,6 +2,7 @@
 
 #include "app/AppShell.hpp"
 #include "app/JsonConfigCodec.hpp"
+#include "generated/app/bus_fields.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 
 #include <cstdlib>
@@ -40,8 +41,10 @@ protected:
 
     TemporaryDirectory directory_;
     config::JsonConfigCodec codec_;
-    config::ConfigStore<8192> store_{
-        std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR, K_LOG_DIR, K_LOG_MIN_LEVEL), codec_, ""};
+    config::ConfigStore<8192> store_{std::tie(K_APP_NAME, K_APP_DESCRIPTION, K_APP_DIR,
+                                              K_BUS_MULTICAST_GROUP, K_BUS_MULTICAST_PORT,
+                                              K_SHARED_BUS_ADDRESS, K_LOG_DIR, K_LOG_MIN_LEVEL),
+                                     codec_, ""};
     std::optional<AppContext> context_;
 };
 
