@@ -147,9 +147,9 @@ void BusNodeCommands::add_request_commands() {
         return std::string();
     };
     commands_["serve-nothing"] = [this](Words& words) {
-        node_.hub.serve(
-            words.next(), [](Bytes const&) -> Bytes { throw std::runtime_error("not today"); },
-            words.rest());
+        std::string const topic = words.next();
+        auto const refuse = [](Bytes const&) -> Bytes { throw std::runtime_error("not today"); };
+        node_.hub.serve(topic, refuse, words.rest());
         return std::string();
     };
     commands_["request"] = [this](Words& words) {
