@@ -9,33 +9,11 @@ import pytest
 import bus_wire
 from bus_payloads import DiscoveryRecord, DiscoveryResponse, HostedModule, Identity, encode_identity_and_topic, topic_id
 from bus_peer import BusPeer
+from bus_warnings import claimed_at_same_instant, giving_up, in_use, no_name_left, renamed, version_mismatch
 from bus_wire import BROADCAST, PREFIX, UNADDRESSED, Frame
 
 ADDRESS, NAME = 200, "mirelclient"
 PEER = 300
-VERSION_MISMATCH = (
-    "[bus] PROTOCOL_VERSION mismatch: received frame with version={}, this side runs version=2 - frame dropped "
-    "(silently, before this warning: see version_mismatch_drops() for the running total). Usually means the two "
-    "sides were built against different protolib versions.")
-RENAMED = "[bus] WARNING: name 'mirelclient' already in use on this bus - renamed to 'mirelclient2'"
-NO_NAME_LEFT = (
-    "[bus] WARNING: name 'mirelclient' already in use on this bus, and every auto-suffix up to 'mirelclient9' is "
-    "ALSO taken - keeping the colliding name; two devices will now answer to the same name")
-
-
-def in_use(address, attempt):
-    return (f"[bus] WARNING: address {address} already in use on this bus (probe {attempt}/8) - retrying with an "
-            "alternate address")
-
-
-def claimed_at_same_instant(address, attempt):
-    return (f"[bus] WARNING: address {address} was claimed by another device at the same instant, right after "
-            f"announcing (probe {attempt}/8) - retrying with an alternate address")
-
-
-def giving_up(address):
-    return (f"[bus] WARNING: giving up after 8 probe attempts - committing to address {address} even though it still "
-            "appears to be in use; this Hub and another device may now both answer to the same address")
 
 
 @pytest.fixture
@@ -134,7 +112,7 @@ def test_it_gives_way_to_whoever_has_its_address_and_its_name(daemon):
         with BusPeer(ADDRESS) as twin, BusPeer(PEER) as peer:
             with Insisting(twin, announcement(NAME)):
                 daemon.start()
-            assert warnings(daemon)[-2:] == [in_use(ADDRESS, 1), RENAMED]
+            assert warnings(daemon)[-2:] == [in_use(ADDRESS, 1), renamed(NAME, 2)]
             twin.on_message = None
             answer = ask_who_is_there(peer, PEER)
         assert DiscoveryResponse.decode(answer.data).identity.name == NAME + "2"
@@ -158,7 +136,7 @@ def test_it_keeps_its_name_when_every_other_is_taken_too(daemon):
             other = stack.enter_context(BusPeer(PEER + i))
             other.answer_claims(announcement(NAME + (str(i + 1) if i else "")))
         daemon.start()
-        assert warnings(daemon) == [NO_NAME_LEFT]
+        assert warnings(daemon) == [no_name_left(NAME)]
         asking = stack.enter_context(BusPeer(PEER + 20))
         answer = ask_who_is_there(asking, PEER + 20)
         assert DiscoveryResponse.decode(answer.data).identity.name == NAME
@@ -189,8 +167,8 @@ def test_a_frame_of_another_version_is_told_of_once(daemon, peer):
     for version in (3, 1):
         peer.send_datagram(Frame(bus_wire.DISCOVERY_REQUEST, PEER, version=version).encode())
     ask_who_is_there(peer)
-    daemon.wait_log(VERSION_MISMATCH.format(3))
-    assert warnings(daemon) == [VERSION_MISMATCH.format(3)]
+    daemon.wait_log(version_mismatch(3))
+    assert warnings(daemon) == [version_mismatch(3)]
     assert not [message for message in peer.heard if message.dest == PEER]
 
 

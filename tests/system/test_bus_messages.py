@@ -9,6 +9,7 @@ import bus_wire
 from bus_payloads import DiscoveryResponse, Envelope, HostedModule, Identity, TopicDescription, encode_identity_and_topic, topic_id
 from bus_peer import BusPeer
 from bus_program import BusProgram, in_hex, summary
+from bus_warnings import in_use
 from bus_wire import BROADCAST, UNADDRESSED, Frame, frames_of
 
 NODE, PEER, CLIENT = 500, 600, 510
@@ -415,8 +416,7 @@ def test_a_client_gives_way_to_a_node_that_has_its_address(node, peer):
     mark(node, peer)
     address = int(node.do(f"connect-resolved {PEER} guest"))
     assert address != PEER and 1 <= address <= 65533
-    assert node.warnings() == [f"[bus] WARNING: local-client address {PEER} already in use on this bus (probe 1/8) - "
-                               "retrying with an alternate address"]
+    assert node.warnings() == [in_use(PEER, 1, "local-client address")]
     assert node.do(f"connect-resolved {CLIENT} guest") == str(CLIENT)
     announced = DiscoveryResponse.decode(peer.heard[-1].data)
     assert {module.address for module in announced.modules} == {address, CLIENT}
