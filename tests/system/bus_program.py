@@ -19,12 +19,12 @@ def summary(data):
 
 class BusProgram:
     """One process of it. What happens on the bus is in `heard` as it comes; commands are answered in
-    their order."""
+    their order. `inside` is what its command begins with."""
 
-    def __init__(self, address, name, **options):
+    def __init__(self, address, name, inside=(), **options):
         arguments = [text for option, value in options.items()
                      for text in ("--" + option.replace("_", "-"), str(value))]
-        self.process = subprocess.Popen([BUS_NODE, str(address), name, *arguments], stdin=subprocess.PIPE,
+        self.process = subprocess.Popen([*inside, BUS_NODE, str(address), name, *arguments], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, text=True, bufsize=1)
         self.changed = threading.Condition()
         self.heard = []

@@ -3,6 +3,7 @@
 Every test file runs in a sandbox of its own (scripts/run-system-tests), so a test may kill, fill and
 wipe what it likes; each test begins with empty folders.
 """
+import contextlib
 import os
 import pathlib
 import shutil
@@ -72,6 +73,13 @@ def fresh_machine():
     LOG_ROOT.mkdir(parents=True)
     yield
     end_leftovers()
+
+
+@pytest.fixture
+def stack():
+    """For what a test starts and ends."""
+    with contextlib.ExitStack() as stack:
+        yield stack
 
 
 def killed_in_the_end(program):
