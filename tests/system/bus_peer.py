@@ -45,8 +45,8 @@ class Ear:
         assert not self.unlike, UNLIKE_US
         assert not self.refused
 
-    def receive(self, wanted=lambda message: True, deadline=DEADLINE):
-        """The next message that is wanted; those before it are forgotten."""
+    def hear(self, wanted, deadline):
+        """The next message that is wanted, or None; those before it are forgotten."""
         def find():
             while self.cursor < len(self.heard):
                 self.cursor += 1
@@ -54,9 +54,13 @@ class Ear:
                     return self.heard[self.cursor - 1]
             return None
         with self.changed:
-            message = self.changed.wait_for(find, deadline)
-            assert message, f"waited in vain for a message; the last: {self.heard[-3:]}"
-            return message
+            return self.changed.wait_for(find, deadline)
+
+    def receive(self, wanted=lambda message: True, deadline=DEADLINE):
+        """The same where one must come."""
+        message = self.hear(wanted, deadline)
+        assert message, f"waited in vain for a message; the last: {self.heard[-3:]}"
+        return message
 
     def receive_type(self, kind, deadline=DEADLINE):
         return self.receive(lambda message: message.type == kind, deadline)
@@ -106,7 +110,7 @@ class BusPeer(Ear, BusNode):
         self.own = collections.Counter()  # datagrams of the peers that are still to be heard
         self.is_open = True
         peers.append(self)
-        self.thread = threading.Thread(target=self._hear, daemon=True)
+        self.thread = threading.Thread(target=self._listen, daemon=True)
         self.thread.start()
 
     def __exit__(self, kind, *_):
@@ -123,7 +127,7 @@ class BusPeer(Ear, BusNode):
                 peer.own[bytes(datagram)] += 1
         super().send_datagram(datagram)
 
-    def _hear(self):
+    def _listen(self):
         while self.is_open:
             if select.select([self.socket], [], [], 0.05)[0]:
                 datagram = self.socket.recv(65536)
@@ -146,7 +150,7 @@ class BusTool(Ear):
         super().__init__()
         self.address = address
         self.socket = socket.create_connection(("127.0.0.1", port), timeout=DEADLINE)
-        self.thread = threading.Thread(target=self._hear, daemon=True)
+        self.thread = threading.Thread(target=self._listen, daemon=True)
         self.thread.start()
 
     def __enter__(self):
@@ -163,7 +167,7 @@ class BusTool(Ear):
         sent = dataclasses.replace(message, source=message.source or self.address)
         self.socket.sendall(b"".join(frame.encode() for frame in frames_of(sent, compress)))
 
-    def _hear(self):
+    def _listen(self):
         buffer = b""
         while chunk := self._chunk():
             buffer += chunk
