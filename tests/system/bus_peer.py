@@ -18,12 +18,15 @@ UNLIKE_US = "not what these tests would have sent in its place"
 
 
 def written_anew(message):
-    """A message's payload, made of what was read of it."""
+    """A message's payload, made of what was read of it. A node that was renamed may use all of its name's
+    field."""
     if message.type == bus_wire.DISCOVERY_RESPONSE:
-        return DiscoveryResponse.decode(message.data).encode()
-    if message.type in (bus_wire.SUBSCRIBE_REQUEST, bus_wire.SUBSCRIBE_RESPONSE, bus_wire.UNSUBSCRIBE_REQUEST):
-        return encode_identity_and_topic(Identity.decode(message.data), decode_topic_after_identity(message.data))
-    return message.data
+        written = DiscoveryResponse.decode(message.data).encode()
+    elif message.type in (bus_wire.SUBSCRIBE_REQUEST, bus_wire.SUBSCRIBE_RESPONSE, bus_wire.UNSUBSCRIBE_REQUEST):
+        written = encode_identity_and_topic(Identity(), decode_topic_after_identity(message.data))
+    else:
+        return message.data
+    return Identity.decode(message.data).encode(Identity.TEXT_SIZE) + written[Identity.SIZE:]
 
 
 class Ear:

@@ -1,5 +1,4 @@
 """The daemon on the bus, among nodes that have nothing of it in them."""
-import contextlib
 import re
 import struct
 import threading
@@ -7,13 +6,21 @@ import threading
 import pytest
 
 import bus_wire
-from bus_payloads import DiscoveryRecord, DiscoveryResponse, HostedModule, Identity, encode_identity_and_topic, topic_id
+from bus_payloads import (DiscoveryRecord, DiscoveryResponse, HostedModule, Identity, encode_identity_and_topic,
+                          topic_id)
 from bus_peer import BusPeer
-from bus_warnings import claimed_at_same_instant, giving_up, in_use, no_name_left, renamed, version_mismatch
+from bus_warnings import in_use, renamed, version_mismatch
 from bus_wire import BROADCAST, PREFIX, UNADDRESSED, Frame
+from daemon import STOPPED_BY_SIGTERM
 
 ADDRESS, NAME = 200, "mirelclient"
 PEER = 300
+
+
+@pytest.fixture(autouse=True)
+def ends_well(daemon):
+    yield
+    assert daemon.process is None or daemon.stop() == STOPPED_BY_SIGTERM
 
 
 @pytest.fixture
@@ -130,35 +137,6 @@ def test_it_gives_way_to_a_client_that_another_node_hosts(daemon, peer):
     assert warnings(daemon) == [in_use(ADDRESS, 1)]
 
 
-def test_it_keeps_its_name_when_every_other_is_taken_too(daemon):
-    with contextlib.ExitStack() as stack:
-        for i in range(9):
-            other = stack.enter_context(BusPeer(PEER + i))
-            other.answer_claims(announcement(NAME + (str(i + 1) if i else "")))
-        daemon.start()
-        assert warnings(daemon) == [no_name_left(NAME)]
-        asking = stack.enter_context(BusPeer(PEER + 20))
-        answer = ask_who_is_there(asking, PEER + 20)
-        assert DiscoveryResponse.decode(answer.data).identity.name == NAME
-
-
-def test_it_settles_somewhere_on_a_bus_where_every_address_is_claimed(daemon, peer):
-    tried = []
-
-    def claim(message):
-        if message.type == bus_wire.DISCOVERY_RESPONSE and message.dest == BROADCAST:
-            tried.append(message.source)
-            peer.announce(announcement("everywhere"), source=message.source)
-    peer.on_message = claim
-    daemon.start()
-    assert warnings(daemon) == [*(claimed_at_same_instant(address, i + 1) for i, address in enumerate(tried[:8])),
-                                giving_up(tried[7])]
-    assert tried[0] == ADDRESS and tried[8] == tried[7]
-    assert len(set(tried[:8])) == 8
-    peer.on_message = None
-    assert ask_who_is_there(peer, PEER).source == tried[7]
-
-
 # What it does not understand
 
 
@@ -222,8 +200,8 @@ def test_what_is_no_frame_is_passed_over(daemon, peer, datagram):
 def test_frames_of_every_type_that_nobody_asked_for_do_no_harm(daemon, peer):
     daemon.start()
     identity = Identity("somebody", "a test", 1)
-    for data in (b"", b"short", encode_identity_and_topic(identity, ""), encode_identity_and_topic(identity, "no.topic"),
-                 bytes(range(256)) * 8):
+    for data in (b"", b"short", encode_identity_and_topic(identity, ""),
+                 encode_identity_and_topic(identity, "no.topic"), bytes(range(256)) * 8):
         for kind in bus_wire.TYPES:
             for dest in (BROADCAST, ADDRESS, 0, PEER + 1):
                 if kind != bus_wire.DISCOVERY_REQUEST:

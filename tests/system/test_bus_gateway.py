@@ -11,6 +11,7 @@ from bus_payloads import DiscoveryResponse, Identity, TopicDescription, encode_i
 from bus_peer import BusPeer, BusTool
 from bus_program import BusProgram, in_hex, summary
 from bus_wire import BROADCAST, UNADDRESSED, Frame
+from daemon import STOPPED_BY_SIGTERM
 from frame_app import frame_log_messages
 from programs import DEADLINE, wait_until
 
@@ -31,7 +32,7 @@ def listening(port):
 
 
 def failed(value, why):
-    return (f"bus gateway: CONSOLE_APP_GATEWAY_TCP_PORT={value} was set but the gateway failed to start ({why}) - "
+    return (f"bus gateway: {VARIABLE}={value} was set but the gateway failed to start ({why}) - "
             "continuing without it; if the port is already in use, on macOS check AirPlay Receiver (System Settings > "
             "General > AirDrop & Handoff), which squats on 5000/7000 by default, then free it or pick a different port.")
 
@@ -47,7 +48,8 @@ def gateway(frame):
     """An application with a gateway, which listens when this is there."""
     app = frame(CONSOLE_APP_GATEWAY_TCP_PORT=str(PORT)).wait_ready()
     assert "INFO " + listening(PORT) in frame_log_messages()
-    return app
+    yield app
+    assert app.stop() == STOPPED_BY_SIGTERM
 
 
 @pytest.fixture
@@ -67,10 +69,12 @@ def node(gateway):
 
 def ask(tool, dest, topic, data, compress=False):
     """The reply of a node, which may have to be found first."""
+    asked = set()
+
     def replied():
-        msg_id = next(message_ids)
+        asked.add(msg_id := next(message_ids))
         tool.send(Frame(bus_wire.REQUEST, dest=dest, data=data, msg_id=msg_id, topic_id=topic_id(topic)), compress)
-        return tool.hear(lambda message: message.type == bus_wire.RESPONSE and message.msg_id == msg_id, 0.2)
+        return tool.hear(lambda message: message.type == bus_wire.RESPONSE and message.msg_id in asked, 0.2)
     return wait_until(replied, f"{dest} replies")
 
 
@@ -261,7 +265,7 @@ def test_a_bad_number_leaves_the_application_without_one(frame, peer, value):
     assert "ERROR " + failed(value, "stoi") in frame_log_messages()
     check_nothing_listens(peer)
     app.do("log INFO still there")
-    assert app.stop() == 128 + 15
+    assert app.stop() == STOPPED_BY_SIGTERM
 
 
 def test_a_second_application_on_the_port_goes_on_without_one(daemon, gateway):
@@ -282,3 +286,4 @@ def test_the_daemon_has_one_of_its_name(daemon):
     with BusTool(TOOL, PORT) as tool, BusPeer(PEER) as peer:
         assert records(tool, REMOTE)[0] == "mirelclient-gateway-tcp"
         assert records(peer, LOCAL)[0] == "mirelclient-gateway-local"
+    assert daemon.stop() == STOPPED_BY_SIGTERM
