@@ -5,23 +5,17 @@ import pytest
 
 import bus_wire
 from bus_payloads import Identity, topic_id
-from bus_peer import BusPeer
+from bus_peer import PEER
 from bus_program import BusProgram, summary
 from bus_wire import Frame
 from programs import wait_until
 
-NODE, PEER, CLIENT = 500, 600, 510
+NODE, CLIENT = 500, 510
 OURS = Identity("peer", "a test", 7, "group", "extra")
 THEIRS = Identity("node", "node", 1)
 SIZES = [0, 1, 4014, 4015, 100_000, 0x100000]
 MARK = 0x7F000000
 MARKED = f"request mark {PEER} {summary(b'')}"
-
-
-@pytest.fixture
-def peer():
-    with BusPeer(PEER) as peer:
-        yield peer
 
 
 @pytest.fixture

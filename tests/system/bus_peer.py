@@ -14,6 +14,7 @@ from programs import DEADLINE
 
 # The peers that are there. They look at the programs' frames alone, and pass over each other's.
 peers = []
+PEER = 600
 UNLIKE_US = "not what these tests would have sent in its place"
 
 

@@ -11,6 +11,7 @@ import subprocess
 
 import pytest
 
+from bus_peer import PEER, BusPeer
 from crash_log import build_stamp
 from daemon import Daemon, LOG_ROOT
 from frame_app import FRAME_LOG_ROOT, FRAME_PROGRAM, FrameApp
@@ -80,6 +81,13 @@ def stack():
     """For what a test starts and ends."""
     with contextlib.ExitStack() as stack:
         yield stack
+
+
+@pytest.fixture
+def peer():
+    """A node of the tests' own on the bus."""
+    with BusPeer(PEER) as peer:
+        yield peer
 
 
 def killed_in_the_end(program):

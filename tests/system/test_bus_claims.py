@@ -3,21 +3,15 @@ import pytest
 
 import bus_wire
 from bus_payloads import DiscoveryResponse, HostedModule, Identity
-from bus_peer import BusPeer
+from bus_peer import PEER, BusPeer
 from bus_program import BusProgram
 from bus_warnings import claimed_at_same_instant, giving_up, in_use, no_name_left, renamed
 from bus_wire import BROADCAST
 
-NODE, PEER, CLIENT = 500, 600, 510
+NODE, CLIENT = 500, 510
 CLIENT_KIND = "local-client address"
 # Those who contest an address must be in time, even on a busy machine.
 WINDOW = {"probe_window_ms": 500}
-
-
-@pytest.fixture
-def peer():
-    with BusPeer(PEER) as peer:
-        yield peer
 
 
 def announcement(name, modules=()):

@@ -8,25 +8,18 @@ import pytest
 import bus_wire
 from bus_payloads import (DiscoveryRecord, DiscoveryResponse, HostedModule, Identity, encode_identity_and_topic,
                           topic_id)
-from bus_peer import BusPeer
+from bus_peer import PEER, BusPeer
 from bus_warnings import in_use, renamed, version_mismatch
 from bus_wire import BROADCAST, PREFIX, UNADDRESSED, Frame
 from daemon import STOPPED_BY_SIGTERM
 
 ADDRESS, NAME = 200, "mirelclient"
-PEER = 300
 
 
 @pytest.fixture(autouse=True)
 def ends_well(daemon):
     yield
     assert daemon.process is None or daemon.stop() == STOPPED_BY_SIGTERM
-
-
-@pytest.fixture
-def peer():
-    with BusPeer(PEER) as peer:
-        yield peer
 
 
 def warnings(daemon):

@@ -6,8 +6,9 @@ import random
 import pytest
 
 import bus_wire
-from bus_pair import NODE, PEER, SIZES, event, heard_event, mark, node, peer, send_until
+from bus_pair import NODE, SIZES, event, heard_event, mark, node, send_until
 from bus_payloads import Envelope
+from bus_peer import PEER
 from bus_program import in_hex, summary
 from bus_wire import frames_of
 

@@ -8,7 +8,7 @@ import pytest
 
 import bus_wire
 from bus_payloads import DiscoveryResponse, Identity, TopicDescription, encode_identity_and_topic, topic_id
-from bus_peer import BusPeer, BusTool
+from bus_peer import PEER, BusPeer, BusTool
 from bus_program import BusProgram, in_hex, summary
 from bus_wire import BROADCAST, UNADDRESSED, Frame
 from daemon import STOPPED_BY_SIGTERM
@@ -16,7 +16,7 @@ from frame_app import frame_log_messages
 from programs import DEADLINE, wait_until
 
 PORT = 5999
-APP, LOCAL, REMOTE, NODE, PEER, TOOL, CLIENT = 200, 1100, 50000, 500, 600, 700, 510
+APP, LOCAL, REMOTE, NODE, TOOL, CLIENT = 200, 1100, 50000, 500, 700, 510
 BUS_DOMAIN, TOOL_DOMAIN = 0, 1
 VARIABLE = "CONSOLE_APP_GATEWAY_TCP_PORT"
 NOT_SET = "bus gateway: CONSOLE_APP_GATEWAY_TCP_PORT not set - no TCP gateway started"
@@ -32,15 +32,9 @@ def listening(port):
 
 
 def failed(value, why):
-    return (f"bus gateway: {VARIABLE}={value} was set but the gateway failed to start ({why}) - "
-            "continuing without it; if the port is already in use, on macOS check AirPlay Receiver (System Settings > "
-            "General > AirDrop & Handoff), which squats on 5000/7000 by default, then free it or pick a different port.")
-
-
-@pytest.fixture
-def peer():
-    with BusPeer(PEER) as peer:
-        yield peer
+    return (f"bus gateway: {VARIABLE}={value} was set but the gateway failed to start ({why}) - continuing without "
+            "it; if the port is already in use, on macOS check AirPlay Receiver (System Settings > General > AirDrop & "
+            "Handoff), which squats on 5000/7000 by default, then free it or pick a different port.")
 
 
 @pytest.fixture

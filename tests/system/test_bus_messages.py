@@ -6,9 +6,10 @@ import random
 import pytest
 
 import bus_wire
-from bus_pair import (CLIENT, MARK, NODE, OURS, PEER, SIZES, THEIRS, event, heard_event, mark, node, peer, request,
+from bus_pair import (CLIENT, MARK, NODE, OURS, SIZES, THEIRS, event, heard_event, mark, node, request,
                       send_until)
 from bus_payloads import DiscoveryResponse, HostedModule, TopicDescription, encode_identity_and_topic
+from bus_peer import PEER
 from bus_program import in_hex, summary
 from bus_wire import BROADCAST, UNADDRESSED, Frame
 
