@@ -12,8 +12,9 @@ IInterface::add_receive_callback(ReceiveCallback const& callback) {
     return shared;
 }
 
-void IInterface::notify_receivers(tessaron::CustomSpan<unsigned char> bytes) {
+void IInterface::notify_receivers(tessaron::CustomSpan<unsigned char> bytes, bool has_more) {
     MutexLock const lock(callbacks_mutex_);
+    has_more_ = has_more;
     for (std::size_t i = callbacks_.size(); i-- > 0;) {
         if (auto const callback = callbacks_[i].lock()) {
             unsigned long used = 0;

@@ -47,6 +47,11 @@ public:
     virtual void begin_burst() {}
     virtual void end_burst() {}
 
+    /// Whether more is about to be handed to the receivers, without a wait: they may put off what
+    /// is to be done once for all of it. Only from a receiver; the last of the calls always says
+    /// no.
+    bool has_more_for_receivers() const noexcept { return has_more_; }
+
     /// Returns when no call to a receiver is under way any more that began before: one that has let
     /// go of its pointer may then go itself. Never from a receiver.
     void wait_for_callbacks();
@@ -54,12 +59,14 @@ public:
     char const* name() const noexcept { return name_; }
 
 protected:
-    /// Hands the bytes to all receivers that are still there, the last added first.
-    void notify_receivers(tessaron::CustomSpan<unsigned char> bytes);
+    /// Hands the bytes to all receivers that are still there, the last added first. `has_more`: the
+    /// same thread is to call again at once.
+    void notify_receivers(tessaron::CustomSpan<unsigned char> bytes, bool has_more = false);
 
 private:
     char const* const name_;
     tessaron::Mutex callbacks_mutex_;
+    bool has_more_ = false; ///< Changes under `callbacks_mutex_`, which callbacks run under.
     std::vector<std::weak_ptr<ReceiveCallback>> callbacks_ TESSARON_GUARDED_BY(callbacks_mutex_);
 };
 

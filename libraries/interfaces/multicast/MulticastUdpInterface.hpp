@@ -103,7 +103,7 @@ private:
     bool send_batch(DatagramBatch& batch);
 
     void read_loop();
-    void deliver(Bytes datagram);
+    void deliver(Bytes datagram, bool has_more);
     void look_after_membership();
     void rest();
     void stamp();

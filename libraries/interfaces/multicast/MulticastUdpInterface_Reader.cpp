@@ -19,7 +19,7 @@ void MulticastUdpInterface::read_loop() {
         Outcome const outcome = socket ? reader.next(*socket) : Outcome::Error;
         if (outcome == Outcome::Datagram) {
             stamp();
-            deliver(reader.datagram());
+            deliver(reader.datagram(), reader.has_more());
             continue;
         }
         if (outcome == Outcome::Error) {
@@ -31,7 +31,7 @@ void MulticastUdpInterface::read_loop() {
     }
 }
 
-void MulticastUdpInterface::deliver(Bytes datagram) {
+void MulticastUdpInterface::deliver(Bytes datagram, bool has_more) {
     std::optional<ChaCha20> cipher;
     {
         MutexLock const lock(cipher_mutex_);
@@ -46,7 +46,8 @@ void MulticastUdpInterface::deliver(Bytes datagram) {
         datagram = datagram.subspan(nonce.size());
         cipher->apply_in_place(datagram.data(), datagram.size(), nonce, 0);
     }
-    notify_receivers(datagram);
+    // The next one may be dropped above, unless there is no cipher.
+    notify_receivers(datagram, has_more && !cipher);
 }
 
 void MulticastUdpInterface::look_after_membership() {
