@@ -47,7 +47,7 @@ void send_to(int fd, sockaddr_in const& group, std::uint8_t const* bytes, std::s
     }
 }
 
-int near() {
+int near(std::string const& /*unused*/) {
     int const fd = open_member(K_REPLIES, K_REPLY_PORT);
     sockaddr_in const messages = group_address(K_MESSAGES, K_MESSAGE_PORT);
     Bytes reply(K_LARGEST);
@@ -66,7 +66,7 @@ bool is_of_a_round(std::uint8_t const* message) {
     return head.round < 0x10000;
 }
 
-int far() {
+int far(std::string const& /*unused*/) {
     Arrivals arrivals;
     int const fd = open_member(K_MESSAGES, K_MESSAGE_PORT);
     std::thread([fd, &arrivals] {
@@ -90,6 +90,5 @@ int far() {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string const end = argc > 1 ? argv[1] : "";
-    return end == "near" ? near() : end == "far" ? far() : 2;
+    return run_end(argc, argv, {{"near", near}, {"far", far}});
 }

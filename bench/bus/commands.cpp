@@ -94,4 +94,9 @@ int obey_far(Arrivals& arrivals) {
     return 0;
 }
 
+int run_end(int argc, char** argv, Ends const& ends) {
+    auto const end = ends.find(argc > 1 ? argv[1] : "");
+    return end != ends.end() ? end->second(argc > 2 ? argv[2] : "") : 2;
+}
+
 } // namespace bench::bus

@@ -4,6 +4,8 @@
 #include "bench/bus/message.hpp"
 
 #include <functional>
+#include <map>
+#include <string>
 
 /// The two processes of each peer, told on standard input what to do, a line each; what comes of it
 /// is a line on standard output. Both end with their input.
@@ -23,5 +25,10 @@ int obey_near(NearEnd const& end);
 ///     begin ROUND COUNT
 ///     report
 int obey_far(Arrivals& arrivals);
+
+/// By their names; each is given the program's second argument, which may be missing.
+using Ends = std::map<std::string, std::function<int(std::string const&)>>;
+/// Runs the end that the first argument names.
+int run_end(int argc, char** argv, Ends const& ends);
 
 } // namespace bench::bus

@@ -25,7 +25,7 @@ lcm_t* open_lcm() {
     return lcm;
 }
 
-int near() {
+int near(std::string const& /*unused*/) {
     lcm_t* const lcm = open_lcm();
     return obey_near({[lcm](Bytes const& message) {
                           lcm_publish(lcm, K_CHANNEL, message.data(),
@@ -39,7 +39,7 @@ void on_message(lcm_recv_buf_t const* received, char const*, void* arrivals) {
                                            received->data_size);
 }
 
-int far() {
+int far(std::string const& /*unused*/) {
     Arrivals arrivals;
     lcm_t* const lcm = open_lcm();
     lcm_subscribe(lcm, K_CHANNEL, on_message, &arrivals);
@@ -54,6 +54,5 @@ int far() {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string const end = argc > 1 ? argv[1] : "";
-    return end == "near" ? near() : end == "far" ? far() : 2;
+    return run_end(argc, argv, {{"near", near}, {"far", far}});
 }

@@ -19,10 +19,14 @@ void check(int error, char const* what) {
     }
 }
 
-int near(std::string const& url) {
+std::string url_of(std::string const& port) {
+    return "tcp://127.0.0.1:" + port;
+}
+
+int near(std::string const& port) {
     nng_socket socket;
     check(nng_req0_open(&socket), "nng_req0_open");
-    check(nng_dial(socket, url.c_str(), nullptr, 0), "nng_dial");
+    check(nng_dial(socket, url_of(port).c_str(), nullptr, 0), "nng_dial");
     return obey_near({nullptr, [socket](Bytes const& message) {
                           Bytes request = message;
                           check(nng_send(socket, request.data(), request.size(), 0), "nng_send");
@@ -35,10 +39,10 @@ int near(std::string const& url) {
                       }});
 }
 
-int far(std::string const& url) {
+int far(std::string const& port) {
     nng_socket socket;
     check(nng_rep0_open(&socket), "nng_rep0_open");
-    check(nng_listen(socket, url.c_str(), nullptr, 0), "nng_listen");
+    check(nng_listen(socket, url_of(port).c_str(), nullptr, 0), "nng_listen");
     std::thread([socket] {
         while (true) {
             void* request = nullptr;
@@ -54,7 +58,5 @@ int far(std::string const& url) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string const end = argc > 2 ? argv[1] : "";
-    std::string const url = std::string("tcp://127.0.0.1:") + (argc > 2 ? argv[2] : "");
-    return end == "near" ? near(url) : end == "far" ? far(url) : 2;
+    return run_end(argc, argv, {{"near", near}, {"far", far}});
 }

@@ -15,7 +15,7 @@ using tessaron::test::MulticastNode;
 constexpr char const* K_EVENTS = "bench.events";
 constexpr char const* K_ECHO = "bench.echo";
 
-int near() {
+int near(std::string const& /*unused*/) {
     MulticastNode node(101, "near");
     node.join();
     return obey_near({[&](Bytes const& message) { node.hub.publish_event(K_EVENTS, message); },
@@ -25,7 +25,7 @@ int near() {
                       }});
 }
 
-int far() {
+int far(std::string const& /*unused*/) {
     Arrivals arrivals;
     MulticastNode node(102, "far");
     node.join();
@@ -40,7 +40,7 @@ int far() {
     return obey_far(arrivals);
 }
 
-int idle() {
+int idle(std::string const& /*unused*/) {
     MulticastNode node(103, "idle");
     node.join();
     return obey_near({});
@@ -49,6 +49,5 @@ int idle() {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string const end = argc > 1 ? argv[1] : "";
-    return end == "near" ? near() : end == "far" ? far() : end == "idle" ? idle() : 2;
+    return run_end(argc, argv, {{"near", near}, {"far", far}, {"idle", idle}});
 }

@@ -10,10 +10,14 @@ namespace {
 
 using namespace bench::bus;
 
-int near(std::string const& url) {
+std::string url_of(std::string const& port) {
+    return "tcp://127.0.0.1:" + port;
+}
+
+int near(std::string const& port) {
     zmq::context_t context;
     zmq::socket_t socket(context, zmq::socket_type::req);
-    socket.connect(url);
+    socket.connect(url_of(port));
     zmq::message_t reply;
     return obey_near({nullptr, [&](Bytes const& message) {
                           socket.send(zmq::buffer(message), zmq::send_flags::none);
@@ -21,10 +25,10 @@ int near(std::string const& url) {
                       }});
 }
 
-int far(std::string const& url) {
+int far(std::string const& port) {
     zmq::context_t context;
     zmq::socket_t socket(context, zmq::socket_type::rep);
-    socket.bind(url);
+    socket.bind(url_of(port));
     std::thread([&socket] {
         zmq::message_t request;
         while (socket.recv(request)) {
@@ -38,7 +42,5 @@ int far(std::string const& url) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string const end = argc > 2 ? argv[1] : "";
-    std::string const url = std::string("tcp://127.0.0.1:") + (argc > 2 ? argv[2] : "");
-    return end == "near" ? near(url) : end == "far" ? far(url) : 2;
+    return run_end(argc, argv, {{"near", near}, {"far", far}});
 }
