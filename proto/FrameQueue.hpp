@@ -36,6 +36,8 @@ public:
     using Handler = std::function<void(Frame&&)>;
     static constexpr std::size_t K_MAX_QUEUE = 100;
     static constexpr std::chrono::milliseconds K_PATIENCE{20};
+    /// A worker that sleeps is woken for so many frames, whatever is to come.
+    static constexpr std::size_t K_MAX_BATCH = 16;
 
     explicit FrameQueue(std::chrono::nanoseconds patience = K_PATIENCE)
         : full_patience_(patience), patience_(patience) {
@@ -53,7 +55,9 @@ public:
         handler_.swap(shared); // The former one goes when the lock is free again, or later.
     }
 
-    void push(Frame&& frame) TESSARON_EXCLUDES(mutex_) {
+    /// `has_more`: `push` or `wake` is to be called again at once, so the worker need not be woken
+    /// for this frame alone.
+    void push(Frame&& frame, bool has_more = false) TESSARON_EXCLUDES(mutex_) {
         tessaron::MutexLock lock(mutex_);
         if (frames_.size() >= K_MAX_QUEUE) {
             give_way_locked(lock);
@@ -62,9 +66,19 @@ public:
         if (frames_.size() > K_MAX_QUEUE) {
             frames_.pop_front();
         }
-        bool const is_idle = is_idle_;
+        bool const is_waking = is_idle_ && (!has_more || frames_.size() >= K_MAX_BATCH);
         lock.unlock();
-        if (is_idle) {
+        if (is_waking) {
+            queue_ready_.notify_one();
+        }
+    }
+
+    /// Ends what `push` began with more to come.
+    void wake() TESSARON_EXCLUDES(mutex_) {
+        tessaron::MutexLock lock(mutex_);
+        bool const is_waking = is_idle_ && !frames_.empty();
+        lock.unlock();
+        if (is_waking) {
             queue_ready_.notify_one();
         }
     }

@@ -60,9 +60,13 @@ public:
         }
         rx_.reset(); // What another stream has left half read is nothing to this one.
         rx_interface_ = &rx;
-        byte_callback_ =
-            rx.add_receive_callback([this](tessaron::CustomSpan<unsigned char> bytes,
-                                           unsigned long& used) { rx_.fill(bytes, used); });
+        byte_callback_ = rx.add_receive_callback(
+            [this](tessaron::CustomSpan<unsigned char> bytes, unsigned long& used) {
+                rx_.fill(bytes, used);
+                if (!rx_interface_->has_more_for_receivers()) {
+                    queue_.wake();
+                }
+            });
     }
 
     void set_receive_callback(ReceiveCallback callback) { queue_.set_handler(std::move(callback)); }
@@ -125,7 +129,7 @@ private:
             detail::print_packet_received();
             rx_.for_each_type([](auto const& field) { field.print(); });
         }
-        queue_.push(rx_.get_named_copies());
+        queue_.push(rx_.get_named_copies(), true); // The worker is woken for all that came.
     }
 
     void let_go_of_interface() {

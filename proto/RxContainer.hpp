@@ -69,6 +69,12 @@ private:
     unsigned long step(Bytes chunk) {
         Field& field = this->place(this->index_);
         bool const is_resumed = field.read() > 0;
+        if (this->index_ == 0 && !is_resumed) {
+            unsigned long const skipped = field.count_before_constant(chunk);
+            if (skipped > 0) {
+                return skipped;
+            }
+        }
         auto const [status, used] = receive(field, chunk);
         switch (status) {
         case MatchStatus::Incomplete:

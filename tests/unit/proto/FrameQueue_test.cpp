@@ -87,6 +87,41 @@ TEST(FrameQueue, AWorkerThatHasNotRunYetLosesNothingThoughNobodyIsPatient) {
     }
 }
 
+TEST(FrameQueue, FramesWithMoreToComeAreDeliveredWhenTheWorkerIsWoken) {
+    Received received;
+    Queue queue(K_NO_PATIENCE);
+    queue.set_handler(received.handler());
+    for (int round = 0; round < 100; ++round) {
+        queue.push(2 * round, true);
+        queue.push(2 * round + 1, true);
+        queue.wake();
+        ASSERT_TRUE(received.wait_for(static_cast<std::size_t>(2 * round + 2)));
+    }
+    EXPECT_EQ(received.frames(), range(0, 199));
+}
+
+TEST(FrameQueue, AFullBatchDoesNotWaitForMore) {
+    Received received;
+    Queue queue(K_NO_PATIENCE);
+    queue.set_handler(received.handler());
+    for (int i = 0; i < static_cast<int>(Queue::K_MAX_BATCH); ++i) {
+        queue.push(int{i}, true);
+    }
+    ASSERT_TRUE(received.wait_for(Queue::K_MAX_BATCH));
+}
+
+TEST(FrameQueue, MoreThanItHoldsWithMoreToComeLosesNothing) {
+    Received received;
+    Queue queue(K_ENDLESS_PATIENCE);
+    queue.set_handler(received.handler());
+    for (int i = 0; i < 10'000; ++i) {
+        queue.push(int{i}, true);
+    }
+    queue.wake();
+    ASSERT_TRUE(received.wait_for(10'000));
+    EXPECT_EQ(received.frames(), range(0, 9'999));
+}
+
 TEST(FrameQueue, With101QueuedAndTheWorkerBlockedTheOldestIsGoneAndTheNewestThere) {
     BlockedQueue blocked;
     for (int i = 1; i <= 101; ++i) {
