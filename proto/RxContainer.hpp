@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <tuple>
@@ -89,7 +90,20 @@ private:
         }
         this->reset();
         // A byte that broke a prefix begun in an earlier chunk may itself begin one.
-        return at_prefix && !is_resumed ? std::max(used, 1UL) : 0;
+        return at_prefix && !is_resumed ? until_next_start(field, chunk, used) : 0;
+    }
+
+    /// How much of the chunk, whose start is that of no frame, lies before the next place that may
+    /// be one. A node's own large messages come back to it and are searched to their end, so this
+    /// must cost next to nothing.
+    static unsigned long until_next_start(Field const& first, Bytes chunk, unsigned long used) {
+        unsigned char const* const constant = first.declaration().constant;
+        if (constant == nullptr) {
+            return std::max(used, 1UL);
+        }
+        auto const* const next = static_cast<unsigned char const*>(
+            std::memchr(chunk.data() + 1, constant[0], chunk.size() - 1));
+        return next != nullptr ? static_cast<unsigned long>(next - chunk.data()) : chunk.size();
     }
 
     Field::Taken receive(Field& field, Bytes chunk) {
