@@ -1,12 +1,12 @@
 """A network that vanishes without a word between the daemon and its server, which stands in a
 network namespace of its own."""
 import ctypes
-import os
 import subprocess
 import threading
 import time
 
 import pytest
+from other_network import OtherNetwork, run
 from programs import wait_until
 from tunnel_server import DATA, TunnelServer
 
@@ -16,27 +16,18 @@ CLONE_NEWNET = 0x40000000
 LIMIT = 30
 
 
-def run(*command):
-    return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
-
-
 class Network:
     """Two ends of a cable. Frames for a wrong address are lost, and nobody is told."""
 
     def __init__(self):
-        self.other = subprocess.Popen(["unshare", "--net", "sleep", "1000"])
-        own = os.readlink("/proc/self/ns/net")
-        wait_until(lambda: os.readlink(f"/proc/{self.other.pid}/ns/net") != own, "there is another end")
+        self.other = OtherNetwork()
         run("ip", "link", "add", "near", "type", "veth", "peer", "name", "far", "netns", str(self.other.pid))
         run("ip", "addr", "add", f"{HERE}/24", "dev", "near")
         run("ip", "link", "set", "near", "up")
-        self.there("ip", "addr", "add", f"{THERE}/24", "dev", "far")
-        self.there("ip", "link", "set", "far", "up")
+        self.other.run("ip", "addr", "add", f"{THERE}/24", "dev", "far")
+        self.other.run("ip", "link", "set", "far", "up")
         self.near_address = self.address_in(run("ip", "-o", "link", "show", "near"))
-        self.far_address = self.address_in(self.there("ip", "-o", "link", "show", "far"))
-
-    def there(self, *command):
-        return run("nsenter", f"--net=/proc/{self.other.pid}/ns/net", *command)
+        self.far_address = self.address_in(self.other.run("ip", "-o", "link", "show", "far"))
 
     @staticmethod
     def address_in(text):
@@ -45,11 +36,11 @@ class Network:
 
     def vanish(self):
         run(*self.neighbour(THERE, NOWHERE, "near"))
-        self.there(*self.neighbour(HERE, NOWHERE, "far"))
+        self.other.run(*self.neighbour(HERE, NOWHERE, "far"))
 
     def come_back(self):
         run(*self.neighbour(THERE, self.far_address, "near"))
-        self.there(*self.neighbour(HERE, self.near_address, "far"))
+        self.other.run(*self.neighbour(HERE, self.near_address, "far"))
 
     @staticmethod
     def neighbour(host, address, device):
@@ -71,8 +62,7 @@ class Network:
 
     def end(self):
         subprocess.run(["ip", "link", "del", "near"], check=False)
-        self.other.kill()
-        self.other.wait()
+        self.other.end()
 
 
 @pytest.fixture
