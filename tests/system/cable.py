@@ -1,23 +1,16 @@
 """A cable between the sandbox's network and one more."""
-import os
 import subprocess
 
-from programs import wait_until
+from other_network import OtherNetwork, run
 
 HERE, THERE = "10.77.0.1", "10.77.0.2"
 
 
-def run(*command):
-    return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
-
-
 class Cable:
-    """Its ends are the interfaces `near` and `far`, the latter in a network namespace of its own."""
+    """Its ends are the interfaces `near` and `far`, the latter in the `other` network."""
 
     def __init__(self):
-        self.other = subprocess.Popen(["unshare", "--net", "sleep", "1000"])
-        own = os.readlink("/proc/self/ns/net")
-        wait_until(lambda: os.readlink(f"/proc/{self.other.pid}/ns/net") != own, "there is another end")
+        self.other = OtherNetwork()
         self.plug_in()
 
     def plug_in(self):
@@ -35,12 +28,11 @@ class Cable:
     @property
     def inside(self):
         """What a command begins with that runs at the far end."""
-        return ["nsenter", f"--net=/proc/{self.other.pid}/ns/net"]
+        return self.other.enter()
 
     def there(self, *command):
-        return run(*self.inside, *command)
+        return self.other.run(*command)
 
     def end(self):
         subprocess.run(["ip", "link", "del", "near"], check=False)
-        self.other.kill()
-        self.other.wait()
+        self.other.end()

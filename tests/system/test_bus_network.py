@@ -4,7 +4,8 @@ import itertools
 import pytest
 
 from bus_program import BusProgram, in_hex, summary
-from cable import Cable, run
+from cable import Cable
+from other_network import run
 from programs import wait_until
 
 HERE, THERE = 500, 600

@@ -5,7 +5,8 @@ import threading
 import time
 
 import pytest
-from cable import HERE, THERE, Cable, run
+from cable import HERE, THERE, Cable
+from other_network import run
 from programs import wait_until
 from tunnel_server import DATA, TunnelServer
 
