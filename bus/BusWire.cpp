@@ -130,11 +130,20 @@ BusWire::BusWire(Buffer rx, Buffer tx, Receiver receiver)
     endpoint_->frames.set_receive_callback(
         [receiver = std::move(receiver)](FrameEndpoint::Frame&& named) {
             receiver(received_frame(std::move(named)));
-        });
+        },
+        proto::HandlerPace::TOLD);
 }
 
 BusWire::~BusWire() {
     stop();
+}
+
+BusWire::Slow::Slow(BusWire const& wire) : wire_(wire) {
+    wire_.endpoint_->frames.begin_slow();
+}
+
+BusWire::Slow::~Slow() {
+    wire_.endpoint_->frames.end_slow();
 }
 
 void BusWire::set_interfaces(proto::interface::IInterface& rx, proto::interface::IInterface& tx) {

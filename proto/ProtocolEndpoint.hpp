@@ -62,6 +62,9 @@ public:
         rx_interface_ = &rx;
         byte_callback_ = rx.add_receive_callback(
             [this](tessaron::CustomSpan<unsigned char> bytes, unsigned long& used) {
+                if (rx_interface_->keeps_boundaries()) {
+                    rx_.give_up_unfinished();
+                }
                 rx_.fill(bytes, used);
                 if (!rx_interface_->has_more_for_receivers()) {
                     queue_.wake();
@@ -69,7 +72,13 @@ public:
             });
     }
 
-    void set_receive_callback(ReceiveCallback callback) { queue_.set_handler(std::move(callback)); }
+    void set_receive_callback(ReceiveCallback callback, HandlerPace pace = HandlerPace::UNKNOWN) {
+        queue_.set_handler(std::move(callback), pace);
+    }
+
+    /// See `FrameQueue`.
+    void begin_slow() { queue_.begin_slow(); }
+    void end_slow() { queue_.end_slow(); }
 
     /// Sends a frame with the values of these `FieldInfo`s, and returns its size, 0 if there can be
     /// no such frame. Frames of several senders do not mix.

@@ -54,6 +54,14 @@ public:
         return shared;
     }
 
+    /// What comes next is the start of a frame, or of none: half a frame, or bytes that began like
+    /// one, must not take the next one with them.
+    void give_up_unfinished() {
+        if (this->index_ != 0 || this->place(0).read() > 0) {
+            this->reset();
+        }
+    }
+
     /// Feeds a chunk, and adds to `consumed` what was used of it: all.
     void fill(Bytes const& chunk, unsigned long& consumed) {
         Bytes rest = chunk;

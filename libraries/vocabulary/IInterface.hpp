@@ -55,6 +55,10 @@ public:
     virtual void begin_burst() {}
     virtual void end_burst() {}
 
+    /// Whether what is handed to the receivers at once is what was sent at once, as a datagram is,
+    /// and not a piece of a stream: nothing goes on in the next one.
+    virtual bool keeps_boundaries() const noexcept { return false; }
+
     /// Whether more is about to be handed to the receivers, without a wait: they may put off what
     /// is to be done once for all of it. Only from a receiver; the last of the calls always says
     /// no.

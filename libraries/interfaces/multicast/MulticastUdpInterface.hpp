@@ -79,6 +79,7 @@ public:
     /// One datagram as it came, which the callbacks then do not get. -1 at the time-out.
     long read(unsigned char* buffer, unsigned long size) override TESSARON_EXCLUDES(read_mutex_);
 
+    bool keeps_boundaries() const noexcept override { return true; }
     [[nodiscard]] std::shared_ptr<ReceiveCallback>
     add_receive_callback(ReceiveCallback const& callback) override;
     /// The system leaves it out, and nobody is woken for it, while datagrams come and they are not
