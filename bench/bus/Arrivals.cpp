@@ -2,8 +2,8 @@
 
 #include "bench/support/statistics.hpp"
 
-#include <algorithm>
 #include <chrono>
+#include <optional>
 #include <thread>
 
 namespace bench::bus {
@@ -45,15 +45,14 @@ void Arrivals::take(std::uint8_t const* message, std::size_t size) {
 }
 
 std::string Arrivals::report() {
-    std::size_t before = 0;
+    std::optional<std::size_t> before;
     while (true) {
         {
             std::lock_guard const lock(mutex_);
-            bool const is_silent = before > 0 && latencies_.size() == before;
-            if (latencies_.size() >= expected_ || is_silent) {
+            if (latencies_.size() >= expected_ || latencies_.size() == before) {
                 return figures_locked();
             }
-            before = std::max<std::size_t>(latencies_.size(), 1);
+            before = latencies_.size();
         }
         std::this_thread::sleep_for(K_SILENCE);
     }

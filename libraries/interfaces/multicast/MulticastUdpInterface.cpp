@@ -181,11 +181,8 @@ long MulticastUdpInterface::read(unsigned char* buffer, unsigned long size) {
 }
 
 void MulticastUdpInterface::set_encryption_key(ChaCha20::Key const& key) {
-    {
-        MutexLock const lock(cipher_mutex_);
-        cipher_.emplace(key);
-    }
-    hear_all(); // Encrypted, its bytes are others.
+    MutexLock const lock(cipher_mutex_);
+    cipher_.emplace(key);
 }
 
 void MulticastUdpInterface::disable_encryption() {
