@@ -51,7 +51,7 @@ public:
     /// dropped.
     void set_handler(Handler handler, HandlerPace pace = HandlerPace::UNKNOWN)
         TESSARON_EXCLUDES(mutex_) {
-        auto shared = std::make_shared<PacedHandler const>(std::move(handler), pace);
+        auto shared = std::make_shared<PacedHandler const>(PacedHandler{std::move(handler), pace});
         tessaron::MutexLock const lock(mutex_);
         handler_.swap(shared); // The former one goes when the lock is free again, or later.
     }
