@@ -17,7 +17,7 @@ namespace proto {
 /// How long the handler of a `FrameQueue` may take.
 enum class HandlerPace : std::uint8_t {
     UNKNOWN, ///< As long as it likes, at any time.
-    TOLD,    ///< As long as it likes within a `FrameQueue::Slow`; what it does besides is short.
+    TOLD,    ///< As long as it likes between `begin_slow` and `end_slow`, and short besides.
 };
 
 /// Hands frames from the transport's reader to a worker of its own, which calls one handler, one
@@ -113,10 +113,10 @@ private:
     };
 
     void change_slow_depth(int change) TESSARON_EXCLUDES(mutex_) {
-        if (std::this_thread::get_id() != worker_.get_id()) {
+        tessaron::MutexLock const lock(mutex_);
+        if (std::this_thread::get_id() != worker_id_) {
             return;
         }
-        tessaron::MutexLock const lock(mutex_);
         slow_depth_ += change;
         if (slow_depth_ > 0) {
             may_go_on_.notify_all();
@@ -132,6 +132,7 @@ private:
     void run() TESSARON_EXCLUDES(mutex_) {
         std::deque<Frame> taken;
         tessaron::MutexLock lock(mutex_);
+        worker_id_ = std::this_thread::get_id();
         while (true) {
             wait_for_frames_locked(lock);
             if (!running_) {
@@ -169,7 +170,8 @@ private:
     std::shared_ptr<PacedHandler const> handler_ TESSARON_GUARDED_BY(mutex_);
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;
     bool is_idle_ TESSARON_GUARDED_BY(mutex_) = false;
-    int slow_depth_ TESSARON_GUARDED_BY(mutex_) = 0; ///< Above 0: the worker may take long.
+    std::thread::id worker_id_ TESSARON_GUARDED_BY(mutex_); ///< As `worker_` has it, until joined.
+    int slow_depth_ TESSARON_GUARDED_BY(mutex_) = 0;        ///< Above 0: the worker may take long.
     std::thread worker_;
 };
 
