@@ -58,9 +58,7 @@ class Page:
         held gets none."""
         self.browser.do(do="open", args=list(size))
         if stop_clock:
-            now = int(time.time() * 1000)
-            self.browser.do(do="clock", method="install", args=[{"time": now - 60000}])
-            self.browser.do(do="clock", method="pauseAt", args=[now])
+            self.browser.do(do="stop_clock", args=[int(time.time() * 1000)])
         for path, answer in (answers or {}).items():
             self.answer(path, *answer) if isinstance(answer, tuple) else self.answer(path, answer)
         for path in held:
@@ -123,8 +121,9 @@ class Page:
         return self.browser.do(do="evaluate", args=[script, argument])
 
     def pass_time(self, seconds):
-        """Moves the page's clock, which `open` was told to stop, and lets all that is due happen."""
-        self.browser.do(do="clock", method="runFor", args=[seconds * 1000])
+        """Moves the page's clock, which `open` was told to stop, and lets all that is due happen. What
+        the page has asked for by then is answered first, but for what is held."""
+        self.browser.do(do="pass_time", args=[seconds * 1000])
 
     def tab(self, name):
         self.click(f'role=tab[name="{name}"]')

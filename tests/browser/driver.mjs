@@ -4,7 +4,8 @@
 //     {"do": "open", "args": [width, height]}          a fresh empty page, without what earlier ones stored
 //     {"do": "close"}
 //     {"do": "page", "method": ..., "args": [...]}     a method of the page
-//     {"do": "clock", "method": ..., "args": [...]}    of its clock, which then stands until it is moved
+//     {"do": "stop_clock", "args": [time]}             for the page opened next: it stands until it is moved
+//     {"do": "pass_time", "args": [milliseconds]}      moves it, once the page has dealt with all its answers
 //     {"do": "evaluate", "args": [function, argument]} what a function in the page returns
 //     {"do": "type", "args": [text]}                   into what has the focus
 //     {"do": "press", "args": [key]}                   on what has the focus
@@ -27,9 +28,39 @@ const browser = await chromium.launch({
 });
 let context;
 let page;
+let held = [];
 let requests = [];
 let sockets = [];
 let errors = [];
+
+// Runs in the page: notes the paths whose answers it has not read yet. What it does with an answer
+// it does before anyone else gets a turn.
+function noteUnread() {
+    const ask = window.fetch;
+    const unread = new Map();
+    window.unreadPaths = () => [...unread.values()];
+    window.fetch = async (url, options) => {
+        const request = Symbol();
+        unread.set(request, String(url));
+        try {
+            const response = await ask(url, options);
+            const read = response.text.bind(response);
+            response.text = () => read().finally(() => unread.delete(request));
+            return response;
+        } catch (error) {
+            unread.delete(request);
+            throw error;
+        }
+    };
+}
+
+// A timer that the page sets because of an answer must not miss the time that passes.
+async function settle() {
+    const end = Date.now() + 20000;
+    while (Date.now() < end && (await page.evaluate(() => window.unreadPaths())).some((path) => !held.includes(path))) {
+        await new Promise((resolve) => setTimeout(resolve, 5));
+    }
+}
 
 const commands = {
     async open({ args: [width, height] }) {
@@ -38,6 +69,7 @@ const commands = {
             viewport: { width, height },
             permissions: ["clipboard-read", "clipboard-write"],
         });
+        held = [];
         requests = [];
         sockets = [];
         errors = [];
@@ -57,7 +89,15 @@ const commands = {
     },
     close: () => page?.close(),
     page: ({ method, args }) => page[method](...args),
-    clock: ({ method, args }) => page.clock[method](...args),
+    async stop_clock({ args: [time] }) {
+        await page.addInitScript(noteUnread);
+        await page.clock.install({ time: time - 60000 });
+        await page.clock.pauseAt(time);
+    },
+    async pass_time({ args: [milliseconds] }) {
+        await settle();
+        await page.clock.runFor(milliseconds);
+    },
     evaluate: ({ args: [script, argument] }) => page.evaluate((0, eval)(`(${script})`), argument),
     type: ({ args: [text] }) => page.keyboard.type(text),
     press: ({ args: [key] }) => page.keyboard.press(key),
@@ -67,7 +107,10 @@ const commands = {
             (url) => url.pathname + url.search === path,
             (route) => route.fulfill({ status, contentType: "application/json", body }),
         ),
-    hold: ({ args: [path] }) => page.route((url) => url.pathname + url.search === path, () => {}),
+    hold({ args: [path] }) {
+        held.push(path);
+        return page.route((url) => url.pathname + url.search === path, () => {});
+    },
     told: () => ({ requests, sockets, errors }),
 };
 
