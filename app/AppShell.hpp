@@ -7,7 +7,7 @@
 #include "app/RuntimeState.hpp"
 #include "app/StopSignals.hpp"
 #include "app/TerminationReasons.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <atomic>

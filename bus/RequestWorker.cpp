@@ -1,6 +1,6 @@
 #include "bus/RequestWorker.hpp"
 
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #include "mirelserver/static_reply.hpp"
 
-#include "MirelClientApp/assets/assets.hpp"
+#include "libraries/assets/assets.hpp"
 
 namespace mirelserver {
 

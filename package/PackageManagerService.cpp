@@ -3,7 +3,7 @@
 #include "package/PackageManagerService.hpp"
 
 #include "app/utilities/shell_command.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 #include "package/package_commands.hpp"
 #include "package/registry_file.hpp"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <condition_variable>

@@ -1,7 +1,7 @@
 #include "MirelClientApp/console/OutputPump.hpp"
 
 #include "MirelClientApp/console/PtySession.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <span>
 #include <system_error>

@@ -6,7 +6,7 @@
 #include "MirelClientApp/web/websocket_handshake.hpp"
 #include "app/utilities/file_io.hpp"
 #include "app/utilities/json_value.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <atomic>
 #include <cmath>

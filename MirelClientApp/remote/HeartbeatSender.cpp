@@ -3,7 +3,7 @@
 #include "MirelClientApp/remote/RegistryClient.hpp"
 #include "app/utilities/shell_command.hpp"
 #include "app/utilities/shell_quote.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <algorithm>
 #include <exception>

@@ -1,6 +1,6 @@
 #include "MirelClientApp/routes/asset_routes.hpp"
 
-#include "MirelClientApp/assets/assets.hpp"
+#include "libraries/assets/assets.hpp"
 
 #include <string>
 

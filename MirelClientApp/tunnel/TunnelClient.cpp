@@ -1,7 +1,7 @@
 #include "MirelClientApp/tunnel/TunnelClient.hpp"
 
 #include "MirelClientApp/tunnel/tunnel_dial.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <csignal>
 #include <exception>

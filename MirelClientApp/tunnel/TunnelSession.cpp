@@ -4,7 +4,7 @@
 #include "MirelClientApp/tunnel/BackendStream.hpp"
 #include "MirelClientApp/tunnel/ConsoleStream.hpp"
 #include "MirelClientApp/tunnel/tunnel_dial.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <system_error>
 #include <tuple>

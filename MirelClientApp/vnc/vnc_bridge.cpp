@@ -3,7 +3,7 @@
 #include "MirelClientApp/web/WsConnection.hpp"
 #include "MirelClientApp/web/socket_io.hpp"
 #include "MirelClientApp/web/websocket_handshake.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <array>
 #include <atomic>

@@ -3,7 +3,7 @@
 #include "MirelClientApp/web/ConnectionHandler.hpp"
 #include "MirelClientApp/web/ConnectionThreads.hpp"
 #include "MirelClientApp/web/SilentConnections.hpp"
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <arpa/inet.h>
 #include <cerrno>

@@ -44,24 +44,6 @@ bool copy_permissions(std::string const& from, int to) {
 
 } // namespace
 
-UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
-    reset(other.release());
-    return *this;
-}
-
-UniqueFd::~UniqueFd() {
-    reset();
-}
-
-void UniqueFd::reset(int fd) noexcept {
-    int const old = std::exchange(fd_, fd);
-    if (old >= 0) {
-        int const saved_errno = errno;
-        close(old);
-        errno = saved_errno;
-    }
-}
-
 UniqueFd open_file(std::string const& path, int flags, unsigned mode) {
     int fd = -1;
     do {

@@ -1,6 +1,6 @@
 #include "tests/programs/faults.hpp"
 
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <array>
 #include <atomic>

@@ -1,6 +1,6 @@
 #include "tests/programs/held_locks.hpp"
 
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <cstdlib>
 #include <string>

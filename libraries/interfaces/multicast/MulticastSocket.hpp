@@ -1,8 +1,8 @@
 #pragma once
 
-#include "app/utilities/file_io.hpp"
 #include "libraries/interfaces/multicast/DatagramBatch.hpp"
 #include "libraries/vocabulary/CustomSpan.hpp"
+#include "libraries/vocabulary/UniqueFd.hpp"
 
 #include <atomic>
 #include <chrono>

@@ -1,6 +1,6 @@
 #include "libraries/interfaces/multicast/MulticastUdpInterface.hpp"
 
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <algorithm>
 #include <cstring>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "app/utilities/file_io.hpp"
 #include "libraries/interfaces/framing/FrameCollector.hpp"
 #include "libraries/vocabulary/IInterface.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
+#include "libraries/vocabulary/UniqueFd.hpp"
 
 #include <atomic>
 #include <chrono>

@@ -1,7 +1,7 @@
 #include "MirelClientApp/routes/asset_routes.hpp"
 
-#include "MirelClientApp/assets/assets.hpp"
 #include "app/utilities/file_io.hpp"
+#include "libraries/assets/assets.hpp"
 #include "tests/unit/MirelClientApp/web/LoopbackClient.hpp"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "app/utilities/start_thread.hpp"
+#include "libraries/threads/start_thread.hpp"
 
 #include <array>
 #include <csignal>

@@ -60,7 +60,7 @@ def main(arguments):
         return
     constants = [constant(*argument.split("=", 1)) for argument in arguments[1:]]
     pathlib.Path(arguments[0]).write_text(
-        HEAD + '#include "MirelClientApp/assets/assets.hpp"\n\nnamespace mirelclient {\n\n' + "\n".join(constants)
+        HEAD + '#include "libraries/assets/assets.hpp"\n\nnamespace mirelclient {\n\n' + "\n".join(constants)
         + "\n} // namespace mirelclient\n")
 
 

@@ -1,4 +1,4 @@
-#include "MirelClientApp/assets/assets.hpp"
+#include "libraries/assets/assets.hpp"
 
 #include <algorithm>
 
