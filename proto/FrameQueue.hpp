@@ -20,9 +20,10 @@ enum class HandlerPace : std::uint8_t {
     TOLD,    ///< As long as it likes between `begin_slow` and `end_slow`, and short besides.
 };
 
-/// Hands frames from the transport's reader to a worker of its own, which calls one handler, one
-/// frame at a time, in order. It holds `K_MAX_QUEUE` frames besides those that the worker has
-/// taken; one more, and the oldest is lost.
+/// Hands frames from the transport's reader to a worker, which calls one handler, one frame at a
+/// time, in order. The worker is a thread of its own, or any that calls `work` before that one has
+/// woken up. It holds `K_MAX_QUEUE` frames besides those that the worker has taken; one more, and
+/// the oldest is lost.
 ///
 /// A slow handler costs frames, and never holds up the reader; a worker that merely has not run yet
 /// must not cost any. So a reader that finds the queue full gives way first
@@ -37,8 +38,6 @@ class FrameQueue {
 public:
     using Handler = std::function<void(Frame&&)>;
     static constexpr std::size_t K_MAX_QUEUE = 100;
-    /// A worker that sleeps is woken for so many frames, whatever is to come.
-    static constexpr std::size_t K_MAX_BATCH = 16;
 
     FrameQueue() {
         worker_ = tessaron::start_thread("frame-worker", [this] { run(); });
@@ -72,7 +71,7 @@ public:
         if (frames_.size() > K_MAX_QUEUE) {
             frames_.pop_front();
         }
-        bool const is_waking = is_idle_ && (!has_more || frames_.size() >= K_MAX_BATCH);
+        bool const is_waking = !has_more && is_worker_needed_locked();
         lock.unlock();
         if (is_waking) {
             queue_ready_.notify_one();
@@ -82,11 +81,17 @@ public:
     /// Ends what `push` began with more to come.
     void wake() TESSARON_EXCLUDES(mutex_) {
         tessaron::MutexLock lock(mutex_);
-        bool const is_waking = is_idle_ && !frames_.empty();
+        bool const is_waking = is_worker_needed_locked();
         lock.unlock();
         if (is_waking) {
             queue_ready_.notify_one();
         }
+    }
+
+    /// Does the worker's work on this thread until the queue is empty, unless it is being done.
+    void work() TESSARON_EXCLUDES(mutex_) {
+        tessaron::MutexLock lock(mutex_);
+        work_locked(lock);
     }
 
     /// Lets the worker end after the frames it has taken; a reader that gives way goes on.
@@ -97,13 +102,15 @@ public:
         may_go_on_.notify_all();
     }
 
-    /// Returns when the worker has ended; frames that it had not taken are lost. Not from the
+    /// Returns when nobody works any more; frames that had not been taken are lost. Not from the
     /// handler.
     void stop() TESSARON_EXCLUDES(mutex_) {
         request_stop();
         if (worker_.joinable()) {
             worker_.join();
         }
+        tessaron::MutexLock lock(mutex_);
+        may_go_on_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) { return !is_working_; });
     }
 
 private:
@@ -123,55 +130,78 @@ private:
         }
     }
 
+    bool is_worker_needed_locked() const TESSARON_REQUIRES(mutex_) {
+        return is_idle_ && !is_working_ && !frames_.empty();
+    }
+
     void give_way_locked(tessaron::MutexLock& lock) TESSARON_REQUIRES(mutex_) {
+        if (is_worker_needed_locked()) {
+            queue_ready_.notify_one();
+        }
         may_go_on_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
             return frames_.size() < K_MAX_QUEUE || !running_ || slow_depth_ > 0;
         });
     }
 
     void run() TESSARON_EXCLUDES(mutex_) {
-        std::deque<Frame> taken;
         tessaron::MutexLock lock(mutex_);
-        worker_id_ = std::this_thread::get_id();
         while (true) {
-            wait_for_frames_locked(lock);
+            is_idle_ = true;
+            queue_ready_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
+                return !running_ || (!frames_.empty() && !is_working_);
+            });
+            is_idle_ = false;
             if (!running_) {
                 return;
             }
-            taken.swap(frames_);
-            auto const handler = handler_;
-            bool const is_slow = handler != nullptr && handler->pace == HandlerPace::UNKNOWN;
-            slow_depth_ = is_slow ? 1 : 0;
-            lock.unlock();
-            may_go_on_.notify_all();
-            if (handler != nullptr && handler->call) {
-                for (Frame& frame : taken) {
-                    handler->call(std::move(frame));
-                }
-            }
-            taken.clear();
-            lock.lock();
-            slow_depth_ = 0;
+            work_locked(lock);
         }
     }
 
-    void wait_for_frames_locked(tessaron::MutexLock& lock) TESSARON_REQUIRES(mutex_) {
-        is_idle_ = true;
-        queue_ready_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
-            return !running_ || !frames_.empty();
-        });
-        is_idle_ = false;
+    void work_locked(tessaron::MutexLock& lock) TESSARON_REQUIRES(mutex_) {
+        if (is_working_) {
+            return; // Who works takes what has come meanwhile.
+        }
+        is_working_ = true;
+        worker_id_ = std::this_thread::get_id();
+        while (running_ && !frames_.empty()) {
+            hand_out_locked(lock);
+        }
+        is_working_ = false;
+        worker_id_ = {};
+        if (!running_) {
+            may_go_on_.notify_all();
+        }
+    }
+
+    void hand_out_locked(tessaron::MutexLock& lock) TESSARON_REQUIRES(mutex_) {
+        taken_.swap(frames_);
+        auto const handler = handler_;
+        bool const is_slow = handler != nullptr && handler->pace == HandlerPace::UNKNOWN;
+        slow_depth_ = is_slow ? 1 : 0;
+        lock.unlock();
+        may_go_on_.notify_all();
+        if (handler != nullptr && handler->call) {
+            for (Frame& frame : taken_) {
+                handler->call(std::move(frame));
+            }
+        }
+        taken_.clear();
+        lock.lock();
+        slow_depth_ = 0;
     }
 
     tessaron::Mutex mutex_;
     std::condition_variable queue_ready_; ///< There are frames, or an end.
     std::condition_variable may_go_on_;   ///< A reader that gives way need not any more.
     std::deque<Frame> frames_ TESSARON_GUARDED_BY(mutex_);
+    std::deque<Frame> taken_; ///< Of who works.
     std::shared_ptr<PacedHandler const> handler_ TESSARON_GUARDED_BY(mutex_);
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;
-    bool is_idle_ TESSARON_GUARDED_BY(mutex_) = false;
-    std::thread::id worker_id_ TESSARON_GUARDED_BY(mutex_); ///< As `worker_` has it, until joined.
-    int slow_depth_ TESSARON_GUARDED_BY(mutex_) = 0;        ///< Above 0: the worker may take long.
+    bool is_idle_ TESSARON_GUARDED_BY(mutex_) = false;      ///< The worker waits.
+    bool is_working_ TESSARON_GUARDED_BY(mutex_) = false;   ///< The worker, or who called `work`.
+    std::thread::id worker_id_ TESSARON_GUARDED_BY(mutex_); ///< Who that is.
+    int slow_depth_ TESSARON_GUARDED_BY(mutex_) = 0;        ///< Above 0: it may take long.
     std::thread worker_;
 };
 

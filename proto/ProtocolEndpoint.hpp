@@ -66,19 +66,19 @@ public:
                     rx_.give_up_unfinished();
                 }
                 rx_.fill(bytes, used);
-                if (!rx_interface_->has_more_for_receivers()) {
-                    queue_.wake();
+                if (!rx_interface_->has_more_for_receivers() && !rx_interface_->follow_up(work_)) {
+                    queue_->wake();
                 }
             });
     }
 
     void set_receive_callback(ReceiveCallback callback, HandlerPace pace = HandlerPace::UNKNOWN) {
-        queue_.set_handler(std::move(callback), pace);
+        queue_->set_handler(std::move(callback), pace);
     }
 
     /// See `FrameQueue`.
-    void begin_slow() { queue_.begin_slow(); }
-    void end_slow() { queue_.end_slow(); }
+    void begin_slow() { queue_->begin_slow(); }
+    void end_slow() { queue_->end_slow(); }
 
     /// Sends a frame with the values of these `FieldInfo`s, and returns its size, 0 if there can be
     /// no such frame. Frames of several senders do not mix.
@@ -92,9 +92,9 @@ public:
     /// endpoint any more. Called by the destructor; a derived class whose members the receive
     /// callback uses calls it in its own.
     void stop() {
-        queue_.request_stop(); // Now a reader that gives way to the worker moves on.
+        queue_->request_stop(); // Now a reader that gives way to the worker moves on.
         let_go_of_interface();
-        queue_.stop();
+        queue_->stop();
     }
 
     void set_debug(bool debug) TESSARON_EXCLUDES(send_mutex_) {
@@ -138,7 +138,7 @@ private:
             detail::print_packet_received();
             rx_.for_each_type([](auto const& field) { field.print(); });
         }
-        queue_.push(rx_.get_named_copies(), true); // The worker is woken for all that came.
+        queue_->push(rx_.get_named_copies(), true); // The worker is woken for all that came.
     }
 
     void let_go_of_interface() {
@@ -155,7 +155,12 @@ private:
     std::shared_ptr<typename Rx::FrameCallback> frame_callback_;
     interface::IInterface* rx_interface_ = nullptr;
     std::shared_ptr<interface::IInterface::ReceiveCallback> byte_callback_;
-    FrameQueue<Frame> queue_; ///< The last: its worker ends before what it uses.
+    /// The last: its work ends before what it uses. A thread of the transport that is about to do
+    /// some has it, too.
+    std::shared_ptr<FrameQueue<Frame>> const queue_ = std::make_shared<FrameQueue<Frame>>();
+    std::shared_ptr<interface::IInterface::FollowUp const> const work_ =
+        std::make_shared<interface::IInterface::FollowUp const>(
+            [queue = queue_] { queue->work(); });
 };
 
 } // namespace proto

@@ -56,6 +56,14 @@ public:
     /// no.
     bool has_more_for_receivers() const noexcept { return has_more_; }
 
+    /// What a receiver still has to do for what it has been handed.
+    using FollowUp = std::function<void()>;
+    /// Has the thread that calls the receivers do it once they have been handed all that there is,
+    /// with no lock held, while another thread reads on: it may take as long as it likes. False
+    /// where no other thread is free to read on; then it is left to the receiver. Only from a
+    /// receiver.
+    virtual bool follow_up(std::shared_ptr<FollowUp const> const& /*work*/) { return false; }
+
     /// Returns when no call to a receiver is under way any more that began before: one that has let
     /// go of its pointer may then go itself. Never from a receiver.
     void wait_for_callbacks();

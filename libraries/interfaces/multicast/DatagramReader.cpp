@@ -5,15 +5,14 @@
 
 namespace proto::interface {
 
-DatagramReader::Outcome DatagramReader::next(MulticastSocket& socket) {
+DatagramReader::Outcome DatagramReader::next(MulticastSocket& socket,
+                                             MulticastSocket::IfNone if_none) {
     begin_ += size_;
     if (begin_ >= end_) {
         begin_ = size_ = end_ = 0;
-        auto const received = socket.receive(buffer_.data(), buffer_.size());
+        auto const received = socket.receive(buffer_.data(), buffer_.size(), if_none);
         if (received.size <= 0) {
-            bool const is_silence =
-                received.size == 0 || errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
-            return is_silence ? Outcome::Nothing : Outcome::Error;
+            return received.size == 0 || is_silence(errno) ? Outcome::Nothing : Outcome::Error;
         }
         end_ = static_cast<std::size_t>(received.size);
         segment_size_ = received.segment_size;

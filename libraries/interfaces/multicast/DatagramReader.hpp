@@ -20,8 +20,8 @@ public:
         Error,   ///< what would happen again at once
     };
 
-    /// Waits for the next datagram, which then stands in `datagram` until the next call.
-    Outcome next(MulticastSocket& socket);
+    /// The next datagram, which then stands in `datagram` until the next call.
+    Outcome next(MulticastSocket& socket, MulticastSocket::IfNone if_none);
     tessaron::CustomSpan<unsigned char> datagram() { return {buffer_.data() + begin_, size_}; }
     /// Whether the next one is here already.
     bool has_more() const { return begin_ + size_ < end_; }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <netinet/udp.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -34,6 +35,10 @@ bool is_segmentation_refused(int error) {
 }
 
 } // namespace
+
+bool is_silence(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
 
 std::shared_ptr<MulticastSocket> MulticastSocket::open(MulticastSettings const& settings) {
     std::shared_ptr<MulticastSocket> socket(new MulticastSocket);
@@ -115,6 +120,8 @@ bool MulticastSocket::send_all(DatagramBatch& batch) {
         int const sent = messages.send(fd_.get());
         if (sent > 0) {
             pass(messages.extent(static_cast<std::size_t>(sent)));
+            // Whoever is to read all that may be waiting for this very processor.
+            ::sched_yield();
         } else if (errno == EINTR) {
             continue;
         } else if (messages.first_run() > 1 && is_segmentation_refused(errno)) {
@@ -129,7 +136,13 @@ bool MulticastSocket::send_all(DatagramBatch& batch) {
     return all_sent;
 }
 
-MulticastSocket::Received MulticastSocket::receive(unsigned char* buffer, std::size_t size) {
+bool MulticastSocket::wait_for_datagram() {
+    // Not poll: it would wake all threads for each datagram.
+    return ::recv(fd_.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC) >= 0;
+}
+
+MulticastSocket::Received MulticastSocket::receive(unsigned char* buffer, std::size_t size,
+                                                   IfNone if_none) {
     iovec piece{buffer, size};
     alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int))];
     msghdr header{};
@@ -137,7 +150,7 @@ MulticastSocket::Received MulticastSocket::receive(unsigned char* buffer, std::s
     header.msg_iovlen = 1;
     header.msg_control = control;
     header.msg_controllen = sizeof(control);
-    ssize_t const got = ::recvmsg(fd_.get(), &header, 0);
+    ssize_t const got = ::recvmsg(fd_.get(), &header, if_none == IfNone::Return ? MSG_DONTWAIT : 0);
     Received received{got, got > 0 ? static_cast<std::size_t>(got) : 0};
     if (got > 0) {
         for (cmsghdr* c = CMSG_FIRSTHDR(&header); c != nullptr; c = CMSG_NXTHDR(&header, c)) {

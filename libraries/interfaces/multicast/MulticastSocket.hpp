@@ -24,6 +24,9 @@ struct MulticastSettings {
     int buffer_size = 1048576;
 };
 
+/// Whether the error of a call that received nothing is none: there was nothing, or a signal.
+bool is_silence(int error);
+
 /// A socket that is a member of a multicast group and sends to it; what it sends comes back to all
 /// members on this machine, itself included. What others of this machine have joined stays out.
 ///
@@ -46,8 +49,12 @@ public:
     /// Each of them as a datagram, with as few calls as the system allows for. False if any is
     /// lost.
     bool send_all(DatagramBatch& batch);
-    /// Waits for a datagram, or several of the same size that were sent together.
-    Received receive(unsigned char* buffer, std::size_t size);
+    /// Waits until a datagram is there. Of several threads, one is woken for each. False at the end
+    /// of the time of the settings, and on an error, which `errno` tells.
+    bool wait_for_datagram();
+    enum class IfNone : bool { Wait, Return };
+    /// A datagram, or several of the same size that were sent together.
+    Received receive(unsigned char* buffer, std::size_t size, IfNone if_none);
 
     /// Gives the membership up, so that the next one to join announces it anew.
     void leave();

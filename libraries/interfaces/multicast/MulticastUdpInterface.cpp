@@ -67,11 +67,11 @@ bool MulticastUdpInterface::open() {
     }
     stamp();
     try {
-        reader_ = tessaron::start_thread("bus-reader", [this] { read_loop(); });
+        for (std::thread& reader : readers_) {
+            reader = tessaron::start_thread("bus-reader", [this] { read_loop(); });
+        }
     } catch (std::system_error const&) {
-        MutexLock const lock(socket_mutex_);
-        running_ = false;
-        socket_.reset();
+        stop_reading();
         return false;
     }
     return true;
@@ -79,6 +79,11 @@ bool MulticastUdpInterface::open() {
 
 bool MulticastUdpInterface::close() {
     MutexLock const lifecycle(lifecycle_mutex_);
+    stop_reading();
+    return true;
+}
+
+void MulticastUdpInterface::stop_reading() {
     {
         MutexLock const lock(socket_mutex_);
         running_ = false;
@@ -87,10 +92,11 @@ bool MulticastUdpInterface::close() {
         }
     }
     stopped_.notify_all();
-    if (reader_.joinable()) {
-        reader_.join();
+    for (std::thread& reader : readers_) {
+        if (reader.joinable()) {
+            reader.join();
+        }
     }
-    return true;
 }
 
 std::shared_ptr<MulticastSocket> MulticastUdpInterface::current_socket() {
@@ -171,7 +177,8 @@ long MulticastUdpInterface::read(unsigned char* buffer, unsigned long size) {
     if (!direct_reader_) {
         direct_reader_.emplace();
     }
-    if (!socket || direct_reader_->next(*socket) != DatagramReader::Outcome::Datagram) {
+    if (!socket || direct_reader_->next(*socket, MulticastSocket::IfNone::Wait) !=
+                       DatagramReader::Outcome::Datagram) {
         return -1;
     }
     Bytes const datagram = direct_reader_->datagram();

@@ -8,6 +8,7 @@
 #include "libraries/vocabulary/IInterface.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -18,6 +19,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace proto::interface {
 
@@ -48,9 +50,10 @@ struct MulticastTiming {
 ///
 /// Ownership: the socket is shared by those who are in a call with it, and closed by the last.
 /// Thread safety: safe from any thread; each lock below is held for table access only, save
-/// `lifecycle_mutex_`, `reopen_mutex_` and `read_mutex_`, whose holders wait for what they name.
-/// Callbacks run on the thread "bus-reader", and may write; they must not call `close`.
-/// Errors: `false`; a lost datagram is the normal condition of a bus.
+/// `lifecycle_mutex_`, `turn_mutex_`, `reopen_mutex_` and `read_mutex_`, whose holders wait for
+/// what they name. Callbacks and what they leave to follow run on the two threads "bus-reader", and
+/// may write; they must not call `close`. Errors: `false`; a lost datagram is the normal condition
+/// of a bus.
 class MulticastUdpInterface final : public IInterface {
 public:
     explicit MulticastUdpInterface(MulticastTiming timing = {});
@@ -79,6 +82,7 @@ public:
     long read(unsigned char* buffer, unsigned long size) override TESSARON_EXCLUDES(read_mutex_);
 
     bool keeps_boundaries() const noexcept override { return true; }
+    bool follow_up(std::shared_ptr<FollowUp const> const& work) override;
 
     void set_encryption_key(crypto::ChaCha20::Key const& key);
     void disable_encryption();
@@ -104,7 +108,9 @@ private:
     bool send_datagram(Bytes datagram);
     bool send_batch(DatagramBatch& batch);
 
+    void stop_reading() TESSARON_REQUIRES(lifecycle_mutex_);
     void read_loop();
+    void read_locked(MulticastSocket& socket) TESSARON_REQUIRES(turn_mutex_);
     void deliver(Bytes datagram, bool has_more);
     void look_after_membership();
     void rest();
@@ -112,8 +118,14 @@ private:
 
     MulticastTiming const timing_;
 
-    tessaron::Mutex lifecycle_mutex_; ///< `open` and `close`, which joins the reader; the outermost
-    std::thread reader_ TESSARON_GUARDED_BY(lifecycle_mutex_);
+    tessaron::Mutex lifecycle_mutex_; ///< `open` and `close`, which join the readers; the outermost
+    std::array<std::thread, 2> readers_ TESSARON_GUARDED_BY(lifecycle_mutex_);
+
+    /// Whose turn it is to read: its holder calls the receivers. Outside of those below.
+    tessaron::Mutex turn_mutex_;
+    DatagramReader reader_ TESSARON_GUARDED_BY(turn_mutex_);
+    std::vector<std::shared_ptr<FollowUp const>> follow_ups_; ///< Of who has the turn.
+    std::atomic<bool> is_following_up_{false}; ///< One of them; the other one only reads.
 
     tessaron::Mutex reopen_mutex_; ///< one rejoin at a time; `socket_mutex_` comes within
 

@@ -4,6 +4,7 @@
 #include "libraries/interfaces/multicast/MulticastUdpInterface.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace proto::interface {
@@ -11,24 +12,63 @@ namespace proto::interface {
 using crypto::ChaCha20;
 using tessaron::MutexLock;
 
+namespace {
+
+/// Who has read so many datagrams gives the turn away, and sees to what is to be done for them.
+constexpr std::size_t K_MAX_DATAGRAMS_IN_A_TURN = 16;
+
+} // namespace
+
+// Two threads take turns: whoever is woken reads, and then does what the receivers have left to do
+// for what it has read. So a message is read and handled on one thread, with no second wake-up on
+// its way; and however long its handler takes, the other thread reads on.
 void MulticastUdpInterface::read_loop() {
-    using Outcome = DatagramReader::Outcome;
-    DatagramReader reader;
+    std::vector<std::shared_ptr<FollowUp const>> due;
     while (running_) {
         auto const socket = current_socket();
-        Outcome const outcome = socket ? reader.next(*socket) : Outcome::Error;
-        if (outcome == Outcome::Datagram) {
-            stamp();
-            deliver(reader.datagram(), reader.has_more());
-            continue;
-        }
-        if (outcome == Outcome::Error) {
+        bool const has_datagram = socket && socket->wait_for_datagram();
+        if (!has_datagram && (!socket || !is_silence(errno))) {
             rest();
         }
-        if (running_) {
-            look_after_membership();
+        {
+            MutexLock const turn(turn_mutex_);
+            if (has_datagram) {
+                read_locked(*socket);
+            } else if (running_) {
+                look_after_membership();
+            }
+            due.swap(follow_ups_);
+        }
+        for (auto const& work : due) {
+            (*work)();
+        }
+        if (!due.empty()) {
+            due.clear();
+            is_following_up_ = false;
         }
     }
+}
+
+void MulticastUdpInterface::read_locked(MulticastSocket& socket) {
+    constexpr auto K_RETURN = MulticastSocket::IfNone::Return;
+    for (std::size_t read = 0; read < K_MAX_DATAGRAMS_IN_A_TURN || reader_.has_more(); ++read) {
+        if (reader_.next(socket, K_RETURN) != DatagramReader::Outcome::Datagram) {
+            return; // All that there is, or the other thread has read it.
+        }
+        stamp();
+        deliver(reader_.datagram(), reader_.has_more());
+    }
+}
+
+bool MulticastUdpInterface::follow_up(std::shared_ptr<FollowUp const> const& work) {
+    if (is_following_up_ && follow_ups_.empty()) {
+        return false;
+    }
+    is_following_up_ = true;
+    if (std::find(follow_ups_.begin(), follow_ups_.end(), work) == follow_ups_.end()) {
+        follow_ups_.push_back(work);
+    }
+    return true;
 }
 
 void MulticastUdpInterface::deliver(Bytes datagram, bool has_more) {
