@@ -9,6 +9,7 @@ IInterface::add_receive_callback(ReceiveCallback const& callback) {
     auto shared = std::make_shared<ReceiveCallback>(callback);
     MutexLock const lock(callbacks_mutex_);
     callbacks_.push_back(shared);
+    receiver_count_ = callbacks_.size();
     return shared;
 }
 
@@ -21,6 +22,7 @@ void IInterface::notify_receivers(tessaron::CustomSpan<unsigned char> bytes, boo
             (*callback)(bytes, used);
         } else {
             callbacks_.erase(callbacks_.begin() + static_cast<std::ptrdiff_t>(i));
+            receiver_count_ = callbacks_.size();
         }
     }
 }

@@ -3,12 +3,20 @@
 #include "libraries/vocabulary/CustomSpan.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <vector>
 
 namespace proto::interface {
+
+/// A byte that what is received has at a place.
+struct ByteAt {
+    std::size_t offset;
+    unsigned char value;
+};
 
 /// A transport: moves bytes and knows nothing of frames, save that it may be told where one begins
 /// and ends.
@@ -56,6 +64,11 @@ public:
     /// no.
     bool has_more_for_receivers() const noexcept { return has_more_; }
 
+    /// What begins with a frame that has all of these bytes is nothing to the receiver that says
+    /// so. A transport may leave it out as long as there is no other receiver. Empty: nothing may
+    /// be left out. The receiver takes it back before it lets go of its pointer.
+    virtual void set_unwanted(std::vector<ByteAt> const& /*bytes*/) {}
+
     /// What a receiver still has to do for what it has been handed.
     using FollowUp = std::function<void()>;
     /// Has the thread that calls the receivers do it once they have been handed all that there is,
@@ -75,9 +88,13 @@ protected:
     /// same thread is to call again at once.
     void notify_receivers(tessaron::CustomSpan<unsigned char> bytes, bool has_more = false);
 
+    /// Those that have gone count until the next call.
+    std::size_t receiver_count() const noexcept { return receiver_count_; }
+
 private:
     char const* const name_;
     tessaron::Mutex callbacks_mutex_;
+    std::atomic<std::size_t> receiver_count_{0};
     bool has_more_ = false; ///< Changes under `callbacks_mutex_`, which callbacks run under.
     std::vector<std::weak_ptr<ReceiveCallback>> callbacks_ TESSARON_GUARDED_BY(callbacks_mutex_);
 };

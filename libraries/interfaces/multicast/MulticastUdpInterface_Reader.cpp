@@ -17,6 +17,10 @@ namespace {
 /// Who has read so many datagrams gives the turn away, and sees to what is to be done for them.
 constexpr std::size_t K_MAX_DATAGRAMS_IN_A_TURN = 16;
 
+/// What nobody wants is left out once so many datagrams have come with no silence between them: it
+/// is not worth the calls of the system for fewer.
+constexpr std::uint32_t K_MANY_DATAGRAMS = 16;
+
 } // namespace
 
 // Two threads take turns: whoever is woken reads, and then does what the receivers have left to do
@@ -35,6 +39,7 @@ void MulticastUdpInterface::read_loop() {
             if (has_datagram) {
                 read_locked(*socket);
             } else if (running_) {
+                hear_all();
                 look_after_membership();
             }
             due.swap(follow_ups_);
@@ -46,6 +51,9 @@ void MulticastUdpInterface::read_loop() {
             due.clear();
             is_following_up_ = false;
         }
+        if (socket && !socket->is_leaving_out() && datagrams_since_silence_ >= K_MANY_DATAGRAMS) {
+            leave_out_unwanted(*socket);
+        }
     }
 }
 
@@ -56,6 +64,7 @@ void MulticastUdpInterface::read_locked(MulticastSocket& socket) {
             return; // All that there is, or the other thread has read it.
         }
         stamp();
+        ++datagrams_since_silence_;
         deliver(reader_.datagram(), reader_.has_more());
     }
 }
@@ -88,6 +97,38 @@ void MulticastUdpInterface::deliver(Bytes datagram, bool has_more) {
     }
     // The next one may be dropped above, unless there is no cipher.
     notify_receivers(datagram, has_more && !cipher);
+}
+
+std::shared_ptr<IInterface::ReceiveCallback>
+MulticastUdpInterface::add_receive_callback(ReceiveCallback const& callback) {
+    auto shared = IInterface::add_receive_callback(callback);
+    hear_all(); // What one receiver does not want another one may.
+    return shared;
+}
+
+void MulticastUdpInterface::set_unwanted(std::vector<ByteAt> const& bytes) {
+    {
+        MutexLock const lock(socket_mutex_);
+        unwanted_ = bytes;
+    }
+    hear_all();
+}
+
+void MulticastUdpInterface::leave_out_unwanted(MulticastSocket& socket) {
+    MutexLock const lock(socket_mutex_);
+    if (!unwanted_.empty() && receiver_count() == 1 && !is_encryption_enabled()) {
+        socket.leave_out(unwanted_);
+    }
+}
+
+/// From now on; who changes what may be left out does it before. The lock has one that is about to
+/// be left out be so before.
+void MulticastUdpInterface::hear_all() {
+    MutexLock const lock(socket_mutex_);
+    datagrams_since_silence_ = 0;
+    if (socket_) {
+        socket_->hear_all();
+    }
 }
 
 void MulticastUdpInterface::look_after_membership() {
