@@ -99,16 +99,6 @@ TEST(FrameQueue, FramesWithMoreToComeAreDeliveredWhenTheWorkerIsWoken) {
     EXPECT_EQ(received.frames(), range(0, 199));
 }
 
-TEST(FrameQueue, AFullBatchDoesNotWaitForMore) {
-    Received received;
-    Queue queue;
-    queue.set_handler(received.handler());
-    for (int i = 0; i < static_cast<int>(Queue::K_MAX_BATCH); ++i) {
-        queue.push(int{i}, true);
-    }
-    ASSERT_TRUE(received.wait_for(Queue::K_MAX_BATCH));
-}
-
 TEST(FrameQueue, MoreThanItHoldsWithMoreToComeLosesNothing) {
     Received received;
     Queue queue;
@@ -220,6 +210,80 @@ TEST(FrameQueue, WhatTheWorkerHasNotTakenAtTheStopIsNotDelivered) {
     blocked.queue.stop();
     blocked.queue.stop(); // A second one finds nothing to do.
     EXPECT_EQ(blocked.received.frames(), std::vector<int>{0});
+}
+
+TEST(FrameQueue, WhoeverWorksCallsTheHandlerOnItsOwnThread) {
+    std::vector<std::thread::id> callers;
+    Queue queue;
+    queue.set_handler([&](int&&) { callers.push_back(std::this_thread::get_id()); });
+    queue.push(1, true);
+    queue.push(2, true);
+    queue.work();
+    EXPECT_EQ(callers, std::vector(2, std::this_thread::get_id()));
+}
+
+TEST(FrameQueue, WhatComesWhileOneWorksIsLeftToIt) {
+    BlockedQueue blocked;
+    blocked.queue.push(1, true);
+    blocked.queue.work(); // If this called the handler, nobody would open the gate.
+    blocked.queue.push(2);
+    blocked.gate.open();
+    ASSERT_TRUE(blocked.received.wait_for(3));
+    EXPECT_EQ(blocked.received.frames(), range(0, 2));
+}
+
+TEST(FrameQueue, TheWorkerTakesWhatNoOtherDoes) {
+    Received received;
+    Queue queue;
+    queue.set_handler(received.handler());
+    for (int round = 0; round < 1000; ++round) {
+        queue.push(2 * round, true);
+        queue.work();
+        queue.push(2 * round + 1);
+    }
+    ASSERT_TRUE(received.wait_for(2000));
+    EXPECT_EQ(received.frames(), range(0, 1999));
+}
+
+TEST(FrameQueue, AnotherThreadThatWorksMayBeSlow) {
+    Gate gate;
+    Queue queue;
+    queue.set_handler(
+        [&](int&&) {
+            queue.begin_slow();
+            gate.pass();
+            queue.end_slow();
+        },
+        HandlerPace::TOLD);
+    queue.push(0, true);
+    std::thread helper([&] { queue.work(); });
+    gate.wait_for_visitor();
+    for (int i = 0; i < 10'000; ++i) {
+        queue.push(int{i});
+    }
+    gate.open();
+    helper.join();
+}
+
+TEST(FrameQueue, AStopWaitsForAnotherThreadThatWorks) {
+    Gate gate;
+    Received received;
+    Queue queue;
+    queue.set_handler([&, note = received.handler()](int&& frame) {
+        gate.pass();
+        note(std::move(frame));
+    });
+    queue.push(0, true);
+    std::thread helper([&] { queue.work(); });
+    gate.wait_for_visitor();
+    queue.push(1, true);
+    queue.request_stop();
+    gate.open();
+    queue.stop();
+    EXPECT_EQ(received.frames(), std::vector<int>{0});
+    queue.work(); // There is nothing more to do.
+    helper.join();
+    EXPECT_EQ(received.frames(), std::vector<int>{0});
 }
 
 TEST(FrameQueue, WithoutAHandlerFramesAreDropped) {

@@ -145,6 +145,32 @@ TEST(ProtocolEndpoint, FramesOfSeveralSendersDoNotMix) {
     }
 }
 
+TEST(ProtocolEndpoint, LeavesTheCallbackToATransportThatHasAThreadForIt) {
+    Node node(1);
+    node.wire.takes_follow_ups = true;
+    std::vector<std::thread::id> callers;
+    node.endpoint.set_receive_callback(
+        [&](BusEndpoint::Frame&&) { callers.push_back(std::this_thread::get_id()); });
+    node.wire.deliver(frame_with({1}).bytes());
+    node.wire.deliver(frame_with({2}).bytes());
+    ASSERT_THAT(node.wire.follow_ups, testing::SizeIs(2));
+    (*node.wire.follow_ups[0])();
+    EXPECT_THAT(callers, ElementsAre(std::this_thread::get_id(), std::this_thread::get_id()));
+    (*node.wire.follow_ups[1])(); // Both frames have been handled.
+    EXPECT_THAT(callers, testing::SizeIs(2));
+}
+
+TEST(ProtocolEndpoint, WhatItLeavesToATransportMayOutliveIt) {
+    std::shared_ptr<RecordingInterface::FollowUp const> work;
+    {
+        Node node(1);
+        node.wire.takes_follow_ups = true;
+        node.wire.deliver(frame_with({1}).bytes());
+        work = node.wire.follow_ups.at(0);
+    }
+    (*work)(); // There is nothing more to do.
+}
+
 TEST(ProtocolEndpoint, ABlockedCallbackCostsTheOldestFrames) {
     Node node(1);
     Gate gate;

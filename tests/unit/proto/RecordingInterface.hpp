@@ -4,6 +4,7 @@
 #include "tests/unit/proto/bus_frame_model.hpp"
 
 #include <chrono>
+#include <memory>
 #include <vector>
 
 namespace proto::test {
@@ -38,10 +39,18 @@ public:
     long read(unsigned char*, unsigned long) override { return -1; }
 
     bool keeps_boundaries() const noexcept override { return is_datagram; }
+    bool follow_up(std::shared_ptr<FollowUp const> const& work) override {
+        if (takes_follow_ups) {
+            follow_ups.push_back(work);
+        }
+        return takes_follow_ups;
+    }
     void deliver(Bytes bytes) { notify_receivers(span_of(bytes)); }
 
     bool accepts = true;
     bool is_datagram = false; ///< As of the next delivery.
+    bool takes_follow_ups = false;
+    std::vector<std::shared_ptr<FollowUp const>> follow_ups;
     int writes = 0;
     int writes_outside_of_frames = 0;
     std::chrono::milliseconds last_timeout{0};
