@@ -90,8 +90,17 @@ public:
 
     /// Does the worker's work on this thread until the queue is empty, unless it is being done.
     void work() TESSARON_EXCLUDES(mutex_) {
-        tessaron::MutexLock lock(mutex_);
-        work_locked(lock);
+        if (!begin_work()) {
+            return; // Who works takes what has come meanwhile.
+        }
+        while (auto const handler = take_frames()) {
+            for (Frame& frame : taken_) {
+                if (handler->call) {
+                    handler->call(std::move(frame));
+                }
+            }
+            taken_.clear();
+        }
     }
 
     /// Lets the worker end after the frames it has taken; a reader that gives way goes on.
@@ -144,51 +153,39 @@ private:
     }
 
     void run() TESSARON_EXCLUDES(mutex_) {
+        while (wait_for_frames()) {
+            work();
+        }
+    }
+
+    /// False at the end.
+    bool wait_for_frames() TESSARON_EXCLUDES(mutex_) {
         tessaron::MutexLock lock(mutex_);
-        while (true) {
-            is_idle_ = true;
-            queue_ready_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
-                return !running_ || (!frames_.empty() && !is_working_);
-            });
-            is_idle_ = false;
-            if (!running_) {
-                return;
-            }
-            work_locked(lock);
-        }
+        is_idle_ = true;
+        queue_ready_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
+            return !running_ || (!frames_.empty() && !is_working_);
+        });
+        is_idle_ = false;
+        return running_;
     }
 
-    void work_locked(tessaron::MutexLock& lock) TESSARON_REQUIRES(mutex_) {
-        if (is_working_) {
-            return; // Who works takes what has come meanwhile.
-        }
-        is_working_ = true;
-        worker_id_ = std::this_thread::get_id();
-        while (running_ && !frames_.empty()) {
-            hand_out_locked(lock);
-        }
-        is_working_ = false;
-        worker_id_ = {};
-        if (!running_) {
-            may_go_on_.notify_all();
-        }
+    bool begin_work() TESSARON_EXCLUDES(mutex_) {
+        tessaron::MutexLock const lock(mutex_);
+        return !std::exchange(is_working_, true);
     }
 
-    void hand_out_locked(tessaron::MutexLock& lock) TESSARON_REQUIRES(mutex_) {
-        taken_.swap(frames_);
-        auto const handler = handler_;
-        bool const is_slow = handler != nullptr && handler->pace == HandlerPace::UNKNOWN;
-        slow_depth_ = is_slow ? 1 : 0;
-        lock.unlock();
+    /// The handler of the frames that are now in `taken_`, or null at the end of the work.
+    std::shared_ptr<PacedHandler const> take_frames() TESSARON_EXCLUDES(mutex_) {
+        tessaron::MutexLock const lock(mutex_);
+        is_working_ = running_ && !frames_.empty();
+        worker_id_ = is_working_ ? std::this_thread::get_id() : std::thread::id();
+        slow_depth_ = is_working_ && handler_->pace == HandlerPace::UNKNOWN ? 1 : 0;
         may_go_on_.notify_all();
-        if (handler != nullptr && handler->call) {
-            for (Frame& frame : taken_) {
-                handler->call(std::move(frame));
-            }
+        if (!is_working_) {
+            return nullptr;
         }
-        taken_.clear();
-        lock.lock();
-        slow_depth_ = 0;
+        taken_.swap(frames_);
+        return handler_;
     }
 
     tessaron::Mutex mutex_;
@@ -196,7 +193,8 @@ private:
     std::condition_variable may_go_on_;   ///< A reader that gives way need not any more.
     std::deque<Frame> frames_ TESSARON_GUARDED_BY(mutex_);
     std::deque<Frame> taken_; ///< Of who works.
-    std::shared_ptr<PacedHandler const> handler_ TESSARON_GUARDED_BY(mutex_);
+    std::shared_ptr<PacedHandler const>
+        handler_ TESSARON_GUARDED_BY(mutex_) = std::make_shared<PacedHandler const>();
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;
     bool is_idle_ TESSARON_GUARDED_BY(mutex_) = false;      ///< The worker waits.
     bool is_working_ TESSARON_GUARDED_BY(mutex_) = false;   ///< The worker, or who called `work`.

@@ -16,7 +16,7 @@ namespace proto {
 
 /// One end of a transport: receives frames and hands copies of them to one callback, and sends.
 ///
-///     transport's reader -> RxContainer -> queue -> "frame-worker" -> the receive callback
+///     transport's reader -> RxContainer -> queue -> a worker -> the receive callback
 ///     any thread -> `send` -> TxContainer -> transport
 ///
 /// The frame types are lists of fields, `Crc` is what their checksum is computed with (see
@@ -27,8 +27,9 @@ namespace proto {
 /// `stop()`.
 /// Thread safety: `send`, `set_receive_callback`, `set_debug` and `set_source_match_value` from any
 /// thread; `set_interfaces`, the channels and `stop` one thread at a time, the caller's duty. The
-/// receive callback runs on the worker, with no locks held, and may block; what it costs is in
-/// `FrameQueue`. `stop` must be called neither by it nor by the transport's reader.
+/// receive callback runs on one thread at a time, the transport's (`IInterface::follow_up`) or
+/// "frame-worker", with no locks held, and may block; what it costs is in `FrameQueue`. `stop` must
+/// be called neither by it nor by the transport's reader, and by it the transport not be closed.
 /// Errors: an exception out of the receive callback ends the process.
 template <typename RxTuple, typename TxTuple, typename Crc>
 class ProtocolEndpoint {
