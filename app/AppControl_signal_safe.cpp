@@ -66,7 +66,7 @@ void AppControl::write_crash_trace_signal_safe() noexcept {
     std::uint64_t const begin = end - std::min<std::uint64_t>(end, Logger::K_TRACE_SIZE);
     for (std::uint64_t index = begin; index != end; ++index) {
         write_log_trace_entry_signal_safe(out,
-                                          detail::read_slot(entries[index % Logger::K_TRACE_SIZE]));
+                                          read_trace_slot(entries[index % Logger::K_TRACE_SIZE]));
     }
 }
 
