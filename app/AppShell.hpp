@@ -154,7 +154,7 @@ private:
     std::string const shell_name_;
     std::span<TerminationReason const> const reasons_;
     AppControl control_;
-    std::unique_ptr<IRuntimeState> const runtime_;
+    std::shared_ptr<IRuntimeState> const runtime_; ///< shared with the incident report under way
     std::vector<std::function<void()>> flush_callbacks_;
     CrashRestartBudget restart_budget_;
     InstanceLock lock_;
