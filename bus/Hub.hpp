@@ -8,6 +8,7 @@
 #include "bus/IHub.hpp"
 #include "bus/LastEventFilter.hpp"
 #include "bus/LocalClientRegistry.hpp"
+#include "bus/NetworkMapCache.hpp"
 #include "bus/PendingRequestTracker.hpp"
 #include "bus/RequestWorker.hpp"
 #include "bus/RoutingTable.hpp"
@@ -34,7 +35,7 @@ namespace tessaron::bus {
 /// One file for each of its trades: Hub.cpp (life and identity), Hub_AddressClaim.cpp (its own
 /// address and name, and its clients'), Hub_WireSend.cpp, Hub_Dispatch.cpp (receiving, forwarding,
 /// routes), Hub_PubSub.cpp, Hub_Requests.cpp, Hub_LocalClients.cpp, Hub_Discovery.cpp (with the
-/// reports). Its tables are small classes of their own.
+/// reports), Hub_NetworkMap.cpp. Its tables are small classes of their own.
 ///
 /// Threads: the transport's reader parses frames; the wire's worker runs `dispatch` and event
 /// handlers; the request worker runs request handlers; callers come on their own. No lock is held
@@ -131,6 +132,24 @@ public:
     std::string build_report() const override;
     void print_table_report(std::ostream& out) const override;
 
+    // --- The network as seen through gateways.
+    /// Asks everybody on this bus for what they know of it, and the gateways for what lies behind
+    /// them, through at most `max_depth` hubs one after the other. Takes the whole time, since
+    /// nobody knows how many will answer, and returns what came until then: a tree of which this
+    /// bus is the root. Not from an event handler.
+    proto::bus::NetworkDomain discover_network(std::uint8_t max_depth, Milliseconds timeout);
+    /// What this node alone knows of its bus, and what the gateways say; returns as soon as they
+    /// have. `visited` holds the numbers of hubs that are covered already. A question that came
+    /// across from this gateway's far side is not taken there again, and one that has been here
+    /// before ends in an empty domain.
+    proto::bus::NetworkDomain discover_network_impl(std::uint8_t max_depth,
+                                                    std::vector<std::uint32_t> visited,
+                                                    Milliseconds timeout, bool came_across);
+    /// The other side of a gateway: is asked by `discover_network_impl`, on its thread.
+    using NetworkSource = std::function<proto::bus::NetworkDomain(
+        std::uint8_t max_depth, std::vector<std::uint32_t> const& visited, Milliseconds timeout)>;
+    void add_far_side(NetworkSource source) TESSARON_EXCLUDES(far_sides_mutex_);
+
     // --- The last messages that this node sent or received, each of them once and whole.
     BusTraceSnapshot bus_trace_snapshot() const noexcept { return trace_.snapshot(); }
     /// `K_TRACE_SIZE` entries. Async-signal-safe, as is the write index.
@@ -168,6 +187,7 @@ public:
 private:
     using SharedPatternHandler = std::shared_ptr<PatternHandler const>;
 
+    struct NetworkWalk;
     struct Claimant; ///< Who an address is claimed for; see Hub_AddressClaim.cpp.
 
     // Hub.cpp
@@ -235,6 +255,17 @@ private:
                                   std::uint32_t source, std::uint32_t return_route,
                                   std::optional<std::uint32_t> excluded, std::string const& topic);
 
+    // Hub_NetworkMap.cpp
+    void serve_network_map();
+    proto::bus::NetworkDomain answer_network_map(proto::bus::DiscoverNetworkRequest question,
+                                                 std::uint32_t requester);
+    proto::bus::NetworkDomain own_network_domain(DeviceMap const& devices) const;
+    /// What others say, in the place of this bus. Takes the walk one hop further.
+    proto::bus::NetworkDomain ask_beyond(NetworkWalk& walk, DeviceMap const& devices,
+                                         bool& is_complete);
+    std::vector<proto::bus::NetworkDomain> far_sides(NetworkWalk const& walk) const
+        TESSARON_EXCLUDES(far_sides_mutex_);
+
     // Hub_Discovery.cpp
     void announce() { send_discovery_response(BROADCAST_ADDRESS); }
     void send_discovery_response(std::uint32_t dest);
@@ -295,6 +326,10 @@ private:
         last_retained_id_ TESSARON_GUARDED_BY(state_mutex_);
     LastEventFilter last_events_ TESSARON_GUARDED_BY(state_mutex_);
 
+    NetworkMapCache network_cache_;
+    mutable Mutex far_sides_mutex_;
+    std::vector<NetworkSource> far_sides_ TESSARON_GUARDED_BY(far_sides_mutex_);
+
     Mutex debounce_mutex_;
     std::unordered_map<std::uint32_t, Clock::time_point>
         last_discovery_reply_ TESSARON_GUARDED_BY(debounce_mutex_);
@@ -303,5 +338,9 @@ private:
     RequestWorker request_worker_;
     BusWire wire_;
 };
+
+/// A number that no address has, and hardly any other hub, of what a hub calls its own domain in
+/// its discovery responses.
+std::uint32_t network_number(std::string const& domain_name);
 
 } // namespace tessaron::bus

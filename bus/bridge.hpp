@@ -2,10 +2,13 @@
 
 #include "bus/CallGate.hpp"
 #include "bus/RoutingTable.hpp"
+#include "proto/bus/network_map.hpp"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -17,6 +20,8 @@ namespace tessaron::bus {
 class Hub;
 
 using Addresses = std::vector<std::uint32_t>;
+using NetworkSource = std::function<proto::bus::NetworkDomain(
+    std::uint8_t max_depth, Addresses const& visited, std::chrono::milliseconds timeout)>;
 
 /// The way between two hubs. Forwarders share it with whoever made it, who closes it before either
 /// hub goes: from then on nothing crosses, and nobody is on the way.
@@ -35,6 +40,8 @@ public:
     /// Takes frames that `from` receives to `to`, where they enter as if received there. Whoever
     /// sent one is then reached from that side.
     RouteForward forwarder(Hub& from, Hub& to);
+    /// Asks `to` for the map of its side.
+    NetworkSource map_of(Hub& to);
     /// A route of `other` to an address on the side of `here`, unless it has one, or the address is
     /// on its own side.
     void add_route(Hub& here, Hub& other, std::uint32_t address);
@@ -44,7 +51,7 @@ private:
     std::atomic<std::size_t> routes_{0};
 };
 
-/// Routes between the domains of the two.
+/// Routes between the domains of the two; each is the far side of the other.
 void bridge_hubs(Hub& local, Hub& remote,
                  std::shared_ptr<Crossing> const& crossing = std::make_shared<Crossing>());
 
