@@ -1,8 +1,7 @@
 #pragma once
 
-#include "tests/support/bus_nodes.hpp"
-
 #include "proto/bus/network_map.hpp"
+#include "tests/support/bus_nodes.hpp"
 
 #include <optional>
 #include <string>
@@ -27,19 +26,13 @@ inline bool wait_until_known(bus::Hub const& hub, std::uint32_t address) {
                       std::to_string(address) + " is known");
 }
 
-/// The map with which one node answers, told whom to ask.
+/// The map with which one node answers.
 inline std::optional<proto::bus::NetworkDomain>
 ask(bus::Hub& asker, std::uint32_t address, proto::bus::DiscoverNetworkRequest const& question) {
-    std::vector<bus::RequestReply> replies;
-    wait_until(
-        [&] {
-            replies =
-                asker.request_to_and_collect(address, K_MAP_TOPIC, question.build(), K_COLLECT);
-            return !replies.empty();
-        },
-        "an answer has come");
-    return replies.empty() ? std::nullopt
-                           : proto::bus::decode_network_domain(replies.front().payload);
+    constexpr std::uint32_t K_CLIENT = 9999;
+    auto const client = asker.connect(K_CLIENT, proto::bus::make_identity("asking", "b", 1));
+    auto const reply = client->request_to(address, K_MAP_TOPIC, question.build(), K_LONG);
+    return reply ? proto::bus::decode_network_domain(*reply) : std::nullopt;
 }
 
 } // namespace tessaron::test
