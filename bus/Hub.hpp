@@ -9,6 +9,7 @@
 #include "bus/LastEventFilter.hpp"
 #include "bus/LocalClientRegistry.hpp"
 #include "bus/NetworkMapCache.hpp"
+#include "bus/NetworkSource.hpp"
 #include "bus/PendingRequestTracker.hpp"
 #include "bus/RequestWorker.hpp"
 #include "bus/RoutingTable.hpp"
@@ -145,9 +146,7 @@ public:
     proto::bus::NetworkDomain discover_network_impl(std::uint8_t max_depth,
                                                     std::vector<std::uint32_t> visited,
                                                     Milliseconds timeout, bool came_across);
-    /// The other side of a gateway: is asked by `discover_network_impl`, on its thread.
-    using NetworkSource = std::function<proto::bus::NetworkDomain(
-        std::uint8_t max_depth, std::vector<std::uint32_t> const& visited, Milliseconds timeout)>;
+    /// Asked by `discover_network_impl`, on its thread.
     void add_far_side(NetworkSource source) TESSARON_EXCLUDES(far_sides_mutex_);
 
     // --- The last messages that this node sent or received, each of them once and whole.

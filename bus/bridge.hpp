@@ -1,14 +1,12 @@
 #pragma once
 
 #include "bus/CallGate.hpp"
+#include "bus/NetworkSource.hpp"
 #include "bus/RoutingTable.hpp"
-#include "proto/bus/network_map.hpp"
 
 #include <atomic>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -20,8 +18,6 @@ namespace tessaron::bus {
 class Hub;
 
 using Addresses = std::vector<std::uint32_t>;
-using NetworkSource = std::function<proto::bus::NetworkDomain(
-    std::uint8_t max_depth, Addresses const& visited, std::chrono::milliseconds timeout)>;
 
 /// The way between two hubs. Forwarders share it with whoever made it, who closes it before either
 /// hub goes: from then on nothing crosses, and nobody is on the way.
