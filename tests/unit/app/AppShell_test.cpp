@@ -238,7 +238,8 @@ TEST_F(AppShellTest, TheLockIsHeldForAsLongAsTheShellLives) {
         WaitingApp app(*context_);
         EXPECT_THROW(AppContext(store_, 0, nullptr), AlreadyRunningError);
     }
-    EXPECT_NO_THROW(AppContext(store_, 0, nullptr));
+    context_.reset(); // Two at a time would share the buffers of the process's one node.
+    EXPECT_NO_THROW(context_.emplace(store_, 0, nullptr));
 }
 
 TEST_F(AppShellTest, LinesLoggedDuringStartReachTheFile) {
