@@ -1,12 +1,14 @@
 #include "bus/BusWire.hpp"
 
 #include "libraries/crc/crcFast/CrcFast.hpp"
+#include "libraries/vocabulary/Mutex.hpp"
 #include "proto/ProtocolEndpoint.hpp"
 #include "proto/bus/bus_frame.hpp"
 
 #include <atomic>
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace tessaron::bus {
 
@@ -61,6 +63,17 @@ void read_options(std::vector<unsigned char> const& field, WireFrame& frame) {
         OptionsField::get_field_from<OPTION_UNCOMPRESSED_SIZE>(stored).value_or(0);
 }
 
+/// What tells the frames of a node from all others'.
+std::vector<proto::interface::ByteAt> frames_from(std::uint32_t address) {
+    std::vector<proto::interface::ByteAt> bytes;
+    for (unsigned char const byte : proto::bus::BUS_PREFIX) {
+        bytes.push_back({bytes.size(), byte});
+    }
+    bytes.push_back({proto::bus::K_SOURCE_OFFSET, static_cast<unsigned char>(address)});
+    bytes.push_back({proto::bus::K_SOURCE_OFFSET + 1, static_cast<unsigned char>(address >> 8)});
+    return bytes;
+}
+
 ReceivedFrame received_frame(FrameEndpoint::Frame&& named) {
     using proto::meta::get_named;
     ReceivedFrame received;
@@ -84,8 +97,32 @@ class BusWire::Endpoint {
 public:
     Endpoint(Buffer rx, Buffer tx) : frames(false, {rx}, {tx}) {}
 
+    /// Its frames need not come in, now and from later interfaces.
+    void set_unwanted(std::vector<proto::interface::ByteAt> bytes) TESSARON_EXCLUDES(mutex_) {
+        MutexLock const lock(mutex_);
+        unwanted_ = std::move(bytes);
+        if (rx_interface_ != nullptr) {
+            rx_interface_->set_unwanted(unwanted_);
+        }
+    }
+    void set_rx_interface(proto::interface::IInterface* rx) TESSARON_EXCLUDES(mutex_) {
+        MutexLock const lock(mutex_);
+        if (rx_interface_ != nullptr) {
+            rx_interface_->set_unwanted({});
+        }
+        rx_interface_ = rx;
+        if (rx_interface_ != nullptr) {
+            rx_interface_->set_unwanted(unwanted_);
+        }
+    }
+
     std::atomic<proto::interface::IInterface*> tx_interface{nullptr};
     FrameEndpoint frames;
+
+private:
+    Mutex mutex_; ///< The transport's are taken under it.
+    proto::interface::IInterface* rx_interface_ TESSARON_GUARDED_BY(mutex_) = nullptr;
+    std::vector<proto::interface::ByteAt> unwanted_ TESSARON_GUARDED_BY(mutex_);
 };
 
 BusWire::BusWire(Buffer rx, Buffer tx, Receiver receiver)
@@ -93,16 +130,27 @@ BusWire::BusWire(Buffer rx, Buffer tx, Receiver receiver)
     endpoint_->frames.set_receive_callback(
         [receiver = std::move(receiver)](FrameEndpoint::Frame&& named) {
             receiver(received_frame(std::move(named)));
-        });
+        },
+        proto::HandlerPace::TOLD);
 }
 
 BusWire::~BusWire() {
     stop();
 }
 
+BusWire::Slow::Slow(BusWire const& wire) : wire_(wire) {
+    wire_.endpoint_->frames.begin_slow();
+}
+
+BusWire::Slow::~Slow() {
+    wire_.endpoint_->frames.end_slow();
+}
+
 void BusWire::set_interfaces(proto::interface::IInterface& rx, proto::interface::IInterface& tx) {
+    endpoint_->set_rx_interface(nullptr);
     endpoint_->tx_interface = &tx;
     endpoint_->frames.set_interfaces(rx, tx);
+    endpoint_->set_rx_interface(&rx);
 }
 
 void BusWire::set_channel(std::uint16_t stamp, std::uint16_t accept_high) {
@@ -112,9 +160,11 @@ void BusWire::set_channel(std::uint16_t stamp, std::uint16_t accept_high) {
 
 void BusWire::set_source(std::uint32_t address) {
     endpoint_->frames.set_source_match_value(address);
+    endpoint_->set_unwanted(frames_from(address));
 }
 
 void BusWire::set_contested_source(std::uint32_t address) {
+    endpoint_->set_unwanted({});
     endpoint_->frames.set_sent_source_value(address);
 }
 
@@ -150,6 +200,7 @@ void BusWire::end_burst() {
 }
 
 void BusWire::stop() {
+    endpoint_->set_rx_interface(nullptr);
     endpoint_->frames.stop();
 }
 

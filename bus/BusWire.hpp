@@ -33,6 +33,7 @@ public:
     /// Sent in every frame; received ones of any other are handed out like the rest.
     static constexpr std::uint8_t K_PROTOCOL_VERSION = 2;
 
+    /// The receiver is quick, but for what it does within a `Slow`; see `proto::FrameQueue`.
     BusWire(Buffer rx, Buffer tx, Receiver receiver);
     ~BusWire();
     BusWire(BusWire const&) = delete;
@@ -59,6 +60,18 @@ public:
 
     /// Returns when no receiver is running and none will.
     void stop();
+
+    /// What the receiver does while this lives may take as long as it likes.
+    class Slow {
+    public:
+        explicit Slow(BusWire const& wire);
+        ~Slow();
+        Slow(Slow const&) = delete;
+        Slow& operator=(Slow const&) = delete;
+
+    private:
+        BusWire const& wire_;
+    };
 
 private:
     class Endpoint; ///< Keeps the frame's templates out of every file that includes this one.

@@ -3,6 +3,7 @@
 #include "bus/identity_text.hpp"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 namespace tessaron::bus {
@@ -14,14 +15,50 @@ bool hosts(DiscoveredDevice const& device, std::uint32_t address) {
                        [address](auto const& module) { return module.address == address; });
 }
 
+std::size_t size_of(std::string const& text) {
+    return sizeof(text) + text.size();
+}
+
+std::size_t size_of(proto::bus::TopicParam const& param) {
+    return sizeof(param) + param.name.size() + param.text.size();
+}
+
+template <typename Entry>
+std::size_t size_of(std::vector<Entry> const& entries);
+
+std::size_t size_of(proto::bus::TopicDescription const& topic) {
+    return sizeof(topic) + topic.name.size() + topic.description.size() + size_of(topic.params);
+}
+
+std::size_t size_of(proto::bus::HostedModuleInfo const& module) {
+    return sizeof(module) + module.name.size() + size_of(module.topics);
+}
+
+template <typename Entry>
+std::size_t size_of(std::vector<Entry> const& entries) {
+    return std::accumulate(
+        entries.begin(), entries.end(), std::size_t{0},
+        [](std::size_t sum, Entry const& entry) { return sum + size_of(entry); });
+}
+
+/// About what a record takes: most of all its lists, whose entries take more room here than on the
+/// wire.
+std::size_t size_of(DiscoveredDevice const& device) {
+    return sizeof(device) + size_of(device.publications) + size_of(device.subscriptions) +
+           size_of(device.roles) + size_of(device.hosted_modules);
+}
+
 } // namespace
 
 void DeviceRegistry::upsert(std::uint32_t address, DiscoveredDevice device) {
+    std::size_t const size = size_of(device);
     MutexLock lock(mutex_);
-    if (!devices_.contains(address)) {
-        make_room_locked();
+    if (auto const earlier = devices_.find(address); earlier != devices_.end()) {
+        forget_locked(earlier);
     }
-    devices_.insert_or_assign(address, std::move(device));
+    make_room_locked(size);
+    devices_.emplace(address, std::move(device));
+    held_ += size;
 }
 
 std::optional<DiscoveredDevice> DeviceRegistry::find(std::uint32_t address) const {
@@ -58,14 +95,24 @@ std::unordered_map<std::uint32_t, DiscoveredDevice> DeviceRegistry::snapshot() c
     return devices_;
 }
 
-void DeviceRegistry::make_room_locked() {
-    if (devices_.size() < K_MAX_DEVICES) {
-        return;
+std::size_t DeviceRegistry::held_size() const {
+    MutexLock lock(mutex_);
+    return held_;
+}
+
+void DeviceRegistry::make_room_locked(std::size_t size) {
+    while (!devices_.empty() &&
+           (devices_.size() >= K_MAX_DEVICES || held_ + size > K_MAX_HELD_SIZE)) {
+        forget_locked(
+            std::min_element(devices_.begin(), devices_.end(), [](auto const& a, auto const& b) {
+                return a.second.last_seen < b.second.last_seen;
+            }));
     }
-    devices_.erase(
-        std::min_element(devices_.begin(), devices_.end(), [](auto const& a, auto const& b) {
-            return a.second.last_seen < b.second.last_seen;
-        }));
+}
+
+void DeviceRegistry::forget_locked(Devices::iterator device) {
+    held_ -= size_of(device->second);
+    devices_.erase(device);
 }
 
 } // namespace tessaron::bus

@@ -33,7 +33,9 @@ struct DiscoveredDevice {
 /// The peers that have been heard, by address.
 ///
 /// Nobody says goodbye on the bus, so nothing is removed for its age. A full registry gives up the
-/// peer that has been silent for longest when a new one is heard.
+/// peers that have been silent for longest when one is heard: there may be no more than
+/// `K_MAX_DEVICES`, and, since a peer may tell a mebibyte of itself, no more than `K_MAX_HELD_SIZE`
+/// bytes about all of them.
 ///
 /// Ownership: records are copied in and out.
 /// Thread safety: safe from any thread; one internal lock.
@@ -41,6 +43,7 @@ struct DiscoveredDevice {
 class DeviceRegistry {
 public:
     static constexpr std::size_t K_MAX_DEVICES = 4096;
+    static constexpr std::size_t K_MAX_HELD_SIZE = std::size_t{64} * 1024 * 1024;
 
     /// Replaces the whole record.
     void upsert(std::uint32_t address, DiscoveredDevice device) TESSARON_EXCLUDES(mutex_);
@@ -55,12 +58,18 @@ public:
     /// Whether a peer has exactly this display name.
     bool has_name(std::string_view name) const TESSARON_EXCLUDES(mutex_);
     std::unordered_map<std::uint32_t, DiscoveredDevice> snapshot() const TESSARON_EXCLUDES(mutex_);
+    /// As `K_MAX_HELD_SIZE` counts.
+    std::size_t held_size() const TESSARON_EXCLUDES(mutex_);
 
 private:
-    void make_room_locked() TESSARON_REQUIRES(mutex_);
+    using Devices = std::unordered_map<std::uint32_t, DiscoveredDevice>;
+
+    void make_room_locked(std::size_t size) TESSARON_REQUIRES(mutex_);
+    void forget_locked(Devices::iterator device) TESSARON_REQUIRES(mutex_);
 
     mutable Mutex mutex_;
-    std::unordered_map<std::uint32_t, DiscoveredDevice> devices_ TESSARON_GUARDED_BY(mutex_);
+    Devices devices_ TESSARON_GUARDED_BY(mutex_);
+    std::size_t held_ TESSARON_GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace tessaron::bus

@@ -68,6 +68,7 @@ void Hub::emit_warning(std::string const& text) const {
         sink = warning_sink_;
     }
     if (sink) {
+        BusWire::Slow const slow(wire_);
         sink(text);
     }
 }

@@ -101,6 +101,7 @@ bool Hub::deliver_to_local_clients(WireFrame const& message, Bytes const& payloa
     frame.return_route = return_route;
     frame.topic_id = message.topic_id;
     frame.topic = topic;
+    BusWire::Slow const slow(wire_); // Handlers of events are called at once.
     for (std::size_t i = 0; i + 1 < clients.size(); ++i) {
         clients[i].second->push(frame);
     }

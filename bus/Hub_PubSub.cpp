@@ -155,6 +155,7 @@ void Hub::dispatch_event_handlers(Origin const& origin, std::uint32_t msg_id,
 
 void Hub::run_event_handler(PatternHandler const& handler, std::string const& name,
                             Bytes const& payload, Origin const& origin) const {
+    BusWire::Slow const slow(wire_);
     try {
         handler(name, payload, origin);
     } catch (std::exception const& error) {

@@ -149,6 +149,7 @@ std::size_t Hub::forward_frame(WireFrame const& frame) {
     }
     WireFrame next = frame;
     --next.ttl;
+    BusWire::Slow const slow(wire_); // The other transport may be.
     route->forward(route->via, next);
     return frame.data.size();
 }

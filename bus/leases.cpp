@@ -1,5 +1,6 @@
 #include "bus/leases.hpp"
 
+#include "bus/TopicRegistry.hpp"
 #include "proto/bus/topic_match.hpp"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ void upsert_lease(LeaseTable& leases, std::string const& topic, std::uint32_t ad
         first, last, [&](auto const& lease) { return lease.second.address == address; });
     if (found != last) {
         found->second.renewed = now;
-    } else if (leases.size() < K_MAX_LEASES) {
+    } else if (leases.size() < K_MAX_LEASES && topic.size() <= TopicRegistry::K_MAX_NAME_SIZE) {
         leases.emplace(topic, LeaseEntry{address, now});
     }
 }

@@ -20,8 +20,9 @@ struct LeaseEntry {
 /// Thread safety: one thread at a time, the caller's duty.
 using LeaseTable = std::multimap<std::string, LeaseEntry>;
 
-/// A full table takes no new leases, and still renews those that it has: peers name topics as they
-/// like, and must not fill the memory with them.
+/// A full table takes no new leases, and still renews those that it has; none is taken for a topic
+/// whose name is too long for the `TopicRegistry`. Peers name topics as they like, and must not
+/// fill the memory with them.
 inline constexpr std::size_t K_MAX_LEASES = 65536;
 
 /// Renews the lease of the topic and address, or adds one.

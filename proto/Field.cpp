@@ -64,6 +64,28 @@ Field::Taken Field::take(Bytes chunk) {
     return {complete ? MatchStatus::Match : MatchStatus::Incomplete, count};
 }
 
+unsigned long Field::count_before_constant(Bytes chunk) const {
+    if (declaration_.constant == nullptr) {
+        return 0;
+    }
+    unsigned long skipped = 0;
+    while (skipped < chunk.size()) {
+        Bytes const rest = chunk.subspan(skipped);
+        auto const* const first = static_cast<unsigned char const*>(
+            std::memchr(rest.data(), declaration_.constant[0], rest.size()));
+        if (first == nullptr) {
+            return chunk.size();
+        }
+        skipped = static_cast<unsigned long>(first - chunk.data());
+        unsigned long const count = std::min<unsigned long>(size_, chunk.size() - skipped);
+        if (std::memcmp(declaration_.constant, first, count) == 0) {
+            return skipped;
+        }
+        ++skipped;
+    }
+    return skipped;
+}
+
 void Field::store(Bytes part) {
     if (has(FieldFlags::ByteSwapped)) {
         unsigned char* const place = begin() + (get_size() - read_ - part.size());

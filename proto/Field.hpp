@@ -68,6 +68,9 @@ public:
     /// Receives from the front of `chunk`, which is not empty, what the field still lacks. A
     /// constant that differs uses up one byte.
     Taken take(tessaron::CustomSpan<unsigned char> chunk);
+    /// How many bytes at the front of `chunk` cannot be where the constant begins, in one go: the
+    /// rest of a frame that is not to be received may be long. 0 for a field without a constant.
+    unsigned long count_before_constant(tessaron::CustomSpan<unsigned char> chunk) const;
     /// The bytes of the field that were received. A check may give surplus ones back.
     unsigned long read() const noexcept { return read_; }
     void set_read(unsigned long count) noexcept { read_ = count; }

@@ -3,9 +3,9 @@
 #include "app/utilities/start_thread.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -14,19 +14,21 @@
 
 namespace proto {
 
+/// How long the handler of a `FrameQueue` may take.
+enum class HandlerPace : std::uint8_t {
+    UNKNOWN, ///< As long as it likes, at any time.
+    TOLD,    ///< As long as it likes within a `FrameQueue::Slow`; what it does besides is short.
+};
+
 /// Hands frames from the transport's reader to a worker of its own, which calls one handler, one
 /// frame at a time, in order. It holds `K_MAX_QUEUE` frames besides those that the worker has
 /// taken; one more, and the oldest is lost.
 ///
-/// A slow handler costs frames; a worker that merely has not run yet must not. So a reader that
-/// finds the queue full gives way first:
-/// - While the worker waits, or has been notified and not been scheduled yet, the reader waits
-/// until
-///   it has taken the frames. No handler is in this way: the worker takes them before it calls one.
-/// - While the worker is among the handlers, whether one is slow or the system lets another thread
-///   run, cannot be told. The reader's patience with that is short, and is one for all its waits
-///   until the worker has caught up, that is, has come to an empty queue. A handler that is slow
-///   for good is therefore waited for once and never again.
+/// A slow handler costs frames, and never holds up the reader; a worker that merely has not run yet
+/// must not cost any. So a reader that finds the queue full gives way first
+/// - while the worker waits, or has been notified and not been scheduled yet: it takes the frames
+///   before it calls a handler;
+/// - while a handler that tells its pace is not in a slow part: it is through soon.
 ///
 /// Thread safety: safe from any thread; one internal lock, never held while the handler runs.
 /// Errors: an exception out of the handler ends the process.
@@ -35,10 +37,10 @@ class FrameQueue {
 public:
     using Handler = std::function<void(Frame&&)>;
     static constexpr std::size_t K_MAX_QUEUE = 100;
-    static constexpr std::chrono::milliseconds K_PATIENCE{20};
+    /// A worker that sleeps is woken for so many frames, whatever is to come.
+    static constexpr std::size_t K_MAX_BATCH = 16;
 
-    explicit FrameQueue(std::chrono::nanoseconds patience = K_PATIENCE)
-        : full_patience_(patience), patience_(patience) {
+    FrameQueue() {
         worker_ = tessaron::start_thread("frame-worker", [this] { run(); });
     }
     ~FrameQueue() { stop(); }
@@ -47,13 +49,21 @@ public:
 
     /// Replaces the handler, from the next frames that the worker takes on. Without one they are
     /// dropped.
-    void set_handler(Handler handler) TESSARON_EXCLUDES(mutex_) {
-        auto shared = std::make_shared<Handler const>(std::move(handler));
+    void set_handler(Handler handler, HandlerPace pace = HandlerPace::UNKNOWN)
+        TESSARON_EXCLUDES(mutex_) {
+        auto shared = std::make_shared<PacedHandler const>(std::move(handler), pace);
         tessaron::MutexLock const lock(mutex_);
         handler_.swap(shared); // The former one goes when the lock is free again, or later.
     }
 
-    void push(Frame&& frame) TESSARON_EXCLUDES(mutex_) {
+    /// What the handler does from here to `end_slow` may take as long as it likes. May be nested;
+    /// without a meaning on other threads than the worker.
+    void begin_slow() TESSARON_EXCLUDES(mutex_) { change_slow_depth(1); }
+    void end_slow() TESSARON_EXCLUDES(mutex_) { change_slow_depth(-1); }
+
+    /// `has_more`: `push` or `wake` is to be called again at once, so the worker need not be woken
+    /// for this frame alone.
+    void push(Frame&& frame, bool has_more = false) TESSARON_EXCLUDES(mutex_) {
         tessaron::MutexLock lock(mutex_);
         if (frames_.size() >= K_MAX_QUEUE) {
             give_way_locked(lock);
@@ -62,9 +72,19 @@ public:
         if (frames_.size() > K_MAX_QUEUE) {
             frames_.pop_front();
         }
-        bool const is_idle = is_idle_;
+        bool const is_waking = is_idle_ && (!has_more || frames_.size() >= K_MAX_BATCH);
         lock.unlock();
-        if (is_idle) {
+        if (is_waking) {
+            queue_ready_.notify_one();
+        }
+    }
+
+    /// Ends what `push` began with more to come.
+    void wake() TESSARON_EXCLUDES(mutex_) {
+        tessaron::MutexLock lock(mutex_);
+        bool const is_waking = is_idle_ && !frames_.empty();
+        lock.unlock();
+        if (is_waking) {
             queue_ready_.notify_one();
         }
     }
@@ -74,7 +94,7 @@ public:
         tessaron::MutexLock const lock(mutex_);
         running_ = false;
         queue_ready_.notify_all();
-        taken_.notify_all();
+        may_go_on_.notify_all();
     }
 
     /// Returns when the worker has ended; frames that it had not taken are lost. Not from the
@@ -87,19 +107,26 @@ public:
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
+    struct PacedHandler {
+        Handler call;
+        HandlerPace pace;
+    };
+
+    void change_slow_depth(int change) TESSARON_EXCLUDES(mutex_) {
+        if (std::this_thread::get_id() != worker_.get_id()) {
+            return;
+        }
+        tessaron::MutexLock const lock(mutex_);
+        slow_depth_ += change;
+        if (slow_depth_ > 0) {
+            may_go_on_.notify_all();
+        }
+    }
 
     void give_way_locked(tessaron::MutexLock& lock) TESSARON_REQUIRES(mutex_) {
-        auto const has_room = [this]() TESSARON_REQUIRES(mutex_) {
-            return frames_.size() < K_MAX_QUEUE || !running_;
-        };
-        if (!is_delivering_) {
-            taken_.wait(lock.native(), has_room);
-        } else if (patience_ > Clock::duration::zero()) {
-            auto const begin = Clock::now();
-            taken_.wait_until(lock.native(), begin + patience_, has_room);
-            patience_ -= Clock::now() - begin;
-        }
+        may_go_on_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
+            return frames_.size() < K_MAX_QUEUE || !running_ || slow_depth_ > 0;
+        });
     }
 
     void run() TESSARON_EXCLUDES(mutex_) {
@@ -111,25 +138,23 @@ private:
                 return;
             }
             taken.swap(frames_);
-            is_delivering_ = true;
             auto const handler = handler_;
+            bool const is_slow = handler != nullptr && handler->pace == HandlerPace::UNKNOWN;
+            slow_depth_ = is_slow ? 1 : 0;
             lock.unlock();
-            taken_.notify_all();
-            if (handler != nullptr && *handler) {
+            may_go_on_.notify_all();
+            if (handler != nullptr && handler->call) {
                 for (Frame& frame : taken) {
-                    (*handler)(std::move(frame));
+                    handler->call(std::move(frame));
                 }
             }
             taken.clear();
             lock.lock();
-            is_delivering_ = false;
+            slow_depth_ = 0;
         }
     }
 
     void wait_for_frames_locked(tessaron::MutexLock& lock) TESSARON_REQUIRES(mutex_) {
-        if (frames_.empty()) {
-            patience_ = full_patience_;
-        }
         is_idle_ = true;
         queue_ready_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
             return !running_ || !frames_.empty();
@@ -137,16 +162,14 @@ private:
         is_idle_ = false;
     }
 
-    std::chrono::nanoseconds const full_patience_;
     tessaron::Mutex mutex_;
     std::condition_variable queue_ready_; ///< There are frames, or an end.
-    std::condition_variable taken_;       ///< The worker has taken the frames, or ends.
+    std::condition_variable may_go_on_;   ///< A reader that gives way need not any more.
     std::deque<Frame> frames_ TESSARON_GUARDED_BY(mutex_);
-    std::shared_ptr<Handler const> handler_ TESSARON_GUARDED_BY(mutex_);
+    std::shared_ptr<PacedHandler const> handler_ TESSARON_GUARDED_BY(mutex_);
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;
     bool is_idle_ TESSARON_GUARDED_BY(mutex_) = false;
-    bool is_delivering_ TESSARON_GUARDED_BY(mutex_) = false;
-    std::chrono::nanoseconds patience_ TESSARON_GUARDED_BY(mutex_);
+    int slow_depth_ TESSARON_GUARDED_BY(mutex_) = 0; ///< Above 0: the worker may take long.
     std::thread worker_;
 };
 

@@ -60,12 +60,25 @@ public:
         }
         rx_.reset(); // What another stream has left half read is nothing to this one.
         rx_interface_ = &rx;
-        byte_callback_ =
-            rx.add_receive_callback([this](tessaron::CustomSpan<unsigned char> bytes,
-                                           unsigned long& used) { rx_.fill(bytes, used); });
+        byte_callback_ = rx.add_receive_callback(
+            [this](tessaron::CustomSpan<unsigned char> bytes, unsigned long& used) {
+                if (rx_interface_->keeps_boundaries()) {
+                    rx_.give_up_unfinished();
+                }
+                rx_.fill(bytes, used);
+                if (!rx_interface_->has_more_for_receivers()) {
+                    queue_.wake();
+                }
+            });
     }
 
-    void set_receive_callback(ReceiveCallback callback) { queue_.set_handler(std::move(callback)); }
+    void set_receive_callback(ReceiveCallback callback, HandlerPace pace = HandlerPace::UNKNOWN) {
+        queue_.set_handler(std::move(callback), pace);
+    }
+
+    /// See `FrameQueue`.
+    void begin_slow() { queue_.begin_slow(); }
+    void end_slow() { queue_.end_slow(); }
 
     /// Sends a frame with the values of these `FieldInfo`s, and returns its size, 0 if there can be
     /// no such frame. Frames of several senders do not mix.
@@ -125,7 +138,7 @@ private:
             detail::print_packet_received();
             rx_.for_each_type([](auto const& field) { field.print(); });
         }
-        queue_.push(rx_.get_named_copies());
+        queue_.push(rx_.get_named_copies(), true); // The worker is woken for all that came.
     }
 
     void let_go_of_interface() {

@@ -54,6 +54,14 @@ public:
         return shared;
     }
 
+    /// What comes next is the start of a frame, or of none: half a frame, or bytes that began like
+    /// one, must not take the next one with them.
+    void give_up_unfinished() {
+        if (this->index_ != 0 || this->place(0).read() > 0) {
+            this->reset();
+        }
+    }
+
     /// Feeds a chunk, and adds to `consumed` what was used of it: all.
     void fill(Bytes const& chunk, unsigned long& consumed) {
         Bytes rest = chunk;
@@ -69,6 +77,12 @@ private:
     unsigned long step(Bytes chunk) {
         Field& field = this->place(this->index_);
         bool const is_resumed = field.read() > 0;
+        if (this->index_ == 0 && !is_resumed) {
+            unsigned long const skipped = field.count_before_constant(chunk);
+            if (skipped > 0) {
+                return skipped;
+            }
+        }
         auto const [status, used] = receive(field, chunk);
         switch (status) {
         case MatchStatus::Incomplete:

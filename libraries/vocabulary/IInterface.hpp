@@ -3,12 +3,20 @@
 #include "libraries/vocabulary/CustomSpan.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <vector>
 
 namespace proto::interface {
+
+/// A byte that what is received has at a place.
+struct ByteAt {
+    std::size_t offset;
+    unsigned char value;
+};
 
 /// A transport: moves bytes and knows nothing of frames, save that it may be told where one begins
 /// and ends.
@@ -47,6 +55,20 @@ public:
     virtual void begin_burst() {}
     virtual void end_burst() {}
 
+    /// Whether what is handed to the receivers at once is what was sent at once, as a datagram is,
+    /// and not a piece of a stream: nothing goes on in the next one.
+    virtual bool keeps_boundaries() const noexcept { return false; }
+
+    /// Whether more is about to be handed to the receivers, without a wait: they may put off what
+    /// is to be done once for all of it. Only from a receiver; the last of the calls always says
+    /// no.
+    bool has_more_for_receivers() const noexcept { return has_more_; }
+
+    /// What begins with a frame that has all of these bytes is nothing to the receiver that says
+    /// so. A transport may leave it out as long as there is no other receiver. Empty: nothing may
+    /// be left out. The receiver takes it back before it lets go of its pointer.
+    virtual void set_unwanted(std::vector<ByteAt> const& /*bytes*/) {}
+
     /// Returns when no call to a receiver is under way any more that began before: one that has let
     /// go of its pointer may then go itself. Never from a receiver.
     void wait_for_callbacks();
@@ -54,12 +76,18 @@ public:
     char const* name() const noexcept { return name_; }
 
 protected:
-    /// Hands the bytes to all receivers that are still there, the last added first.
-    void notify_receivers(tessaron::CustomSpan<unsigned char> bytes);
+    /// Hands the bytes to all receivers that are still there, the last added first. `has_more`: the
+    /// same thread is to call again at once.
+    void notify_receivers(tessaron::CustomSpan<unsigned char> bytes, bool has_more = false);
+
+    /// Those that have gone count until the next call.
+    std::size_t receiver_count() const noexcept { return receiver_count_; }
 
 private:
     char const* const name_;
     tessaron::Mutex callbacks_mutex_;
+    std::atomic<std::size_t> receiver_count_{0};
+    bool has_more_ = false; ///< Changes under `callbacks_mutex_`, which callbacks run under.
     std::vector<std::weak_ptr<ReceiveCallback>> callbacks_ TESSARON_GUARDED_BY(callbacks_mutex_);
 };
 

@@ -31,6 +31,9 @@ namespace proto::bus {
 
 inline constexpr unsigned char BUS_PREFIX[] = {0xB0, 0x55, 0xB0, 0x55};
 
+/// Where a frame's source stands; see above.
+inline constexpr unsigned long K_SOURCE_OFFSET = 8;
+
 /// The largest frame, and so the size of a buffer that holds one.
 inline constexpr unsigned long MAX_PAYLOAD_SIZE = 4096;
 

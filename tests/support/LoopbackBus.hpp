@@ -39,6 +39,7 @@ public:
         bool open() override { return true; }
         bool close() override { return true; }
         long read(unsigned char*, unsigned long) override { return -1; }
+        bool keeps_boundaries() const noexcept override { return true; }
         void begin_burst() override { ++begun_bursts; }
         void end_burst() override { ++ended_bursts; }
         void deliver(Datagram& datagram) { notify_receivers({datagram.data(), datagram.size()}); }

@@ -1,15 +1,36 @@
 """A node of the tests' own on the bus: it speaks datagrams, and nothing of the program is in it."""
 import dataclasses
+import pathlib
 import select
 import socket
 import struct
 import time
 
 from bus_wire import Frame, Reassembler, WireError, frames_of
-from programs import DEADLINE
+from programs import DEADLINE, wait_until
 
 GROUP = "239.255.19.35"
 PORT = 47765
+FRAMES_AT_ONCE, MANY_BYTES = 32, 200_000
+
+
+SO_RCVBUFFORCE = 33
+
+
+def set_receive_buffer(of, size):
+    """Larger than anybody may ask for, where this user is allowed to."""
+    try:
+        of.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, size)
+    except PermissionError:
+        of.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, size)
+
+
+def unread_bytes(port):
+    """What waits in the fullest of the sockets of a port."""
+    lines = pathlib.Path("/proc/net/udp").read_text().splitlines()[1:]
+    columns = [line.split() for line in lines]
+    return max([int(column[4].partition(":")[2], 16) for column in columns
+                if int(column[1].partition(":")[2], 16) == port], default=0)
 
 
 class BusNode:
@@ -23,7 +44,7 @@ class BusNode:
         self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
-        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
+        set_receive_buffer(self.socket, 8 << 20)
         self.socket.bind(self.target)
         self.socket.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP,
                                struct.pack("4s4s", socket.inet_aton(group), socket.inet_aton("0.0.0.0")))
@@ -41,7 +62,13 @@ class BusNode:
     def send(self, message, compress=False):
         """A message in as many frames as it takes; its source is this node unless it has one."""
         sent = dataclasses.replace(message, source=message.source or self.address)
-        for frame in frames_of(sent, compress):
+        self.send_frames(frames_of(sent, compress))
+
+    def send_frames(self, frames):
+        """No faster than everybody hears them: what overflows a receiver's buffer would be lost."""
+        for number, frame in enumerate(frames):
+            if number % FRAMES_AT_ONCE == FRAMES_AT_ONCE - 1:
+                wait_until(lambda: unread_bytes(self.target[1]) < MANY_BYTES, "all have read what was sent")
             self.send_datagram(frame.encode())
 
     def receive(self, wanted=lambda message: True, deadline=DEADLINE):

@@ -82,8 +82,8 @@ class Identity:
     SIZE = 204
     TEXT_SIZE = 50
 
-    def encode(self):
-        texts = (to_bytes(value)[:self.TEXT_SIZE - 1] for value in (self.name, self.binary, self.group, self.extra))
+    def encode(self, longest=TEXT_SIZE - 1):
+        texts = (to_bytes(value)[:longest] for value in (self.name, self.binary, self.group, self.extra))
         return struct.pack("<50s50s50s50sI", *texts, self.version)
 
     @staticmethod

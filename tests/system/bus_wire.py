@@ -25,6 +25,8 @@ COMPRESS_ABOVE = 1024
 FRAGMENT, LAST, COMPRESSED = 1, 2, 4
 TOPIC_ID, MSG_ID, FRAG_INDEX, FRAG_FLAGS, ORIGIN, TTL, UNCOMPRESSED_SIZE = (1 << slot for slot in range(7))
 
+SLOT_SIZES = (2, 4, 2, 1, 6, 1, 4)
+
 
 class WireError(ValueError):
     """What was read is not what it should be."""
@@ -146,6 +148,17 @@ class Frame:
         if reader.left():
             raise WireError("bytes behind a frame")
         return frame
+
+
+def frame_size(stream):
+    """Of the frame that a stream of bytes begins with; 0 as long as that cannot be told."""
+    reader = Reader(stream, 10)
+    try:
+        mask = reader.u16()
+        reader.take(sum(size for slot, size in enumerate(SLOT_SIZES) if mask & 1 << slot) + 4)
+        return len(PREFIX) + reader.u16() + 4
+    except WireError:
+        return 0
 
 
 def frames_of(message, compress=False):

@@ -3,6 +3,7 @@
 Every test file runs in a sandbox of its own (scripts/run-system-tests), so a test may kill, fill and
 wipe what it likes; each test begins with empty folders.
 """
+import contextlib
 import os
 import pathlib
 import shutil
@@ -10,6 +11,7 @@ import subprocess
 
 import pytest
 
+from bus_peer import PEER, BusPeer
 from crash_log import build_stamp
 from daemon import Daemon, LOG_ROOT
 from frame_app import FRAME_LOG_ROOT, FRAME_PROGRAM, FrameApp
@@ -72,6 +74,20 @@ def fresh_machine():
     LOG_ROOT.mkdir(parents=True)
     yield
     end_leftovers()
+
+
+@pytest.fixture
+def stack():
+    """For what a test starts and ends."""
+    with contextlib.ExitStack() as stack:
+        yield stack
+
+
+@pytest.fixture
+def peer():
+    """A node of the tests' own on the bus."""
+    with BusPeer(PEER) as peer:
+        yield peer
 
 
 def killed_in_the_end(program):

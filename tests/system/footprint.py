@@ -1,6 +1,6 @@
 """What a daemon takes of the machine when nobody wants anything of it."""
 from daemon import STOPPED_BY_SIGTERM
-from processes import descriptors, memory, thread_names
+from processes import memory, open_files, thread_names
 from programs import is_sanitized, wait_until
 
 # Between two looks at the same state the allocator's free memory differs by some hundred kilobytes, over
@@ -10,7 +10,7 @@ UNEVEN = 2 << 20
 
 
 def footprint(daemon):
-    return descriptors(daemon.pid), daemon.children(), thread_names(daemon.pid)
+    return open_files(daemon.pid), daemon.children(), thread_names(daemon.pid)
 
 
 def at_rest(daemon):

@@ -30,6 +30,32 @@ def descriptors(pid):
     return sorted(os.listdir(f"/proc/{pid}/fd"), key=int)
 
 
+# The column of the inode in the kernel's tables of sockets.
+SOCKET_TABLES = {"tcp": 9, "tcp6": 9, "udp": 9, "udp6": 9, "unix": 6}
+
+
+def socket_kinds(pid):
+    """By inode, what the sockets of its network are."""
+    kinds = {}
+    for kind, column in SOCKET_TABLES.items():
+        lines = pathlib.Path(f"/proc/{pid}/net/{kind}").read_text().splitlines()[1:]
+        kinds.update((line.split()[column], kind) for line in lines)
+    return kinds
+
+
+def open_files(pid):
+    """What each of its descriptors stands for, without the numbers of descriptors, sockets and pipes:
+    one that replaces another is no other."""
+    targets = []
+    for descriptor in descriptors(pid):
+        with contextlib.suppress(FileNotFoundError):
+            targets.append(os.readlink(f"/proc/{pid}/fd/{descriptor}"))
+    kinds = socket_kinds(pid)
+    named = [target.rstrip("]").partition(":[") for target in targets]
+    return sorted({"socket": kinds.get(number, "socket"), "pipe": "pipe"}.get(kind, kind + number)
+                  for kind, _, number in named)
+
+
 def terminal_masters(pid):
     """The master sides of terminals that it holds."""
     masters = []

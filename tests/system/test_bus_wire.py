@@ -81,6 +81,15 @@ def test_a_frame_cut_anywhere_or_with_a_flipped_bit_is_refused():
         Frame.decode(encoded + b"x")
 
 
+def test_a_frames_size_is_told_by_its_beginning():
+    frame = Frame(bus_wire.EVENT, source=1, data=b"some data", msg_id=5, origin=(1, 2))
+    encoded = frame.encode()
+    head = len(encoded) - len(frame.data) - 2
+    for size in range(len(encoded)):
+        assert bus_wire.frame_size(encoded[:size]) == (len(encoded) if size >= head else 0)
+    assert bus_wire.frame_size(encoded * 2) == len(encoded)
+
+
 def test_random_frames_come_back():
     dice = random.Random(1)
     for _ in range(ROUNDS):

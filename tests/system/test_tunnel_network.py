@@ -1,42 +1,27 @@
 """A network that vanishes without a word between the daemon and its server, which stands in a
 network namespace of its own."""
 import ctypes
-import os
-import subprocess
 import threading
 import time
 
 import pytest
+from cable import HERE, THERE, Cable
+from other_network import run
 from programs import wait_until
 from tunnel_server import DATA, TunnelServer
 
-HERE, THERE = "10.77.0.1", "10.77.0.2"
 NOWHERE = "02:00:00:00:00:99"
 CLONE_NEWNET = 0x40000000
 LIMIT = 30
 
 
-def run(*command):
-    return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
-
-
-class Network:
-    """Two ends of a cable. Frames for a wrong address are lost, and nobody is told."""
+class Network(Cable):
+    """Frames for a wrong address are lost, and nobody is told."""
 
     def __init__(self):
-        self.other = subprocess.Popen(["unshare", "--net", "sleep", "1000"])
-        own = os.readlink("/proc/self/ns/net")
-        wait_until(lambda: os.readlink(f"/proc/{self.other.pid}/ns/net") != own, "there is another end")
-        run("ip", "link", "add", "near", "type", "veth", "peer", "name", "far", "netns", str(self.other.pid))
-        run("ip", "addr", "add", f"{HERE}/24", "dev", "near")
-        run("ip", "link", "set", "near", "up")
-        self.there("ip", "addr", "add", f"{THERE}/24", "dev", "far")
-        self.there("ip", "link", "set", "far", "up")
+        super().__init__()
         self.near_address = self.address_in(run("ip", "-o", "link", "show", "near"))
         self.far_address = self.address_in(self.there("ip", "-o", "link", "show", "far"))
-
-    def there(self, *command):
-        return run("nsenter", f"--net=/proc/{self.other.pid}/ns/net", *command)
 
     @staticmethod
     def address_in(text):
@@ -68,11 +53,6 @@ class Network:
         worker.start()
         worker.join()
         return made[0]
-
-    def end(self):
-        subprocess.run(["ip", "link", "del", "near"], check=False)
-        self.other.kill()
-        self.other.wait()
 
 
 @pytest.fixture

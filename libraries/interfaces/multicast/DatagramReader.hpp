@@ -23,6 +23,8 @@ public:
     /// Waits for the next datagram, which then stands in `datagram` until the next call.
     Outcome next(MulticastSocket& socket);
     tessaron::CustomSpan<unsigned char> datagram() { return {buffer_.data() + begin_, size_}; }
+    /// Whether the next one is here already.
+    bool has_more() const { return begin_ + size_ < end_; }
 
 private:
     static constexpr std::size_t K_BUFFER_SIZE = 65536;

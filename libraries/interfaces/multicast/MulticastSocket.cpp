@@ -1,6 +1,7 @@
 #include "libraries/interfaces/multicast/MulticastSocket.hpp"
 
 #include "libraries/interfaces/multicast/DatagramMessages.hpp"
+#include "libraries/interfaces/multicast/SocketFilter.hpp"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -10,6 +11,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
+#include <tuple>
 #include <utility>
 
 namespace proto::interface {
@@ -151,6 +153,17 @@ MulticastSocket::Received MulticastSocket::receive(unsigned char* buffer, std::s
         }
     }
     return received;
+}
+
+void MulticastSocket::leave_out(std::vector<ByteAt> const& unwanted) {
+    std::ignore = attach_filter(fd_.get(), unwanted); // the receivers drop it as well
+    is_leaving_out_ = true;
+}
+
+void MulticastSocket::hear_all() {
+    if (is_leaving_out_.exchange(false)) {
+        detach_filter(fd_.get());
+    }
 }
 
 void MulticastSocket::leave() {

@@ -3,6 +3,7 @@
 #include "app/utilities/file_io.hpp"
 #include "libraries/interfaces/multicast/DatagramBatch.hpp"
 #include "libraries/vocabulary/CustomSpan.hpp"
+#include "libraries/vocabulary/IInterface.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <netinet/in.h>
 #include <string>
+#include <vector>
 
 namespace proto::interface {
 
@@ -49,6 +51,12 @@ public:
     /// Waits for a datagram, or several of the same size that were sent together.
     Received receive(unsigned char* buffer, std::size_t size);
 
+    /// Has the system drop what has all of these bytes, if it can.
+    void leave_out(std::vector<ByteAt> const& unwanted);
+    void hear_all();
+    /// Whether `leave_out` was the last of the two.
+    bool is_leaving_out() const { return is_leaving_out_; }
+
     /// Gives the membership up, so that the next one to join announces it anew.
     void leave();
     /// Wakes who waits in `receive`; nothing further comes in.
@@ -71,6 +79,7 @@ private:
     /// Datagrams up to this size may be left to the system to be cut out of a larger piece; it
     /// shrinks when the system refuses, as it does for those beyond the network's packet size.
     std::atomic<std::size_t> segment_limit_{K_MAX_DATAGRAM_SIZE};
+    std::atomic<bool> is_leaving_out_{false};
 };
 
 } // namespace proto::interface

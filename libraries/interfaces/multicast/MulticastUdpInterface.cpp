@@ -181,8 +181,11 @@ long MulticastUdpInterface::read(unsigned char* buffer, unsigned long size) {
 }
 
 void MulticastUdpInterface::set_encryption_key(ChaCha20::Key const& key) {
-    MutexLock const lock(cipher_mutex_);
-    cipher_.emplace(key);
+    {
+        MutexLock const lock(cipher_mutex_);
+        cipher_.emplace(key);
+    }
+    hear_all(); // Encrypted, its bytes are others.
 }
 
 void MulticastUdpInterface::disable_encryption() {

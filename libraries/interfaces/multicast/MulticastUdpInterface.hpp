@@ -18,6 +18,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace proto::interface {
 
@@ -78,6 +79,14 @@ public:
     /// One datagram as it came, which the callbacks then do not get. -1 at the time-out.
     long read(unsigned char* buffer, unsigned long size) override TESSARON_EXCLUDES(read_mutex_);
 
+    bool keeps_boundaries() const noexcept override { return true; }
+    [[nodiscard]] std::shared_ptr<ReceiveCallback>
+    add_receive_callback(ReceiveCallback const& callback) override;
+    /// The system leaves it out, and nobody is woken for it, while datagrams come and they are not
+    /// encrypted. In silence all is heard again: a node's own datagrams show that its membership is
+    /// alive.
+    void set_unwanted(std::vector<ByteAt> const& bytes) override TESSARON_EXCLUDES(socket_mutex_);
+
     void set_encryption_key(crypto::ChaCha20::Key const& key);
     void disable_encryption();
     bool is_encryption_enabled();
@@ -103,7 +112,9 @@ private:
     bool send_batch(DatagramBatch& batch);
 
     void read_loop();
-    void deliver(Bytes datagram);
+    void deliver(Bytes datagram, bool has_more);
+    void leave_out_unwanted(MulticastSocket& socket) TESSARON_EXCLUDES(socket_mutex_);
+    void hear_all() TESSARON_EXCLUDES(socket_mutex_);
     void look_after_membership();
     void rest();
     void stamp();
@@ -119,6 +130,7 @@ private:
     std::condition_variable stopped_;
     MulticastSettings settings_ TESSARON_GUARDED_BY(socket_mutex_);
     std::shared_ptr<MulticastSocket> socket_ TESSARON_GUARDED_BY(socket_mutex_);
+    std::vector<ByteAt> unwanted_ TESSARON_GUARDED_BY(socket_mutex_);
     std::atomic<bool> running_{false}; ///< changes under `socket_mutex_`
 
     std::atomic<std::int64_t> last_rx_ms_{0};
@@ -129,7 +141,7 @@ private:
     FrameCollector frames_;
     SendBursts bursts_;
 
-    tessaron::Mutex cipher_mutex_;
+    tessaron::Mutex cipher_mutex_; ///< may be taken under `socket_mutex_`
     std::optional<crypto::ChaCha20> cipher_ TESSARON_GUARDED_BY(cipher_mutex_);
     std::mt19937 nonce_rng_ TESSARON_GUARDED_BY(cipher_mutex_);
 

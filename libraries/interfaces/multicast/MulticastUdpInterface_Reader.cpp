@@ -19,11 +19,16 @@ void MulticastUdpInterface::read_loop() {
         Outcome const outcome = socket ? reader.next(*socket) : Outcome::Error;
         if (outcome == Outcome::Datagram) {
             stamp();
-            deliver(reader.datagram());
+            if (!socket->is_leaving_out()) {
+                leave_out_unwanted(*socket);
+            }
+            deliver(reader.datagram(), reader.has_more());
             continue;
         }
         if (outcome == Outcome::Error) {
             rest();
+        } else {
+            socket->hear_all();
         }
         if (running_) {
             look_after_membership();
@@ -31,7 +36,7 @@ void MulticastUdpInterface::read_loop() {
     }
 }
 
-void MulticastUdpInterface::deliver(Bytes datagram) {
+void MulticastUdpInterface::deliver(Bytes datagram, bool has_more) {
     std::optional<ChaCha20> cipher;
     {
         MutexLock const lock(cipher_mutex_);
@@ -46,7 +51,39 @@ void MulticastUdpInterface::deliver(Bytes datagram) {
         datagram = datagram.subspan(nonce.size());
         cipher->apply_in_place(datagram.data(), datagram.size(), nonce, 0);
     }
-    notify_receivers(datagram);
+    // The next one may be dropped above, unless there is no cipher.
+    notify_receivers(datagram, has_more && !cipher);
+}
+
+std::shared_ptr<IInterface::ReceiveCallback>
+MulticastUdpInterface::add_receive_callback(ReceiveCallback const& callback) {
+    auto shared = IInterface::add_receive_callback(callback);
+    hear_all(); // What one receiver does not want another one may.
+    return shared;
+}
+
+void MulticastUdpInterface::set_unwanted(std::vector<ByteAt> const& bytes) {
+    {
+        MutexLock const lock(socket_mutex_);
+        unwanted_ = bytes;
+    }
+    hear_all();
+}
+
+void MulticastUdpInterface::leave_out_unwanted(MulticastSocket& socket) {
+    MutexLock const lock(socket_mutex_);
+    if (!unwanted_.empty() && receiver_count() == 1 && !is_encryption_enabled()) {
+        socket.leave_out(unwanted_);
+    }
+}
+
+/// From now on; who changes what may be left out does it before. The lock has one that is about to
+/// be left out be so before.
+void MulticastUdpInterface::hear_all() {
+    MutexLock const lock(socket_mutex_);
+    if (socket_) {
+        socket_->hear_all();
+    }
 }
 
 void MulticastUdpInterface::look_after_membership() {

@@ -37,6 +37,46 @@ struct WirePair {
     RawNode receiver{bus, 7};
 };
 
+/// A transport that tells what it was told may be left out, as the source that is meant.
+class LeavingOut final : public proto::interface::IInterface {
+public:
+    LeavingOut() : IInterface("leaving out") {}
+    bool write(CustomSpan<unsigned char>, std::chrono::milliseconds) override { return true; }
+    bool is_open() override { return true; }
+    bool open() override { return true; }
+    bool close() override { return true; }
+    long read(unsigned char*, unsigned long) override { return -1; }
+    void set_unwanted(std::vector<proto::interface::ByteAt> const& bytes) override {
+        Bytes frame(10);
+        for (auto const& [offset, value] : bytes) {
+            frame.at(offset) = value;
+        }
+        unwanted = bytes.empty() ? Bytes() : frame;
+    }
+
+    Bytes unwanted;
+};
+
+TEST(BusWire, LetsItsTransportLeaveOutTheFramesThatItsParserDrops) {
+    Bytes rx(8192);
+    Bytes tx(8192);
+    LeavingOut first;
+    LeavingOut second;
+    BusWire wire({rx.data(), rx.size()}, {tx.data(), tx.size()}, [](ReceivedFrame&&) {});
+    wire.set_source(0x0102);
+    wire.set_interfaces(first, first);
+    Bytes const from_0102{0xB0, 0x55, 0xB0, 0x55, 0, 0, 0, 0, 0x02, 0x01};
+    EXPECT_EQ(first.unwanted, from_0102);
+    wire.set_contested_source(0x0103); // Its own are to be heard.
+    EXPECT_EQ(first.unwanted, Bytes());
+    wire.set_source(0x0102);
+    wire.set_interfaces(second, second);
+    EXPECT_EQ(first.unwanted, Bytes());
+    EXPECT_EQ(second.unwanted, from_0102);
+    wire.stop();
+    EXPECT_EQ(second.unwanted, Bytes());
+}
+
 TEST(BusWire, DiscoveryRequestIsTheSmallestFrame) {
     WirePair pair;
     WireFrame header;

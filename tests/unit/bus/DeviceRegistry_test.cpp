@@ -93,5 +93,34 @@ TEST(DeviceRegistry, FullGivesUpTheOneThatHasBeenSilentForLongest) {
     EXPECT_EQ(devices.snapshot().size(), DeviceRegistry::K_MAX_DEVICES);
 }
 
+TEST(DeviceRegistry, HoldsNoMoreThanItsLimitHoweverMuchPeersTellOfThemselves) {
+    DeviceRegistry devices;
+    DiscoveredDevice talker = device(0, "n");
+    talker.roles = {std::string(std::size_t{4} << 20, 'x')};
+    std::uint32_t const count = 40;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        talker.address = i;
+        talker.last_seen = K_START + std::chrono::seconds(i);
+        devices.upsert(i, talker);
+        EXPECT_LE(devices.held_size(), DeviceRegistry::K_MAX_HELD_SIZE);
+    }
+    EXPECT_FALSE(devices.find(0));
+    EXPECT_TRUE(devices.find(count - 1));
+    EXPECT_TRUE(devices.find(count - 10));
+}
+
+TEST(DeviceRegistry, WhatARecordHeldIsGivenBackWhenALaterOneReplacesIt) {
+    DeviceRegistry devices;
+    devices.upsert(1, device(1, "a"));
+    std::size_t const plain = devices.held_size();
+    DiscoveredDevice talker = device(1, "a");
+    talker.roles = {std::string(5000, 'x')};
+    talker.publications = {{"topic", "description", {}, {{"param", "text"}}}};
+    devices.upsert(1, talker);
+    EXPECT_GT(devices.held_size(), plain + 5000);
+    devices.upsert(1, device(1, "a"));
+    EXPECT_EQ(devices.held_size(), plain);
+}
+
 } // namespace
 } // namespace tessaron::bus

@@ -1,5 +1,7 @@
 #include "bus/leases.hpp"
 
+#include "bus/TopicRegistry.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -50,6 +52,14 @@ TEST(Leases, EndForTheTopicsThatAPatternMatchesAndForOneAddress) {
     using Holder = std::pair<std::string, std::uint32_t>;
     EXPECT_THAT(holders(leases), testing::UnorderedElementsAre(Holder{"a.x", 2}, Holder{"a.y", 2},
                                                                Holder{"b.x", 1}, Holder{"b.x", 2}));
+}
+
+TEST(Leases, ThereAreNoneForNamesThatNobodyKeeps) {
+    LeaseTable leases;
+    upsert_lease(leases, std::string(TopicRegistry::K_MAX_NAME_SIZE + 1, 'x'), 1, K_START);
+    EXPECT_TRUE(leases.empty());
+    upsert_lease(leases, std::string(TopicRegistry::K_MAX_NAME_SIZE, 'x'), 1, K_START);
+    EXPECT_EQ(leases.size(), 1U);
 }
 
 TEST(Leases, AFullTableTakesNoNewOnesAndStillRenews) {

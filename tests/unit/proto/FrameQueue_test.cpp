@@ -16,9 +16,6 @@ namespace {
 using tessaron::test::wait_until;
 using Queue = FrameQueue<int>;
 
-constexpr std::chrono::hours K_ENDLESS_PATIENCE{1};
-constexpr std::chrono::nanoseconds K_NO_PATIENCE{0};
-
 /// Notes what the worker brings. Only the worker writes; `count` says how much may be read.
 class Received {
 public:
@@ -42,11 +39,13 @@ private:
 /// A queue whose worker is held up in the handler by frame 0.
 class BlockedQueue {
 public:
-    explicit BlockedQueue(std::chrono::nanoseconds patience = Queue::K_PATIENCE) : queue(patience) {
-        queue.set_handler([this, note = received.handler()](int&& frame) {
-            gate.pass();
-            note(std::move(frame));
-        });
+    explicit BlockedQueue(HandlerPace pace = HandlerPace::UNKNOWN) {
+        queue.set_handler(
+            [this, note = received.handler()](int&& frame) {
+                gate.pass();
+                note(std::move(frame));
+            },
+            pace);
         queue.push(0);
         gate.wait_for_visitor();
     }
@@ -64,8 +63,8 @@ std::vector<int> range(int first, int last) {
 
 TEST(FrameQueue, ABurstWithAQuickHandlerLosesNothing) {
     Received received;
-    Queue queue(K_ENDLESS_PATIENCE);
-    queue.set_handler(received.handler());
+    Queue queue;
+    queue.set_handler(received.handler(), HandlerPace::TOLD);
     for (int i = 0; i < 10'000; ++i) {
         queue.push(int{i});
     }
@@ -73,10 +72,10 @@ TEST(FrameQueue, ABurstWithAQuickHandlerLosesNothing) {
     EXPECT_EQ(received.frames(), range(0, 9'999));
 }
 
-TEST(FrameQueue, AWorkerThatHasNotRunYetLosesNothingThoughNobodyIsPatient) {
+TEST(FrameQueue, AWorkerThatHasNotRunYetLosesNothing) {
     for (int round = 0; round < 100; ++round) {
         Received received;
-        Queue queue(K_NO_PATIENCE);
+        Queue queue;
         queue.set_handler(received.handler());
         // One more than it holds, and none so far: the worker is at most about to take the first.
         for (int i = 0; i <= static_cast<int>(Queue::K_MAX_QUEUE); ++i) {
@@ -85,6 +84,41 @@ TEST(FrameQueue, AWorkerThatHasNotRunYetLosesNothingThoughNobodyIsPatient) {
         ASSERT_TRUE(received.wait_for(101));
         EXPECT_EQ(received.frames(), range(0, 100));
     }
+}
+
+TEST(FrameQueue, FramesWithMoreToComeAreDeliveredWhenTheWorkerIsWoken) {
+    Received received;
+    Queue queue;
+    queue.set_handler(received.handler());
+    for (int round = 0; round < 100; ++round) {
+        queue.push(2 * round, true);
+        queue.push(2 * round + 1, true);
+        queue.wake();
+        ASSERT_TRUE(received.wait_for(static_cast<std::size_t>(2 * round + 2)));
+    }
+    EXPECT_EQ(received.frames(), range(0, 199));
+}
+
+TEST(FrameQueue, AFullBatchDoesNotWaitForMore) {
+    Received received;
+    Queue queue;
+    queue.set_handler(received.handler());
+    for (int i = 0; i < static_cast<int>(Queue::K_MAX_BATCH); ++i) {
+        queue.push(int{i}, true);
+    }
+    ASSERT_TRUE(received.wait_for(Queue::K_MAX_BATCH));
+}
+
+TEST(FrameQueue, MoreThanItHoldsWithMoreToComeLosesNothing) {
+    Received received;
+    Queue queue;
+    queue.set_handler(received.handler(), HandlerPace::TOLD);
+    for (int i = 0; i < 10'000; ++i) {
+        queue.push(int{i}, true);
+    }
+    queue.wake();
+    ASSERT_TRUE(received.wait_for(10'000));
+    EXPECT_EQ(received.frames(), range(0, 9'999));
 }
 
 TEST(FrameQueue, With101QueuedAndTheWorkerBlockedTheOldestIsGoneAndTheNewestThere) {
@@ -99,24 +133,75 @@ TEST(FrameQueue, With101QueuedAndTheWorkerBlockedTheOldestIsGoneAndTheNewestTher
     EXPECT_EQ(blocked.received.frames(), expected);
 }
 
-TEST(FrameQueue, ABlockedHandlerDoesNotHoldUpAReaderWithoutPatience) {
-    BlockedQueue blocked(K_NO_PATIENCE);
+TEST(FrameQueue, ABlockedHandlerDoesNotHoldUpTheReader) {
+    BlockedQueue blocked;
     for (int i = 0; i < 10'000; ++i) {
         blocked.queue.push(int{i}); // If this waited for the handler, nobody would open the gate.
     }
     blocked.gate.open();
 }
 
-TEST(FrameQueue, AHandlerThatIsSlowForGoodIsWaitedForOnce) {
-    BlockedQueue blocked;
-    for (int i = 0; i < 100'000; ++i) {
-        blocked.queue.push(int{i}); // Patience with each of them would take half an hour.
+TEST(FrameQueue, AHandlerThatIsSlowWhereItSaysSoDoesNotHoldUpTheReader) {
+    Gate gate;
+    Queue queue;
+    queue.set_handler(
+        [&](int&&) {
+            queue.begin_slow();
+            queue.begin_slow();
+            queue.end_slow(); // The outer one goes on.
+            gate.pass();
+            queue.end_slow();
+        },
+        HandlerPace::TOLD);
+    queue.push(0);
+    gate.wait_for_visitor();
+    for (int i = 0; i < 10'000; ++i) {
+        queue.push(int{i});
     }
-    blocked.gate.open();
+    gate.open();
+}
+
+TEST(FrameQueue, AReaderThatGivesWayGoesOnWhenTheHandlerGetsSlow) {
+    Gate quick;
+    Gate slow;
+    Queue queue;
+    queue.set_handler(
+        [&](int&&) {
+            quick.pass();
+            queue.begin_slow();
+            slow.pass();
+            queue.end_slow();
+        },
+        HandlerPace::TOLD);
+    queue.push(0);
+    quick.wait_for_visitor();
+    std::atomic<int> pushed{0};
+    std::thread reader([&] {
+        for (int i = 0; i < 1000; ++i) {
+            queue.push(int{i});
+            ++pushed;
+        }
+    });
+    EXPECT_TRUE(wait_until([&] { return pushed == 100; }, "the queue is full"));
+    quick.open();
+    reader.join();
+    slow.open();
+}
+
+TEST(FrameQueue, OtherThreadsThanTheWorkerAreNeverSlow) {
+    Received received;
+    Queue queue;
+    queue.set_handler(received.handler(), HandlerPace::TOLD);
+    queue.begin_slow();
+    for (int i = 0; i < 10'000; ++i) {
+        queue.push(int{i});
+    }
+    queue.end_slow();
+    EXPECT_TRUE(received.wait_for(10'000));
 }
 
 TEST(FrameQueue, AStopFreesAReaderThatGivesWay) {
-    BlockedQueue blocked(K_ENDLESS_PATIENCE);
+    BlockedQueue blocked(HandlerPace::TOLD);
     std::thread reader([&blocked] {
         for (int i = 0; i < 1000; ++i) {
             blocked.queue.push(int{i});
@@ -139,7 +224,7 @@ TEST(FrameQueue, WhatTheWorkerHasNotTakenAtTheStopIsNotDelivered) {
 
 TEST(FrameQueue, WithoutAHandlerFramesAreDropped) {
     Received received;
-    Queue queue(K_ENDLESS_PATIENCE);
+    Queue queue;
     for (int i = 0; i < 1000; ++i) {
         queue.push(int{i});
     }

@@ -72,6 +72,36 @@ TEST(ProtocolEndpoint, HandsFramesToItsCallbackInTheirOrder) {
     EXPECT_THAT(node.wait_for(2), ElementsAre(frame_with({1}), frame_with({2})));
 }
 
+TEST(ProtocolEndpoint, ACutDatagramTakesNothingOfTheNextOneWithIt) {
+    Node node(1);
+    node.wire.is_datagram = true;
+    Bytes cut = frame_with({1, 2, 3}).bytes();
+    while (!cut.empty()) {
+        cut.pop_back();
+        node.wire.deliver(cut);
+        node.wire.deliver(frame_with({4}).bytes());
+    }
+    std::size_t const count = frame_with({1, 2, 3}).bytes().size();
+    EXPECT_THAT(node.wait_for(count), testing::SizeIs(count));
+    EXPECT_THAT(node.wait_for(count), testing::Each(frame_with({4})));
+}
+
+TEST(ProtocolEndpoint, ADatagramThatEndsLikeAPrefixIsNotItsBeginning) {
+    Node node(1);
+    node.wire.is_datagram = true;
+    node.wire.deliver({0, 0xB0, 0x55});
+    node.wire.deliver(frame_with({4}).bytes());
+    EXPECT_THAT(node.wait_for(1), ElementsAre(frame_with({4})));
+}
+
+TEST(ProtocolEndpoint, APieceOfAStreamGoesOnInTheNextOne) {
+    Node node(1);
+    for (unsigned char const byte : frame_with({1, 2, 3}).bytes()) {
+        node.wire.deliver({byte});
+    }
+    EXPECT_THAT(node.wait_for(1), ElementsAre(frame_with({1, 2, 3})));
+}
+
 TEST(ProtocolEndpoint, TwoOfOneTypeLiveSideBySide) {
     Node a(0x0102);
     Node b(0x0304);

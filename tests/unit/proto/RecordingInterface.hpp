@@ -37,9 +37,11 @@ public:
     }
     long read(unsigned char*, unsigned long) override { return -1; }
 
+    bool keeps_boundaries() const noexcept override { return is_datagram; }
     void deliver(Bytes bytes) { notify_receivers(span_of(bytes)); }
 
     bool accepts = true;
+    bool is_datagram = false; ///< As of the next delivery.
     int writes = 0;
     int writes_outside_of_frames = 0;
     std::chrono::milliseconds last_timeout{0};

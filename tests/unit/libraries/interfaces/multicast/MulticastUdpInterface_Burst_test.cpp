@@ -38,6 +38,22 @@ TEST_F(MulticastBurst, ArrivesAsTheDatagramsThatWereWritten) {
     expect_arrival({"aaaa", "bbbb", "cccc"});
 }
 
+TEST_F(MulticastBurst, TellsItsReceiversOfMoreToComeUntilTheLast) {
+    std::mutex mutex;
+    std::vector<bool> more;
+    auto const callback =
+        receiver_.add_receive_callback([&](Bytes /*bytes*/, unsigned long& /*used*/) {
+            std::lock_guard const lock(mutex);
+            more.push_back(receiver_.has_more_for_receivers());
+        });
+    Recorder const recorder(receiver_);
+    send_burst({"aaaa", "bbbb", "cccc"});
+    recorder.wait_for("cccc");
+    receiver_.wait_for_callbacks();
+    std::lock_guard const lock(mutex);
+    EXPECT_EQ(more, (std::vector<bool>{true, true, false}));
+}
+
 TEST_F(MulticastBurst, MayHoldFramesOfAnySizesInAnyOrder) {
     expect_arrival({"aaaa", "bbbb", "cc", "dddd", "e", "f", "gg", "hhhhhhhh", "iiii", "jjjj"});
 }
