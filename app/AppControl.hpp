@@ -59,7 +59,7 @@ public:
                                         std::int64_t milliseconds) noexcept;
     /// "detail: " and the text, as one line.
     void write_crash_detail_signal_safe(std::string_view text) noexcept;
-    /// The last messages that were logged.
+    /// The last messages that were logged or went over the bus.
     void write_crash_trace_signal_safe() noexcept;
     /// `runtime` may be null if `runtime_length` is 0.
     void record_session_end_signal_safe(char const* signal_name, char const* runtime,

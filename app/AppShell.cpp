@@ -5,6 +5,7 @@
 #include "app/ReassertGuard.hpp"
 #include "app/config_table.hpp"
 #include "app/utilities/utf8_text.hpp"
+#include "bus/Hub.hpp"
 
 #include <cassert>
 #include <cstdio>
@@ -28,10 +29,10 @@ std::atomic<AppShellBase*> AppShellBase::s_instance{nullptr};
 
 AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
                            std::span<TerminationReason const> reasons,
-                           std::unique_ptr<IRuntimeState> runtime)
+                           std::unique_ptr<IRuntimeState> runtime, bool declares_components)
     : context_(context), shell_name_(std::move(shell_name)), reasons_(reasons),
-      control_(context, [this] { request_stop(); }), runtime_(std::move(runtime)),
-      restart_budget_(shell_name_),
+      declares_components_(declares_components), control_(context, [this] { request_stop(); }),
+      runtime_(std::move(runtime)), restart_budget_(shell_name_),
       lock_(
           context.app_name(), context.executable_path(), context.user_name(),
           [&context](LogLevel level, std::string const& text) { context.log().log(level, text); }),
@@ -39,6 +40,8 @@ AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
       signal_stack_(signal_stack_memory_.get(), K_SIGNAL_STACK_SIZE),
       next_signal_mask_(signal_mask_for_next_image()), signals_([this] { request_stop(); }) {
     register_flush_on_exit([this] { runtime_->save(); });
+    context.set_extra_incident_content_provider(
+        [runtime = runtime_] { return runtime->dump_named(); });
     lock_.acquire_single_instance_lock();
     s_instance = this;
     install_crash_signal_handlers();
@@ -48,6 +51,7 @@ AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
 
 AppShellBase::~AppShellBase() {
     end_watch();
+    context_.set_extra_incident_content_provider({});
     run_flush_callbacks();
     context_.logger().flush();
     lock_.release_signal_safe();
@@ -84,6 +88,10 @@ int AppShellBase::run(int argc, char** argv) {
     }
     if (m_options.list_config) {
         print_config_fields();
+        return 0;
+    }
+    if (m_options.bus_report && declares_components_) {
+        print_bus_report();
         return 0;
     }
     control_.record_session_start(argc, argv, runtime_->dump_named());
@@ -154,6 +162,13 @@ void AppShellBase::report_already_running() {
 void AppShellBase::print_config_fields() {
     config::config_table(context_.config().snapshot())
         .print(std::cout, detail::stdout_supports_color());
+    std::cout.flush();
+}
+
+void AppShellBase::print_bus_report() {
+    context_.hub().discover();
+    std::this_thread::sleep_for(bus::Hub::DEFAULT_DISCOVERY_TIMEOUT);
+    context_.hub().print_table_report(std::cout);
     std::cout.flush();
 }
 
