@@ -21,9 +21,9 @@ namespace tessaron {
 ///
 /// Construction turns a second instance away, or clears the way for it as the command line asks,
 /// before anything else is touched. Then it joins the bus, which takes as long as the claims of
-/// addresses do, puts log and configuration on it, starts the logger on the console, reports how the
-/// configuration was loaded and moves the log to its file; lines logged before that reach the file
-/// too. Last it opens the gateway to the bus, if the environment asks for one.
+/// addresses do, puts log and configuration on it, starts the logger on the console, reports how
+/// the configuration was loaded and moves the log to its file; lines logged before that reach the
+/// file too. Last it opens the gateway to the bus, if the environment asks for one.
 ///
 /// Ownership: the configuration store must outlive the context; what serves on the bus must not.
 /// Thread safety: immutable after construction; the store, the node and the logger lock for

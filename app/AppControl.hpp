@@ -34,8 +34,9 @@ namespace tessaron {
 /// Ownership: the context must outlive the object; the stop callback is called on the thread that
 /// requests the reboot and must not block. From `join_bus` to `leave_bus` that may be a thread of
 /// the bus.
-/// Thread safety: `request_reboot`, `request_crash_test` and the readers from any thread; `join_bus`
-/// and `leave_bus` on the main thread; `record_...` on the main thread or the one that terminates;
+/// Thread safety: `request_reboot`, `request_crash_test` and the readers from any thread;
+/// `join_bus` and `leave_bus` on the main thread; `record_...` on the main thread or the one that
+/// terminates;
 /// `..._signal_safe` are async-signal-safe.
 /// Errors: nothing here stops the application; a file that cannot be opened means no history.
 class AppControl {
