@@ -50,7 +50,7 @@ public:
     /// This process's one node on the bus.
     bus::IHub& hub() { return hub_; }
     /// An address of this process's own for the application's control node.
-    std::uint32_t control_address() const { return addresses_.control; }
+    std::uint32_t control_address() const { return control_address_; }
     /// The process's one log. Its own messages have no source; code that may run while the context
     /// is being destroyed, as that of the bus does, logs here.
     Logger& logger() { return logger_; }
@@ -62,12 +62,6 @@ public:
     }
 
 private:
-    /// Of the process's services on the bus.
-    struct Addresses {
-        std::uint32_t control = 0;
-        std::uint32_t logger = 0;
-        std::uint32_t config = 0;
-    };
     /// Takes the store, which outlives the bus, off it in time.
     struct ConfigOnBus {
         config::ConfigStore<8192>& store;
@@ -96,7 +90,7 @@ private:
     proto::interface::MulticastUdpInterface multicast_;
     bus::Hub hub_;
     std::optional<HubGateway> gateway_;
-    Addresses addresses_;
+    std::uint32_t control_address_ = 0;
     ConfigOnBus config_on_bus_;
     LoggerBusAdapter logger_on_bus_;
     std::shared_ptr<LoggerBusClient> log_;

@@ -76,7 +76,7 @@ public:
                              std::string const& description);
     /// Version and last sessions, as text.
     std::string build_info_report() const;
-    SessionLogReply build_session_log_reply(SessionLogRequest const& request) const;
+    SessionLogReply build_session_log_reply(SessionLogRequest const& request);
 
     // Writing the histories.
 
@@ -126,7 +126,6 @@ private:
     SessionHistoryReply answer_session_history(SessionHistoryRequest const& request);
     CrashHistoryReply answer_crash_history(CrashHistoryRequest const& request);
     CrashIncidentReply answer_crash_incident(CrashIncidentRequest const& request);
-    SessionLogReply answer_session_log(SessionLogRequest const& request);
     std::optional<Session> find_session(SessionLogRequest const& request) const;
 
     AppContext& context_;

@@ -123,6 +123,7 @@ private:
     void end_watch() TESSARON_EXCLUDES(m_cv_mutex);
     void run_flush_callbacks() noexcept;
     void say(LogLevel level, std::string const& text);
+    void join_bus();
 
     // AppShell_Restart.cpp: the next image
 
@@ -153,6 +154,7 @@ private:
     AppContext& context_;
     std::string const shell_name_;
     std::span<TerminationReason const> const reasons_;
+    std::shared_ptr<LoggerBusClient> const log_;
     AppControl control_;
     std::unique_ptr<IRuntimeState> const runtime_;
     std::vector<std::function<void()>> flush_callbacks_;

@@ -2,6 +2,7 @@
 
 #include "app/Config.hpp"
 #include "app/IConfigCodec.hpp"
+#include "app/config_envelopes.hpp"
 #include "bus/IHub.hpp"
 #include "bus/LocalClient.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
@@ -97,6 +98,7 @@ private:
     void save_locked() TESSARON_REQUIRES(mutex_);
     void record_change(std::string const& name, std::string const& old_text,
                        std::string const& new_text) TESSARON_EXCLUDES(mutex_);
+    ConfigSetReply set(proto::bus::Bytes const& payload);
 
     mutable Mutex mutex_;
     Config config_ TESSARON_GUARDED_BY(mutex_);
