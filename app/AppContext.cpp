@@ -54,11 +54,13 @@ AppContext::AppContext(config::ConfigStore<8192>& config, int argc, char** argv)
     join_bus();
     serve_on_bus();
     start_logging(argc, argv);
-    incident_dir_ = fs_tools::join_path(fs_tools::join_path(app_dir_, app_name_), "incidents");
+    start_incident_reports();
     maybe_start_bus_gateway();
 }
 
 AppContext::~AppContext() {
+    logger_.set_incident_trigger_sink({});
+    incident_gate_->close();
     multicast_.close();
     detail::remove_lock_file_if_test_suffixed(app_name_);
 }
@@ -122,6 +124,19 @@ void AppContext::start_logging(int argc, char** argv) {
     log_config_load_report(config_);
     // Where neither the file nor its fallback can be opened, the log stays on the console.
     std::ignore = logger_.redirect_to_directory(config_.get<std::string>("log_dir"));
+}
+
+void AppContext::start_incident_reports() {
+    incident_dir_ = fs_tools::join_path(fs_tools::join_path(app_dir_, app_name_), "incidents");
+    incidents_.emplace(IncidentReporter::Subject{app_name_, version_, incident_dir_}, logger_, hub_,
+                       time_provider_);
+    logger_.set_incident_trigger_sink(
+        [this, gate = incident_gate_](LogLevel level, std::string const& message) {
+            bus::CallGate::Pass const pass(*gate);
+            if (pass) {
+                maybe_generate_incident_report(level, message);
+            }
+        });
 }
 
 void AppContext::log_config_load_report(config::ConfigStore<8192> const& config) {

@@ -146,6 +146,10 @@ std::vector<CrashRecord> AppControl::crash_history(std::size_t max_records,
     return records;
 }
 
+std::vector<IncidentRecord> AppControl::incident_history(std::size_t max_records) const {
+    return read_incident_history(context_.incident_dir(), max_records);
+}
+
 void AppControl::make_directory() const {
     // Where it cannot be made, there is no history.
     std::ignore = fs_tools::make_dir_once(directory_, K_DIRECTORY_MODE);

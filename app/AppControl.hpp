@@ -96,7 +96,7 @@ public:
                                         std::int64_t milliseconds) noexcept;
     /// "detail: " and the text, as one line.
     void write_crash_detail_signal_safe(std::string_view text) noexcept;
-    /// The last messages that were logged.
+    /// The last messages that were logged or went over the bus.
     void write_crash_trace_signal_safe() noexcept;
     /// `runtime` may be null if `runtime_length` is 0.
     void record_session_end_signal_safe(char const* signal_name, char const* runtime,
@@ -110,6 +110,7 @@ public:
     /// `skip_from_end` of the newest are left out, whatever `max_records` is.
     std::vector<CrashRecord> crash_history(std::size_t max_records, std::size_t max_backtrace,
                                            std::size_t skip_from_end = 0) const;
+    std::vector<IncidentRecord> incident_history(std::size_t max_records) const;
 
 private:
     void make_directory() const;
@@ -126,6 +127,7 @@ private:
     SessionHistoryReply answer_session_history(SessionHistoryRequest const& request);
     CrashHistoryReply answer_crash_history(CrashHistoryRequest const& request);
     CrashIncidentReply answer_crash_incident(CrashIncidentRequest const& request);
+    IncidentHistoryReply answer_incident_history(IncidentHistoryRequest const& request);
     std::optional<Session> find_session(SessionLogRequest const& request) const;
 
     AppContext& context_;

@@ -131,6 +131,10 @@ void AppControl::join_bus() {
           "Returns the crash-time incident dump (recent log lines + recent bus traffic) for ONE "
           "crash, identified by pid+ts, structured (see app_control_envelopes's "
           "CrashIncidentReply)");
+    serve("incident_history", &AppControl::answer_incident_history,
+          "Returns the last (up to) max_records live ERROR-triggered incident report summaries "
+          "(pid/ts/level/message, NOT the full backtrace/merged trace body), structured (see "
+          "app_control_envelopes's IncidentHistoryReply)");
     serve("session_log", &AppControl::build_session_log_reply,
           "Returns the diagnostic log content belonging to ONE session, identified by pid alone - "
           "resolves this app's own SessionHistory() and app.log rotation state server-side (see "
@@ -178,6 +182,15 @@ CrashIncidentReply AppControl::answer_crash_incident(CrashIncidentRequest const&
         reply.error = "crash record not found (pid " + std::to_string(request.pid) + ", ts " +
                       std::to_string(request.ts) + ")";
     }
+    return reply;
+}
+
+IncidentHistoryReply AppControl::answer_incident_history(IncidentHistoryRequest const& request) {
+    IncidentHistoryReply reply;
+    reply.records = incident_history(limited(request.max_records, K_INCIDENT_HISTORY_MAX));
+    keep_newest_that_fit(reply.records, [](IncidentRecord const& record) {
+        return format_incident_line(record).size();
+    });
     return reply;
 }
 

@@ -38,6 +38,8 @@ AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
       signal_stack_(signal_stack_memory_.get(), K_SIGNAL_STACK_SIZE),
       next_signal_mask_(signal_mask_for_next_image()), signals_([this] { request_stop(); }) {
     register_flush_on_exit([this] { runtime_->save(); });
+    context.set_extra_incident_content_provider(
+        [runtime = runtime_] { return runtime->dump_named(); });
     join_bus();
     lock_.acquire_single_instance_lock();
     s_instance = this;
@@ -49,6 +51,7 @@ AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
 AppShellBase::~AppShellBase() {
     control_.leave_bus();
     end_watch();
+    context_.set_extra_incident_content_provider({});
     run_flush_callbacks();
     context_.logger().flush();
     lock_.release_signal_safe();

@@ -156,7 +156,7 @@ private:
     std::span<TerminationReason const> const reasons_;
     std::shared_ptr<LoggerBusClient> const log_;
     AppControl control_;
-    std::unique_ptr<IRuntimeState> const runtime_;
+    std::shared_ptr<IRuntimeState> const runtime_; ///< shared with the incident report under way
     std::vector<std::function<void()>> flush_callbacks_;
     CrashRestartBudget restart_budget_;
     InstanceLock lock_;

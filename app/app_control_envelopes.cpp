@@ -2,7 +2,11 @@
 
 #include "bus/record_fields.hpp"
 
+#include <algorithm>
+#include <iterator>
+#include <optional>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 namespace tessaron {
@@ -31,6 +35,34 @@ Reply reply_in(RecordReader const& reader) {
     reply.ok = reader.ok();
     reply.error = reader.error();
     return reply;
+}
+
+/// What stands behind the key, up to the next blank and off the line with it; nothing if the line
+/// begins otherwise.
+std::optional<std::string_view> take_word(std::string_view& line, std::string_view key) {
+    if (!line.starts_with(key)) {
+        return std::nullopt;
+    }
+    std::string_view const word = line.substr(key.size(), line.find(' ') - key.size());
+    line.remove_prefix(std::min(key.size() + word.size() + 1, line.size()));
+    return word;
+}
+
+std::optional<IncidentRecord> incident_in(std::string_view line) {
+    auto const pid = take_word(line, "pid=");
+    auto const ts = take_word(line, "ts=");
+    auto const level = take_word(line, "level=");
+    constexpr std::string_view message = "message=";
+    if (!pid || !ts || !level || !line.starts_with(message)) {
+        return std::nullopt;
+    }
+    auto const pid_number = parse_number<long>(*pid);
+    auto const ts_number = parse_number<std::int64_t>(*ts);
+    if (!pid_number || !ts_number) {
+        return std::nullopt;
+    }
+    return IncidentRecord{*pid_number, *ts_number, std::string(*level),
+                          std::string(line.substr(message.size()))};
 }
 
 } // namespace
@@ -164,6 +196,28 @@ CrashIncidentReply CrashIncidentReply::parse(Bytes const& payload) {
     RecordReader const reader(payload);
     auto reply = reply_in<CrashIncidentReply>(reader);
     reply.lines = reader.lines();
+    return reply;
+}
+
+std::string format_incident_line(IncidentRecord const& record) {
+    return "pid=" + std::to_string(record.pid) + " ts=" + std::to_string(record.ts) +
+           " level=" + record.level + " message=" + one_line(record.message);
+}
+
+Bytes IncidentHistoryReply::build() const {
+    std::vector<std::string> lines;
+    std::transform(records.begin(), records.end(), std::back_inserter(lines), format_incident_line);
+    return reply_with(*this, lines).bytes();
+}
+
+IncidentHistoryReply IncidentHistoryReply::parse(Bytes const& payload) {
+    RecordReader const reader(payload);
+    auto reply = reply_in<IncidentHistoryReply>(reader);
+    for (std::string const& line : reader.lines()) {
+        if (auto record = incident_in(line)) {
+            reply.records.push_back(std::move(*record));
+        }
+    }
     return reply;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/crash_history.hpp"
+#include "app/incident_history.hpp"
 #include "app/session_history.hpp"
 #include "proto/bus/Bytes.hpp"
 
@@ -107,6 +108,19 @@ struct CrashIncidentReply {
 
     Bytes build() const;
     static CrashIncidentReply parse(Bytes const& payload);
+};
+
+/// "pid=<n> ts=<s> level=<name> message=<text>", the text with its line breaks as blanks.
+std::string format_incident_line(IncidentRecord const& record);
+
+struct IncidentHistoryReply {
+    bool ok = true;
+    std::string error;
+    std::vector<IncidentRecord> records; ///< Oldest first.
+
+    Bytes build() const;
+    /// A line of another form is passed over.
+    static IncidentHistoryReply parse(Bytes const& payload);
 };
 
 /// How sessions may end.

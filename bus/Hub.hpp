@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bus/BusTraceRingBuffer.hpp"
 #include "bus/BusWire.hpp"
 #include "bus/FragmentAssembler.hpp"
 #include "bus/HandlerTable.hpp"
@@ -19,6 +20,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -55,6 +57,7 @@ public:
                                                std::uint32_t requester)>;
 
     using Settings = HubSettings;
+    using BusTraceSnapshot = BusTraceSnapshotOf<K_TRACE_SIZE>;
 
     /// What `resolve_local_client_address` takes.
     struct AddressWish {
@@ -139,6 +142,16 @@ public:
     void validate_subscriptions() const override;
     std::string build_report() const override;
     void print_table_report(std::ostream& out) const override;
+
+    // --- The last messages that this node sent or received, each of them once and whole.
+    BusTraceSnapshot bus_trace_snapshot() const noexcept { return trace_.snapshot(); }
+    /// `K_TRACE_SIZE` entries. Async-signal-safe, as is the write index.
+    BusTraceEntry const* bus_trace_raw_entries() const noexcept { return trace_.raw_entries(); }
+    std::uint64_t bus_trace_raw_write_index() const noexcept { return trace_.raw_write_index(); }
+    /// `direction` is one of those of `BusTraceEntry`.
+    void record_bus_trace(char direction, MessageType type, std::uint32_t source,
+                          std::uint32_t destination, std::uint32_t msg_id, Bytes const& payload,
+                          std::string_view topic) noexcept;
 
     // --- Routes, for gateways.
     /// Frames for `low` to `high` go to the forwarder.
@@ -273,6 +286,7 @@ private:
 
     // Tables with locks of their own.
     PendingRequestTracker pending_;
+    BusTraceRingBuffer<K_TRACE_SIZE> trace_;
     FragmentAssembler fragments_;
     TopicRegistry topics_;
     DeviceRegistry devices_;

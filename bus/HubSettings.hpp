@@ -33,6 +33,8 @@ struct HubConstants {
     /// Smaller payloads are not worth compressing.
     static constexpr std::size_t K_MIN_COMPRESSED_SIZE = 1024;
     static constexpr unsigned K_ADDRESS_ATTEMPTS = 8;
+    /// Messages that a hub remembers.
+    static constexpr std::size_t K_TRACE_SIZE = 500;
 };
 
 /// How a hub behaves; the defaults are the application's.

@@ -152,9 +152,29 @@ TEST_F(AppControlTest, TheTraceIsTheLast500Messages) {
     control.write_crash_trace_signal_safe();
     auto const trace = crash_trace_for_record(control.crash_log_path(), ::getpid(), 1'700'000'000);
     ASSERT_TRUE(trace);
-    ASSERT_THAT(*trace, SizeIs(500));
-    EXPECT_THAT(trace->front(), testing::EndsWith(" message 277"));
-    EXPECT_THAT(trace->back(), testing::EndsWith(" message 776"));
+    std::vector<std::string> logged = *trace;
+    std::erase_if(logged, [](std::string const& line) { return !line.starts_with("[LOG "); });
+    ASSERT_THAT(logged, SizeIs(500));
+    EXPECT_THAT(logged.front(), testing::EndsWith(" message 277"));
+    EXPECT_THAT(logged.back(), testing::EndsWith(" message 776"));
+}
+
+TEST_F(AppControlTest, TheTraceHoldsTheBussMessagesAmongThoseOfTheLog) {
+    AppControl control = make_control();
+    context_->log().log(LogLevel::INFO, "before");
+    context_->hub().publish("tick", bus::Envelope{{{"n", "1"}}, {}});
+    context_->log().log(LogLevel::INFO, "after");
+    siginfo_t const info{};
+    write_crash(control, SIGABRT, &info);
+    control.write_crash_trace_signal_safe();
+    auto const trace = crash_trace_for_record(control.crash_log_path(), ::getpid(), 1'700'000'000);
+    ASSERT_TRUE(trace && trace->size() >= 3);
+    auto const last = trace->end() - 3;
+    EXPECT_THAT(last[0], testing::EndsWith(" before"));
+    EXPECT_THAT(last[1], testing::MatchesRegex(
+                             "\\[BUS EVENT TX\\] ts=[0-9]+ 200 -> 4294967295 msg_id=[0-9]+ "
+                             "topic=\"tick\" data=\\[n=1\\] \\(18b\\)"));
+    EXPECT_THAT(last[2], testing::EndsWith(" after"));
 }
 
 TEST_F(AppControlTest, TheStopLineOfACrashTellsNoPositionInTheLog) {
