@@ -274,7 +274,7 @@ TEST_F(IncidentsOfAnApplication, AnErrorLeavesAReportWithLogAndBusLines) {
     EXPECT_THAT(text, HasSubstr("[LOG TRACE] ts="));
     EXPECT_THAT(text, HasSubstr("-> 4294967295 msg_id="));
     EXPECT_THAT(text, HasSubstr("topic=\"tick\" data=[n=1] (18b)\n"));
-    EXPECT_THAT(text, EndsWith("disk 7 is full\n"));
+    EXPECT_THAT(text, HasSubstr(" [app] disk 7 is full\n"));
 }
 
 TEST_F(IncidentsOfAnApplication, WithoutADirectoryForThemItGoesOn) {
