@@ -167,7 +167,9 @@ TEST_F(AppControlTest, TheTraceIsTheLast500Messages) {
 
 TEST_F(AppControlTest, TheTraceHoldsTheBussMessagesAmongThoseOfTheLog) {
     AppControl control = make_control();
-    // Below the level: they are not written, so nothing of them passes on the bus.
+    // Those below the level are not written, so nothing of them passes on the bus; the lines of the
+    // start have.
+    context_->logger().flush();
     context_->logger().log(LogLevel::TRACE, "before");
     context_->hub().publish("tick", bus::Envelope{{{"n", "1"}}, {}});
     context_->logger().log(LogLevel::TRACE, "after");

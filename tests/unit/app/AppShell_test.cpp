@@ -190,7 +190,9 @@ TEST_F(AppShellTest, TheLockIsHeldForAsLongAsTheShellLives) {
         WaitingApp app(*context_);
         EXPECT_THROW(AppContext(store_, 0, nullptr), AlreadyRunningError);
     }
-    EXPECT_NO_THROW(AppContext(store_, 0, nullptr));
+    // One after the other: contexts of one process share the buffers of their bus nodes.
+    context_.reset();
+    EXPECT_NO_THROW(context_.emplace(store_, 0, nullptr));
 }
 
 TEST_F(AppShellTest, LinesLoggedDuringStartReachTheFile) {
