@@ -8,9 +8,11 @@
 #include "libraries/interfaces/multicast/MulticastUdpInterface.hpp"
 #include "logger/Logger.hpp"
 #include "logger/SystemTimeProvider.hpp"
+#include "logger/bus/LoggerBusAdapter.hpp"
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -22,11 +24,11 @@ namespace tessaron {
 /// receives it by reference.
 ///
 /// Construction turns a second instance away, or clears the way for it as the command line asks,
-/// before anything else is touched. Then it joins the bus, which takes as long as the claim of an
-/// address does, starts the logger on the console, reports how the configuration was loaded and
-/// moves the log to its file; lines logged before that reach the file too. From then on an error
-/// that is logged leaves a report. Last it opens the gateway to the bus, if the environment asks
-/// for one.
+/// before anything else is touched. Then it joins the bus, which takes as long as the claims of
+/// addresses do, puts log and configuration on it, starts the logger on the console, reports how
+/// the configuration was loaded and moves the log to its file; lines logged before that reach the
+/// file too. From then on an error that is logged leaves a report. Last it opens the gateway to the
+/// bus, if the environment asks for one.
 ///
 /// Ownership: the configuration store must outlive the context; what serves on the bus must not.
 /// Thread safety: immutable after construction; the store, the node and the logger lock for
@@ -52,9 +54,17 @@ public:
     std::string const& user_name() const { return user_name_; }
     /// This process's one node on the bus.
     bus::IHub& hub() { return hub_; }
+    /// An address of this process's own for the application's control node.
+    std::uint32_t control_address() const { return control_address_; }
+    /// The process's one log. Its own messages have no source; code that may run while the context
+    /// is being destroyed, as that of the bus does, logs here.
     Logger& logger() { return logger_; }
-    /// What the application's own code logs through.
-    ILogger& log() { return logger_; }
+    /// What the application's own code logs through: the source "app".
+    ILogger& log() { return *log_; }
+    /// A further source; the same one for the same name.
+    std::shared_ptr<LoggerBusClient> make_log_client(std::string const& name) {
+        return logger_on_bus_.make_client(name);
+    }
 
     // Incident reports: what an error leaves. See incident_report.hpp, also for what a provider
     // must not do.
@@ -85,10 +95,17 @@ public:
     }
 
 private:
+    /// Takes the store, which outlives the bus, off it in time.
+    struct ConfigOnBus {
+        config::ConfigStore<8192>& store;
+        ~ConfigOnBus() { store.leave_bus(); }
+    };
+
     static std::string
     check_not_already_running_and_get_app_name(config::ConfigStore<8192> const& config, int argc,
                                                char const* const* argv);
     void join_bus();
+    void serve_on_bus();
     void start_logging(int argc, char** argv);
     void start_incident_reports();
     void maybe_start_bus_gateway();
@@ -110,6 +127,10 @@ private:
     /// Who reports an error may be on its way when the context ends.
     std::shared_ptr<bus::CallGate> const incident_gate_ = std::make_shared<bus::CallGate>();
     std::optional<HubGateway> gateway_;
+    std::uint32_t control_address_ = 0;
+    ConfigOnBus config_on_bus_;
+    LoggerBusAdapter logger_on_bus_;
+    std::shared_ptr<LoggerBusClient> log_;
 
     using BusBuffer = std::array<unsigned char, 8192>;
     static BusBuffer rx_buffer_;

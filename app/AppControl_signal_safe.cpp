@@ -77,7 +77,9 @@ void AppControl::record_session_end_signal_safe(char const* signal_name, char co
     out.text(" duration_s=").number(static_cast<std::uint64_t>(seconds_since_session_start(now)));
     // The log's own counters cannot be asked here.
     out.text(" log_line=0 generation=0 runtime=").one_line({runtime, runtime_length});
-    out.text(" reason=crash: signal ").text(signal_name).text("\n");
+    out.text(crash_test_.armed() ? " reason=crash: manual test - signal "
+                                 : " reason=crash: signal ");
+    out.text(signal_name).text("\n");
 }
 
 } // namespace tessaron

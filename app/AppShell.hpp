@@ -125,6 +125,7 @@ private:
     void end_watch() TESSARON_EXCLUDES(m_cv_mutex);
     void run_flush_callbacks() noexcept;
     void say(LogLevel level, std::string const& text);
+    void join_bus();
 
     // AppShell_Restart.cpp: the next image
 
@@ -156,6 +157,7 @@ private:
     std::string const shell_name_;
     std::span<TerminationReason const> const reasons_;
     bool const declares_components_;
+    std::shared_ptr<LoggerBusClient> const log_;
     AppControl control_;
     std::shared_ptr<IRuntimeState> const runtime_; ///< shared with the incident report under way
     std::vector<std::function<void()>> flush_callbacks_;

@@ -61,6 +61,13 @@ public:
     using Settings = HubSettings;
     using BusTraceSnapshot = BusTraceSnapshotOf<K_TRACE_SIZE>;
 
+    /// What `resolve_local_client_address` takes.
+    struct AddressWish {
+        std::uint32_t preferred = 0;
+        std::uint64_t hardware_id = 0;
+        std::string label;
+    };
+
     /// `rx` and `tx` are this node's alone, at least `MAX_PAYLOAD_SIZE` bytes each. Starts the
     /// threads; the node is heard of after `set_interfaces`.
     Hub(BusWire::Buffer rx, BusWire::Buffer tx, std::uint32_t address, NodeIdentity const& identity,
@@ -121,6 +128,11 @@ public:
     void register_local_client(std::uint32_t address, std::weak_ptr<LocalClient> client) override;
     std::uint32_t resolve_local_client_address(std::uint32_t preferred, std::uint64_t hardware_id,
                                                std::string const& label) override;
+    /// Several at once, all different, in the time that one takes.
+    std::vector<std::uint32_t>
+    resolve_local_client_addresses(std::vector<AddressWish> const& wishes);
+    std::uint32_t pick_local_client_address(std::uint64_t hardware_id,
+                                            std::string const& label) override;
     std::shared_ptr<LocalClient> connect_resolved(std::uint32_t preferred,
                                                   NodeIdentity const& identity,
                                                   std::uint64_t hardware_id) override;
@@ -198,7 +210,9 @@ private:
     void resolve_name_collision() TESSARON_EXCLUDES(identity_mutex_);
     /// Whether somebody who has the address answers within the probe window.
     bool probe(std::uint32_t candidate, Clock::time_point since);
-    bool probe_local_client_candidate(std::uint32_t candidate);
+    bool is_own_address(std::uint32_t candidate) const;
+    /// Drops those that somebody has.
+    void probe_local_client_candidates(std::set<std::uint32_t>& candidates);
     std::shared_ptr<LocalClient> connect_and_announce(std::uint32_t address,
                                                       NodeIdentity const& identity);
     static std::uint32_t candidate(Claimant const& claimant, std::uint32_t preferred,

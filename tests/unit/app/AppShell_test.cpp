@@ -238,7 +238,8 @@ TEST_F(AppShellTest, TheLockIsHeldForAsLongAsTheShellLives) {
         WaitingApp app(*context_);
         EXPECT_THROW(AppContext(store_, 0, nullptr), AlreadyRunningError);
     }
-    context_.reset(); // Two at a time would share the buffers of the process's one node.
+    // One after the other: contexts of one process share the buffers of their bus nodes.
+    context_.reset();
     EXPECT_NO_THROW(context_.emplace(store_, 0, nullptr));
 }
 

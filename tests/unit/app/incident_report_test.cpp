@@ -270,11 +270,11 @@ TEST_F(IncidentsOfAnApplication, AnErrorLeavesAReportWithLogAndBusLines) {
     ASSERT_THAT(paths, SizeIs(1));
     std::string const text = read_file(paths[0]).value_or("");
     EXPECT_THAT(text, HasSubstr("app: shell-test " + context_->version() + "\n"));
-    EXPECT_THAT(text, HasSubstr("triggered by: [ERROR] disk 7 is full\n"));
+    EXPECT_THAT(text, HasSubstr("triggered by: [ERROR] [app] disk 7 is full\n"));
     EXPECT_THAT(text, HasSubstr("[LOG TRACE] ts="));
     EXPECT_THAT(text, HasSubstr("-> 4294967295 msg_id="));
     EXPECT_THAT(text, HasSubstr("topic=\"tick\" data=[n=1] (18b)\n"));
-    EXPECT_THAT(text, EndsWith("disk 7 is full\n"));
+    EXPECT_THAT(text, HasSubstr(" [app] disk 7 is full\n"));
 }
 
 TEST_F(IncidentsOfAnApplication, WithoutADirectoryForThemItGoesOn) {

@@ -340,5 +340,49 @@ TEST_F(LocalClientClaims, ClientsOfManyProcessesStartedAtOnceEndWithAddressesOfT
     EXPECT_EQ(std::unique(addresses.begin(), addresses.end()), addresses.end());
 }
 
+TEST_F(HubLocalClients, SeveralAddressesAreFoundInTheTimeOfOneAndAreAllDifferent) {
+    std::size_t const before = peer.heard(MessageType::DISCOVERY_REQUEST).size();
+    auto const addresses = node.hub.resolve_local_client_addresses(
+        {{700, 1, "a"}, {701, 1, "b"}, {700, 1, "c"}, {500, 1, "d"}});
+    ASSERT_EQ(addresses.size(), 4u);
+    EXPECT_EQ(addresses[0], 700u);
+    EXPECT_EQ(addresses[1], 701u);
+    EXPECT_EQ(addresses[2], derive_alternate_address(1, 1, "c"));
+    EXPECT_EQ(addresses[3], derive_alternate_address(1, 1, "d"));
+    EXPECT_THAT(node.warnings.all(),
+                ElementsAre(HasSubstr("local-client address 700 already in use on this bus (probe "
+                                      "1/8)"),
+                            HasSubstr("local-client address 500 already in use on this bus (probe "
+                                      "1/8)")));
+    bus.wait_until_delivered();
+    // Two rounds: one for all, and one for the two that gave way.
+    EXPECT_EQ(peer.heard(MessageType::DISCOVERY_REQUEST).size(), before + 4);
+}
+
+TEST_F(HubLocalClients, NoAddressesAreFoundForNobody) {
+    EXPECT_THAT(node.hub.resolve_local_client_addresses({}), IsEmpty());
+}
+
+TEST_F(HubLocalClients, AnAddressIsPickedWithoutAskingAnybody) {
+    std::size_t const before = bus.sent_count();
+    std::uint32_t const picked = node.hub.pick_local_client_address(7, "source");
+    EXPECT_EQ(picked, derive_alternate_address(1, 7, "source"));
+    EXPECT_EQ(node.hub.pick_local_client_address(7, "source"), picked);
+    auto const holder = node.hub.connect(picked, identity());
+    EXPECT_EQ(node.hub.pick_local_client_address(7, "source"),
+              derive_alternate_address(2, 7, "source"));
+    EXPECT_EQ(bus.sent_count(), before);
+}
+
+TEST_F(HubLocalClients, AnAddressThatSomebodyWasHeardToHaveIsNotPicked) {
+    proto::bus::TopicsAndRoles content;
+    content.modules.push_back({derive_alternate_address(1, 7, "source"), "its own", {}});
+    peer.announce("peer", content);
+    ASSERT_TRUE(test::wait_until([&] { return node.hub.discovered_devices().contains(9); },
+                                 "the peer is heard"));
+    EXPECT_EQ(node.hub.pick_local_client_address(7, "source"),
+              derive_alternate_address(2, 7, "source"));
+}
+
 } // namespace
 } // namespace tessaron::bus
