@@ -24,13 +24,12 @@ std::uint32_t bus_address(config::ConfigStore<8192> const& config) {
     return static_cast<std::uint32_t>(config.get<long long>("shared_bus_address"));
 }
 
-/// Where the services would like to be, behind their node's own address.
+/// Where the services would like to be, behind the address that their node would.
 constexpr std::uint32_t K_CONTROL_OFFSET = 11;
 constexpr std::uint32_t K_LOGGER_OFFSET = 1000;
 constexpr std::uint32_t K_CONFIG_OFFSET = 2000;
 
-/// Of the node's own address, not the one that it would have liked: that one belongs to a node
-/// which has its services behind it, and nodes that start together would wish for the same.
+/// Within the addresses that a node may have.
 std::uint32_t service_address(std::uint32_t node, std::uint32_t offset) {
     constexpr std::uint64_t highest = 65533;
     return static_cast<std::uint32_t>((std::uint64_t{node} + offset - 1) % highest + 1);
@@ -90,12 +89,13 @@ void AppContext::join_bus() {
 }
 
 void AppContext::serve_on_bus() {
+    std::uint32_t const wanted = bus_address(config_);
     std::uint64_t const hash = std::hash<std::string>()(app_name_);
     // At once: each alone would take as long.
     auto const addresses = hub_.resolve_local_client_addresses(
-        {{service_address(hub_.address(), K_LOGGER_OFFSET), hash, "logger"},
-         {service_address(hub_.address(), K_CONFIG_OFFSET), hash, "config"},
-         {service_address(hub_.address(), K_CONTROL_OFFSET), hash, "control"}});
+        {{service_address(wanted, K_LOGGER_OFFSET), hash, "logger"},
+         {service_address(wanted, K_CONFIG_OFFSET), hash, "config"},
+         {service_address(wanted, K_CONTROL_OFFSET), hash, "control"}});
     control_address_ = addresses[2];
     logger_on_bus_.listen_on_bus(hub_, proto::bus::make_identity("logger", app_name_, 1, "", ""),
                                  addresses[0]);

@@ -211,6 +211,8 @@ private:
     /// Whether somebody who has the address answers within the probe window.
     bool probe(std::uint32_t candidate, Clock::time_point since);
     bool is_own_address(std::uint32_t candidate) const;
+    /// Tells everybody; drops those that this process has.
+    void want_local_client_candidates(std::set<std::uint32_t>& candidates);
     /// Drops those that somebody has.
     void probe_local_client_candidates(std::set<std::uint32_t>& candidates);
     std::shared_ptr<LocalClient> connect_and_announce(std::uint32_t address,

@@ -162,6 +162,17 @@ bool Hub::is_own_address(std::uint32_t candidate) const {
     return candidate == address_ || local_clients_.has(candidate);
 }
 
+void Hub::want_local_client_candidates(std::set<std::uint32_t>& candidates) {
+    std::erase_if(candidates,
+                  [this](std::uint32_t candidate) { return is_own_address(candidate); });
+    for (std::uint32_t const candidate : candidates) {
+        local_clients_.want(candidate);
+    }
+    if (ready_ && !candidates.empty()) {
+        announce();
+    }
+}
+
 void Hub::probe_local_client_candidates(std::set<std::uint32_t>& candidates) {
     std::erase_if(candidates,
                   [this](std::uint32_t candidate) { return is_own_address(candidate); });
@@ -199,6 +210,7 @@ Hub::resolve_local_client_addresses(std::vector<AddressWish> const& wishes) {
             free.insert(wanted[i]);
         }
         std::erase_if(free, [&](std::uint32_t candidate) { return taken.contains(candidate); });
+        want_local_client_candidates(free);
         probe_local_client_candidates(free);
         for (auto it = open.begin(); it != open.end();) {
             std::uint32_t const address = wanted[*it];
@@ -206,6 +218,9 @@ Hub::resolve_local_client_addresses(std::vector<AddressWish> const& wishes) {
             if (is_free) {
                 taken.insert(address);
             } else {
+                if (!taken.contains(address)) {
+                    local_clients_.give_up(address);
+                }
                 emit_warning(in_use(K_LOCAL_CLIENT, address, attempt));
             }
             it = is_free ? open.erase(it) : std::next(it);

@@ -92,6 +92,10 @@ void Hub::send_discovery_response(std::uint32_t dest) {
     content.roles = std::move(own.roles);
     content.records = build_discovery_records();
     content.modules = std::move(own.hosted_modules);
+    // So that of two who want the same one at the same time, one at least hears of the other.
+    for (std::uint32_t const address : local_clients_.wanted()) {
+        content.modules.push_back({address, "", {}});
+    }
     send_envelope(MessageType::DISCOVERY_RESPONSE, dest,
                   encode_identity_topics_and_roles(own.identity, content));
 }

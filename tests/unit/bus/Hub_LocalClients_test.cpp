@@ -340,6 +340,66 @@ TEST_F(LocalClientClaims, ClientsOfManyProcessesStartedAtOnceEndWithAddressesOfT
     EXPECT_EQ(std::unique(addresses.begin(), addresses.end()), addresses.end());
 }
 
+TEST_F(LocalClientClaims, ServicesOfManyProcessesStartedAtOnceEndWithAddressesOfTheirOwn) {
+    std::vector<std::unique_ptr<HubNode>> nodes;
+    for (std::uint32_t i = 0; i < 4; ++i) {
+        nodes.push_back(std::make_unique<HubNode>(bus, 200, "node", claim_settings()));
+    }
+    Collected<std::uint32_t> addresses;
+    std::vector<std::thread> starts;
+    for (auto const& node : nodes) {
+        starts.emplace_back([&node, &addresses] {
+            node->join();
+            for (auto const address :
+                 node->hub.resolve_local_client_addresses({{500, 7, "a"}, {501, 7, "b"}})) {
+                addresses.add(address);
+            }
+        });
+    }
+    for (std::thread& start : starts) {
+        start.join();
+    }
+    auto found = addresses.all();
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(std::unique(found.begin(), found.end()), found.end());
+}
+
+TEST_F(LocalClientClaims, AnAddressThatSomebodyWantsAtTheSameTimeIsTaken) {
+    RawNode raw(bus, 9);
+    raw.on_frame = [&raw](WireFrame const& frame) {
+        auto const content = proto::bus::decode_topics_and_roles_after_identity(frame.data);
+        if (frame.type == MessageType::DISCOVERY_RESPONSE && !content.modules.empty() &&
+            content.modules.front().address == 500) {
+            raw.announce("raw", content);
+        }
+    };
+    raw.join();
+    HubNode node(bus, 200, "node", claim_settings());
+    node.join();
+    EXPECT_EQ(node.hub.resolve_local_client_address(500, 7, "label"),
+              derive_alternate_address(1, 7, "label"));
+    EXPECT_THAT(node.warnings.all(), ElementsAre(in_use(500, 1)));
+}
+
+TEST_F(LocalClientClaims, AnAddressIsKeptForTheClientThatItWasFoundFor) {
+    Hub::Settings talkative = claim_settings();
+    talkative.discovery_debounce = milliseconds(0);
+    HubNode far(bus, 300, "far", talkative);
+    far.join();
+    ASSERT_EQ(far.hub.resolve_local_client_address(500, 7, "label"), 500U);
+    HubNode node(bus, 200, "node", claim_settings());
+    node.join();
+    EXPECT_NE(node.hub.resolve_local_client_address(500, 8, "label"), 500U);
+    auto const client = far.hub.connect(500, identity("theirs"));
+    node.hub.discover(300);
+    EXPECT_TRUE(test::wait_until(
+        [&] {
+            auto const modules = node.hub.discovered_devices().at(300).hosted_modules;
+            return modules.size() == 1 && modules[0].name == "theirs";
+        },
+        "the client is known by its name"));
+}
+
 TEST_F(HubLocalClients, SeveralAddressesAreFoundInTheTimeOfOneAndAreAllDifferent) {
     std::size_t const before = peer.heard(MessageType::DISCOVERY_REQUEST).size();
     auto const addresses = node.hub.resolve_local_client_addresses(
