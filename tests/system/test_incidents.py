@@ -54,8 +54,8 @@ def check_traffic(logged, passed):
     event, = (line for line in passed if line["topic"] == "disk.state")
     assert (event["type"], event["way"], event["source"], event["dest"]) == ("EVENT", "TX", "200", "4294967295")
     assert event["data"] == "text=twelve percent" and int(event["id"]) > 0
-    before, = (line for line in logged if line["text"] == "before")
-    below, = (line for line in logged if line["text"] == "below the level of the file")
+    before, = (line for line in logged if line["text"] == "[app] before")
+    below, = (line for line in logged if line["text"] == "[app] below the level of the file")
     assert before["time"] <= event["time"] <= below["time"]
 
 
@@ -68,14 +68,14 @@ def test_an_error_leaves_a_report_and_the_application_goes_on(app):
     assert report.app.startswith("app: frame_app ")
     assert report.pid == f"pid: {app.pid}"
     assert report.time == f"ts: {report.milliseconds // 1000}" and report.milliseconds // 1000 >= app.start_time
-    assert report.trigger == "triggered by: [ERROR] disk 7 is full"
+    assert report.trigger == "triggered by: [ERROR] [app] disk 7 is full"
     assert 1 <= len(report.frames) <= 32
     assert any("frame_app" in frame for frame in report.frames)
     report.check_order()
     check_traffic(report.logged, report.passed)
     # The announcement of the start is there, too.
     assert "DISCOVERY_RESPONSE" in [line["type"] for line in report.passed]
-    assert report.texts()[-1] == "ERROR disk 7 is full" and report.lines[-1] == report.logged[-1][0]
+    assert report.texts()[-1] == "ERROR [app] disk 7 is full" and report.lines[-1] == report.logged[-1][0]
     assert report.state == "mode=calm\n"
     assert app.stop() == 128 + 15
 
@@ -84,7 +84,7 @@ def test_errors_in_quick_succession_leave_one_report(app):
     app.start()
     for number in range(5):
         app.do(f"log ERROR number {number}")
-    assert the_report().trigger == "triggered by: [ERROR] number 0"
+    assert the_report().trigger == "triggered by: [ERROR] [app] number 0"
 
 
 def test_less_than_an_error_leaves_none(app):
@@ -126,7 +126,7 @@ def test_a_crash_record_holds_what_passed_on_the_bus(app):
     make_traffic(app)
     app.crash("crash segv")
     record, = frame_crashes()
-    assert record.trace[-1] == "TRACE below the level of the file"
+    assert record.trace[-1] == "TRACE [app] below the level of the file"
     event, = (line for line in record.bus_trace if line["topic"] == "disk.state")
     assert event["data"] == "text=twelve percent"
 

@@ -206,7 +206,7 @@ TEST_F(HubRoutes, ALearnedRouteNeverReplacesAConfiguredOne) {
 }
 
 TEST_F(HubRoutes, AnInjectedFrameForTheHubIsDeliveredAndStaysOffItsBus) {
-    wait_for_marker();
+    test::settle(peer, node.hub);
     std::size_t const before = bus.sent_count();
     for (std::uint32_t const dest : {200u, 0u}) { // Its address and its domain.
         WireFrame frame = event(dest, dest + 5);
