@@ -102,6 +102,16 @@ def test_every_topic_is_declared_with_its_text(app, daemon, asker, name):
     assert modules["logger"].address == 1200 and modules["config"].address == 2200
 
 
+def test_an_application_tells_everybody_of_its_services_without_being_asked(app, asker):
+    app.start()
+
+    def tells(message):
+        if message.type != bus_wire.DISCOVERY_RESPONSE or message.dest != bus_wire.BROADCAST:
+            return False
+        return {"logger", "config", "control"} <= {module.name for module in DiscoveryResponse.decode(message.data).modules}
+    assert asker.receive(tells), "nothing was told"
+
+
 @pytest.fixture
 def holder_of_1200():
     """A node that says that it has that address whenever somebody asks who is there."""

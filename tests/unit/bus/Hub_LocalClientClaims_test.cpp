@@ -230,16 +230,13 @@ TEST_F(LocalClientClaims, AnAddressThatSomebodyWantsAtTheSameTimeIsTaken) {
 }
 
 TEST_F(LocalClientClaims, AnAddressIsKeptForTheClientThatItWasFoundFor) {
-    Hub::Settings talkative = claim_settings();
-    talkative.discovery_debounce = milliseconds(0);
-    HubNode far(bus, 300, "far", talkative);
+    HubNode far(bus, 300, "far", claim_settings());
     far.join();
     ASSERT_EQ(far.hub.resolve_local_client_address(500, 7, "label"), 500U);
     HubNode node(bus, 200, "node", claim_settings());
     node.join();
     EXPECT_NE(node.hub.resolve_local_client_address(500, 8, "label"), 500U);
-    auto const client = far.hub.connect(500, identity("theirs"));
-    node.hub.discover(300);
+    auto const client = far.hub.connect(500, identity("theirs")); // Everybody is told.
     EXPECT_TRUE(test::wait_until(
         [&] {
             auto const modules = node.hub.discovered_devices().at(300).hosted_modules;
