@@ -262,6 +262,8 @@ def test_crashes_are_told_with_their_traces_and_pages(app, services):
     assert services.control("crash_history") == (OK, "")
     app.do("log INFO the last words")
     app.crash("crash segv")
+    # A record is known by its process, which stays the same, and its second.
+    wait_until(lambda: time.time() >= frame_crashes()[0].time + 1, "a second has passed")
     app.crash("throw std")
     services = Services(services.asker, "frame_app")
     crash, thrown = frame_crashes()
