@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <stdexcept>
 #include <string_view>
@@ -23,6 +24,17 @@ std::uint32_t bus_address(config::ConfigStore<8192> const& config) {
     return static_cast<std::uint32_t>(config.get<long long>("shared_bus_address"));
 }
 
+/// Where the services would like to be, behind the address that their node would.
+constexpr std::uint32_t K_CONTROL_OFFSET = 11;
+constexpr std::uint32_t K_LOGGER_OFFSET = 1000;
+constexpr std::uint32_t K_CONFIG_OFFSET = 2000;
+
+/// Within the addresses that a node may have.
+std::uint32_t service_address(std::uint32_t node, std::uint32_t offset) {
+    constexpr std::uint64_t highest = 65533;
+    return static_cast<std::uint32_t>((std::uint64_t{node} + offset - 1) % highest + 1);
+}
+
 } // namespace
 
 AppContext::BusBuffer AppContext::rx_buffer_;
@@ -34,17 +46,20 @@ AppContext::AppContext(config::ConfigStore<8192>& config, int argc, char** argv)
       version_(build_version()), app_dir_(config.get<std::string>("app_dir")),
       executable_path_(detail::get_executable_path()), user_name_(detail::get_username()),
       logger_(app_name_, LogLevel::INFO, time_provider_),
-      hub_(
-          {rx_buffer_.data(), rx_buffer_.size()}, {tx_buffer_.data(), tx_buffer_.size()},
-          bus_address(config),
-          proto::bus::make_identity(app_name_, app_name_, app_control_protocol_version(), "", "")) {
+      hub_({rx_buffer_.data(), rx_buffer_.size()}, {tx_buffer_.data(), tx_buffer_.size()},
+           bus_address(config),
+           proto::bus::make_identity(app_name_, app_name_, app_control_protocol_version(), "", "")),
+      config_on_bus_{config}, logger_on_bus_(logger_) {
     join_bus();
+    serve_on_bus();
     start_logging(argc, argv);
-    incident_dir_ = fs_tools::join_path(fs_tools::join_path(app_dir_, app_name_), "incidents");
+    start_incident_reports();
     maybe_start_bus_gateway();
 }
 
 AppContext::~AppContext() {
+    logger_.set_incident_trigger_sink({});
+    incident_gate_->close();
     multicast_.close();
     detail::remove_lock_file_if_test_suffixed(app_name_);
 }
@@ -67,13 +82,32 @@ void AppContext::join_bus() {
         throw std::runtime_error("AppContext: failed to open the bus multicast interface");
     }
     // Before the address is claimed, which has most of the warnings.
-    hub_.set_warning_sink([this](std::string const& text) { log().log(LogLevel::WARNING, text); });
+    // To the log itself, not through the bus.
+    hub_.set_warning_sink(
+        [this](std::string const& text) { logger_.log(LogLevel::WARNING, text); });
     hub_.set_interfaces(multicast_, multicast_);
 }
 
+void AppContext::serve_on_bus() {
+    std::uint32_t const wanted = bus_address(config_);
+    std::uint64_t const hash = std::hash<std::string>()(app_name_);
+    // At once: each alone would take as long.
+    auto const addresses = hub_.resolve_local_client_addresses(
+        {{service_address(wanted, K_LOGGER_OFFSET), hash, "logger"},
+         {service_address(wanted, K_CONFIG_OFFSET), hash, "config"},
+         {service_address(wanted, K_CONTROL_OFFSET), hash, "control"}});
+    control_address_ = addresses[2];
+    logger_on_bus_.listen_on_bus(hub_, proto::bus::make_identity("logger", app_name_, 1, "", ""),
+                                 addresses[0]);
+    config_.listen_on_bus(hub_, proto::bus::make_identity("config", app_name_, 1, "", ""),
+                          addresses[1]);
+    log_ = logger_on_bus_.make_client("app");
+}
+
 void AppContext::maybe_start_bus_gateway() {
+    // The log itself: the gateway's threads may warn for longer than the log is on the bus.
     auto const log_at = [this](LogLevel level) {
-        return [this, level](std::string const& text) { log().log(level, text); };
+        return [this, level](std::string const& text) { logger_.log(level, text); };
     };
     HubGateway::Settings settings;
     settings.warning_sink = log_at(LogLevel::WARNING);
@@ -90,6 +124,19 @@ void AppContext::start_logging(int argc, char** argv) {
     log_config_load_report(config_);
     // Where neither the file nor its fallback can be opened, the log stays on the console.
     std::ignore = logger_.redirect_to_directory(config_.get<std::string>("log_dir"));
+}
+
+void AppContext::start_incident_reports() {
+    incident_dir_ = fs_tools::join_path(fs_tools::join_path(app_dir_, app_name_), "incidents");
+    incidents_.emplace(IncidentReporter::Subject{app_name_, version_, incident_dir_}, logger_, hub_,
+                       time_provider_);
+    logger_.set_incident_trigger_sink(
+        [this, gate = incident_gate_](LogLevel level, std::string const& message) {
+            bus::CallGate::Pass const pass(*gate);
+            if (pass) {
+                maybe_generate_incident_report(level, message);
+            }
+        });
 }
 
 void AppContext::log_config_load_report(config::ConfigStore<8192> const& config) {

@@ -55,6 +55,16 @@ void AppControl::request_reboot(std::string const& reason) {
     stop_callback_();
 }
 
+void AppControl::request_crash_test(std::string const& reason) {
+    context_.log().log(LogLevel::WARNING, "AppControl: crash test requested (", reason,
+                       ") - crashing via SIGABRT in ", CrashTest::K_DELAY.count(), "ms");
+    crash_test_.arm();
+}
+
+void AppControl::note_main_thread() noexcept {
+    crash_test_.set_target(::pthread_self());
+}
+
 std::string AppControl::reboot_reason() const {
     MutexLock lock(reboot_mutex_);
     return reboot_reason_;
@@ -91,8 +101,8 @@ void AppControl::record_session_end(std::string const& reason, std::string const
     record.reason = reason;
     record.runtime = runtime;
     // Logged before the position is taken, so that the session's own part of the log includes it.
-    context_.log().log(LogLevel::INFO, "session stop: pid=", record.pid,
-                       " duration_s=", record.duration_s.count(), " reason=", reason);
+    context_.logger().log(LogLevel::INFO, "session stop: pid=", record.pid,
+                          " duration_s=", record.duration_s.count(), " reason=", reason);
     LogStats const stats = context_.logger().stats();
     record.log_line = stats.line_count;
     record.generation = stats.generation;
@@ -127,8 +137,17 @@ std::vector<SessionRecord> AppControl::session_history(std::size_t max) const {
 }
 
 std::vector<CrashRecord> AppControl::crash_history(std::size_t max_records,
-                                                   std::size_t max_backtrace) const {
-    return read_crash_history(crash_log_path(), max_records, max_backtrace);
+                                                   std::size_t max_backtrace,
+                                                   std::size_t skip_from_end) const {
+    std::size_t const wanted = max_records + skip_from_end;
+    bool const all = max_records == 0 || wanted < skip_from_end;
+    auto records = read_crash_history(crash_log_path(), all ? 0 : wanted, max_backtrace);
+    records.resize(records.size() - std::min(records.size(), skip_from_end));
+    return records;
+}
+
+std::vector<IncidentRecord> AppControl::incident_history(std::size_t max_records) const {
+    return read_incident_history(context_.incident_dir(), max_records);
 }
 
 void AppControl::make_directory() const {

@@ -1,12 +1,12 @@
 // The writers of the crash path. What they may call: write, time, getpid, the backtrace of
-// backtrace_signal_safe.hpp, and reads of the log's ring. No allocation, no lock, no stream.
+// backtrace_signal_safe.hpp, and reads of the rings. No allocation, no lock, no stream.
 
 #include "app/AppControl.hpp"
 #include "app/backtrace_signal_safe.hpp"
 #include "app/build_info.hpp"
 #include "app/signal_safe_text.hpp"
+#include "app/trace_merge.hpp"
 
-#include <algorithm>
 #include <ctime>
 #include <unistd.h>
 
@@ -15,11 +15,6 @@ namespace tessaron {
 namespace {
 
 using detail::SignalSafeWriter;
-
-void write_log_trace_entry_signal_safe(SignalSafeWriter& out, LogTraceEntry const& entry) noexcept {
-    out.text("[LOG ").text(to_string(entry.level)).text("] ts=").number(entry.timestamp).text(" ");
-    out.one_line(entry.text).text("\n");
-}
 
 std::uint64_t own_pid() noexcept {
     return static_cast<std::uint64_t>(::getpid());
@@ -61,13 +56,11 @@ void AppControl::write_crash_trace_signal_safe() noexcept {
     }
     SignalSafeWriter out(crash_log_.get());
     out.text(K_CRASH_TRACE_HEADER).text("\n");
-    LogTraceEntry const* const entries = context_.logger().log_trace_raw_entries();
-    std::uint64_t const end = context_.logger().log_trace_raw_write_index();
-    std::uint64_t const begin = end - std::min<std::uint64_t>(end, Logger::K_TRACE_SIZE);
-    for (std::uint64_t index = begin; index != end; ++index) {
-        write_log_trace_entry_signal_safe(out,
-                                          detail::read_slot(entries[index % Logger::K_TRACE_SIZE]));
-    }
+    Logger const& logger = context_.logger();
+    write_merged_trace(out, {logger.log_trace_raw_entries(), Logger::K_TRACE_SIZE},
+                       logger.log_trace_raw_write_index(),
+                       {context_.bus_trace_raw_entries(), bus::Hub::K_TRACE_SIZE},
+                       context_.bus_trace_raw_write_index());
 }
 
 void AppControl::record_session_end_signal_safe(char const* signal_name, char const* runtime,
@@ -84,7 +77,9 @@ void AppControl::record_session_end_signal_safe(char const* signal_name, char co
     out.text(" duration_s=").number(static_cast<std::uint64_t>(seconds_since_session_start(now)));
     // The log's own counters cannot be asked here.
     out.text(" log_line=0 generation=0 runtime=").one_line({runtime, runtime_length});
-    out.text(" reason=crash: signal ").text(signal_name).text("\n");
+    out.text(crash_test_.armed() ? " reason=crash: manual test - signal "
+                                 : " reason=crash: signal ");
+    out.text(signal_name).text("\n");
 }
 
 } // namespace tessaron

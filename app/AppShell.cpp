@@ -5,6 +5,7 @@
 #include "app/ReassertGuard.hpp"
 #include "app/config_table.hpp"
 #include "app/utilities/utf8_text.hpp"
+#include "bus/Hub.hpp"
 
 #include <cassert>
 #include <cstdio>
@@ -28,17 +29,20 @@ std::atomic<AppShellBase*> AppShellBase::s_instance{nullptr};
 
 AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
                            std::span<TerminationReason const> reasons,
-                           std::unique_ptr<IRuntimeState> runtime)
+                           std::unique_ptr<IRuntimeState> runtime, bool declares_components)
     : context_(context), shell_name_(std::move(shell_name)), reasons_(reasons),
+      declares_components_(declares_components), log_(context.make_log_client(shell_name_)),
       control_(context, [this] { request_stop(); }), runtime_(std::move(runtime)),
       restart_budget_(shell_name_),
-      lock_(
-          context.app_name(), context.executable_path(), context.user_name(),
-          [&context](LogLevel level, std::string const& text) { context.log().log(level, text); }),
+      lock_(context.app_name(), context.executable_path(), context.user_name(),
+            [this](LogLevel level, std::string const& text) { log_->log(level, text); }),
       signal_stack_memory_(new std::byte[K_SIGNAL_STACK_SIZE]),
       signal_stack_(signal_stack_memory_.get(), K_SIGNAL_STACK_SIZE),
       next_signal_mask_(signal_mask_for_next_image()), signals_([this] { request_stop(); }) {
     register_flush_on_exit([this] { runtime_->save(); });
+    context.set_extra_incident_content_provider(
+        [runtime = runtime_] { return runtime->dump_named(); });
+    join_bus();
     lock_.acquire_single_instance_lock();
     s_instance = this;
     install_crash_signal_handlers();
@@ -47,7 +51,9 @@ AppShellBase::AppShellBase(AppContext& context, std::string shell_name,
 }
 
 AppShellBase::~AppShellBase() {
+    control_.leave_bus();
     end_watch();
+    context_.set_extra_incident_content_provider({});
     run_flush_callbacks();
     context_.logger().flush();
     lock_.release_signal_safe();
@@ -56,17 +62,38 @@ AppShellBase::~AppShellBase() {
     s_instance = nullptr;
 }
 
+void AppShellBase::join_bus() {
+    // Only now: a request to reboot uses what is constructed behind `control_`.
+    control_.join_bus();
+    control_.serve_control_topic(
+        "termination_reasons",
+        [this](Bytes const&) {
+            TerminationReasonsReply reply;
+            for (TerminationReason const& reason : reasons_) {
+                reply.reasons.push_back({reason.name, reason.description});
+            }
+            return reply.build();
+        },
+        "Lists this app's own termination-reason kinds (see sessions.log's own stop \"reason=\" "
+        "prefix) - name + description");
+}
+
 int AppShellBase::run(int argc, char** argv) {
     assert(s_instance.load() == this);
     if (running_) {
         return K_ALREADY_RUNNING;
     }
-    // Whichever way this ends: the watcher calls the derived class, whose end comes next.
-    struct WatchEnd {
+    // Whichever way this ends: the watcher calls the derived class, as a request to reboot may,
+    // and its end comes next.
+    struct End {
         AppShellBase& shell;
-        ~WatchEnd() { shell.end_watch(); }
-    } const watch_end{*this};
+        ~End() {
+            shell.control_.leave_bus();
+            shell.end_watch();
+        }
+    } const end{*this};
     run_entered_ = true;
+    control_.note_main_thread();
     saved_argv_ = argc >= 1 ? argv : nullptr;
     assert(m_argv_parser_ && "Derived's own constructor must set "
                              "m_argv_parser_ before run() is ever called");
@@ -86,10 +113,16 @@ int AppShellBase::run(int argc, char** argv) {
         print_config_fields();
         return 0;
     }
+    if (m_options.bus_report && declares_components_) {
+        print_bus_report();
+        return 0;
+    }
     control_.record_session_start(argc, argv, runtime_->dump_named());
     {
         MutexLock lock(m_cv_mutex);
-        running_ = true;
+        // What was asked for while the application was being made is done at once, not when the
+        // next signal wants it to end.
+        running_ = !control_.reboot_requested();
     }
     return run_application();
 }
@@ -154,6 +187,13 @@ void AppShellBase::report_already_running() {
 void AppShellBase::print_config_fields() {
     config::config_table(context_.config().snapshot())
         .print(std::cout, detail::stdout_supports_color());
+    std::cout.flush();
+}
+
+void AppShellBase::print_bus_report() {
+    context_.hub().discover();
+    std::this_thread::sleep_for(bus::Hub::DEFAULT_DISCOVERY_TIMEOUT);
+    context_.hub().print_table_report(std::cout);
     std::cout.flush();
 }
 
@@ -233,7 +273,7 @@ void AppShellBase::run_flush_callbacks() noexcept {
 
 void AppShellBase::say(LogLevel level, std::string const& text) {
     std::fprintf(stderr, "%s\n", text.c_str());
-    context_.log().log(level, text);
+    log_->log(level, text);
 }
 
 } // namespace tessaron

@@ -30,7 +30,7 @@ namespace tessaron {
 /// What the command line asks of the shell.
 struct ShellOptions {
     bool list_config = false;
-    bool bus_report = false; ///< For applications that declare what they put on the bus.
+    bool bus_report = false; ///< Of an application that declares what it puts on the bus.
     bool verbose = false;
     InstancePolicy instance_policy = InstancePolicy::warn;
 };
@@ -74,9 +74,10 @@ protected:
     using ArgvParser = std::function<std::optional<int>(int argc, char const* const* argv)>;
 
     /// `reasons` begins with the five of `DefaultTerminationReasons`.
+    /// An application that declares nothing of what it puts on the bus has no report of it.
     AppShellBase(AppContext& context, std::string shell_name,
-                 std::span<TerminationReason const> reasons,
-                 std::unique_ptr<IRuntimeState> runtime);
+                 std::span<TerminationReason const> reasons, std::unique_ptr<IRuntimeState> runtime,
+                 bool declares_components);
 
     /// The application's main loop; returns the exit code.
     virtual int run_impl() = 0;
@@ -113,6 +114,7 @@ private:
     void apply_instance_policy();
     void report_already_running();
     void print_config_fields();
+    void print_bus_report();
     int run_application();
     SessionEnd decide_session_end() const;
     void record_session_end_as(DefaultTerminationReasons::Reason reason, std::string const& detail);
@@ -123,6 +125,7 @@ private:
     void end_watch() TESSARON_EXCLUDES(m_cv_mutex);
     void run_flush_callbacks() noexcept;
     void say(LogLevel level, std::string const& text);
+    void join_bus();
 
     // AppShell_Restart.cpp: the next image
 
@@ -153,8 +156,10 @@ private:
     AppContext& context_;
     std::string const shell_name_;
     std::span<TerminationReason const> const reasons_;
+    bool const declares_components_;
+    std::shared_ptr<LoggerBusClient> const log_;
     AppControl control_;
-    std::unique_ptr<IRuntimeState> const runtime_;
+    std::shared_ptr<IRuntimeState> const runtime_; ///< shared with the incident report under way
     std::vector<std::function<void()>> flush_callbacks_;
     CrashRestartBudget restart_budget_;
     InstanceLock lock_;
@@ -196,7 +201,8 @@ public:
 protected:
     AppShell(AppContext& context, std::string shell_name)
         : AppShellBase(context, std::move(shell_name), Reasons::describe(),
-                       std::make_unique<Runtime>(context.app_dir() + "/runtime.txt")) {}
+                       std::make_unique<Runtime>(context.app_dir() + "/runtime.txt"),
+                       std::tuple_size_v<Components> != 0) {}
 };
 
 } // namespace tessaron

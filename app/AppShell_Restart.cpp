@@ -13,6 +13,8 @@
 namespace tessaron {
 
 void AppShellBase::restart_on_request() {
+    // The answer to a request over the bus gets out before the process is another one.
+    control_.leave_bus();
     prepare_for_restart();
     run_flush_callbacks();
     context_.logger().flush();

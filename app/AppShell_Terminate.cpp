@@ -59,7 +59,7 @@ void AppShellBase::end_after_uncaught_exception(std::string const& description) 
     control_.write_crash_detail_signal_safe(description);
     std::string const detail = "uncaught exception - " + description;
     std::string const text = "crash: " + detail;
-    context_.log().log(LogLevel::ERROR, text);
+    log_->log(LogLevel::ERROR, text);
     record_session_end_as(DefaultTerminationReasons::Reason::crash, detail);
     run_flush_callbacks();
     if (saved_argv_ == nullptr) {

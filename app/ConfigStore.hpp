@@ -2,9 +2,14 @@
 
 #include "app/Config.hpp"
 #include "app/IConfigCodec.hpp"
+#include "app/config_envelopes.hpp"
+#include "bus/IHub.hpp"
+#include "bus/LocalClient.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,9 +37,13 @@ struct LoadReport {
 /// once, so a change by hand takes effect at the next start. What cannot be written stays in
 /// memory without a report.
 ///
-/// Ownership: the codec must outlive the store.
+/// On the bus, whoever likes may list the fields ("list") and set them ("set").
+///
+/// Ownership: the codec must outlive the store, the hub the time between `listen_on_bus` and
+/// `leave_bus`.
 /// Thread safety: safe from any thread; one internal lock. `set_field` is not one atomic step: of
-/// two concurrent calls both succeed and the last write wins.
+/// two concurrent calls both succeed and the last write wins. `listen_on_bus` and `leave_bus` on
+/// one thread, the caller's duty.
 /// Errors: a name that is not in the list throws `std::out_of_range`.
 class ConfigStoreBase {
 public:
@@ -78,17 +87,25 @@ public:
     /// "config_history.log" beside the file; empty when there is no file.
     std::string config_history_path() const TESSARON_EXCLUDES(mutex_);
 
+    /// Answers requests from now on, as a node of its own at that address.
+    void listen_on_bus(bus::IHub& hub, proto::bus::NodeIdentity const& identity,
+                       std::uint32_t address);
+    /// Returns when no request is being answered and none will be.
+    void leave_bus() { bus_client_.reset(); }
+
 private:
     void load_locked() TESSARON_REQUIRES(mutex_);
     void save_locked() TESSARON_REQUIRES(mutex_);
     void record_change(std::string const& name, std::string const& old_text,
                        std::string const& new_text) TESSARON_EXCLUDES(mutex_);
+    ConfigSetReply set(proto::bus::Bytes const& payload);
 
     mutable Mutex mutex_;
     Config config_ TESSARON_GUARDED_BY(mutex_);
     IConfigCodec const& codec_;
     std::string path_ TESSARON_GUARDED_BY(mutex_);
     LoadReport report_ TESSARON_GUARDED_BY(mutex_);
+    std::shared_ptr<bus::LocalClient> bus_client_; ///< Last: its handlers use all of the above.
 };
 
 /// The store under its public name. `BufferSize` is the size in bytes of each of the two buffers

@@ -19,6 +19,8 @@ public:
 
     virtual ~IRuntimeState() = default;
 
+    /// Also on any thread that logs an error, for the report of it: it takes no lock that is held
+    /// while something is logged.
     virtual std::string dump_named() const = 0;
     virtual void save() = 0;
     /// A text that was prepared before: the state's memory as it stands.

@@ -1,5 +1,6 @@
 #include "app/session_archive.hpp"
 
+#include "app/incident_history.hpp"
 #include "app/session_crash.hpp"
 #include "app/session_log_range.hpp"
 #include "app/utilities/file_io.hpp"
@@ -20,8 +21,6 @@ namespace {
 
 using fs_tools::join_path;
 
-constexpr std::string_view K_INCIDENT_PREFIX = "incident-";
-constexpr std::string_view K_INCIDENT_SUFFIX = ".txt";
 /// Records among which the last session is looked for.
 constexpr std::size_t K_LATEST_RECORDS = 200;
 
@@ -57,12 +56,12 @@ void append_stop(std::string& text, std::optional<SessionRecord> const& stop) {
 
 /// The milliseconds in the name of an incident report.
 std::optional<std::int64_t> incident_time(std::string_view name) {
-    if (!name.starts_with(K_INCIDENT_PREFIX) || !name.ends_with(K_INCIDENT_SUFFIX) ||
-        name.size() <= K_INCIDENT_PREFIX.size() + K_INCIDENT_SUFFIX.size()) {
+    if (!name.starts_with(K_INCIDENT_FILE_PREFIX) || !name.ends_with(K_INCIDENT_FILE_SUFFIX) ||
+        name.size() <= K_INCIDENT_FILE_PREFIX.size() + K_INCIDENT_FILE_SUFFIX.size()) {
         return std::nullopt;
     }
-    name.remove_prefix(K_INCIDENT_PREFIX.size());
-    name.remove_suffix(K_INCIDENT_SUFFIX.size());
+    name.remove_prefix(K_INCIDENT_FILE_PREFIX.size());
+    name.remove_suffix(K_INCIDENT_FILE_SUFFIX.size());
     return parse_number<std::int64_t>(name);
 }
 
@@ -241,7 +240,7 @@ std::string format_crash_txt(CrashRecord const& record, std::vector<std::string>
 void copy_matching_incidents(std::string const& incident_dir, std::string const& destination,
                              std::int64_t from, std::int64_t to) {
     for (std::string const& name :
-         fs_tools::list_dir_fs(incident_dir, std::string(K_INCIDENT_PREFIX))) {
+         fs_tools::list_dir_fs(incident_dir, std::string(K_INCIDENT_FILE_PREFIX))) {
         std::string const path = join_path(incident_dir, name);
         auto const time = incident_time(name);
         if (!time || *time / 1000 < from || *time / 1000 > to || !fs_tools::is_reg(path)) {

@@ -25,6 +25,9 @@ struct DiscoveredDevice {
     std::vector<std::string> roles;
     std::vector<proto::bus::HostedModuleInfo> hosted_modules;
     std::chrono::steady_clock::time_point last_seen;
+    /// Tells the hub from all others, wherever it is heard of; see `network_number`. 0 when it does
+    /// not tell.
+    std::uint32_t network_number = 0;
 };
 
 /// The peers that have been heard, by address.

@@ -29,11 +29,32 @@ bool try_read_u32(std::vector<std::uint8_t> const& payload, std::size_t& cursor,
     return proto::bus::detail::decode_u32(payload.data(), payload.size(), cursor, value);
 }
 
+bool try_read_text(std::vector<std::uint8_t> const& payload, std::size_t& cursor,
+                   std::string_view& text) {
+    std::size_t after_length = cursor;
+    std::uint32_t length = 0;
+    if (!try_read_u32(payload, after_length, length) || payload.size() - after_length < length) {
+        return false;
+    }
+    text = {reinterpret_cast<char const*>(payload.data()) + after_length, length};
+    cursor = after_length + length;
+    return true;
+}
+
 bool try_read_string(std::vector<std::uint8_t> const& payload, std::size_t& cursor,
                      std::string& text) {
-    std::uint32_t length = 0;
-    return try_read_u32(payload, cursor, length) &&
-           proto::bus::detail::decode_bytes(payload.data(), payload.size(), cursor, length, text);
+    std::string_view read;
+    if (!try_read_text(payload, cursor, read)) {
+        return false;
+    }
+    text = read;
+    return true;
+}
+
+bool try_read_field_count(std::vector<std::uint8_t> const& payload, std::size_t& cursor,
+                          std::uint32_t& count) {
+    return try_read_u32(payload, cursor, count) &&
+           count <= (payload.size() - cursor) / K_MIN_FIELD_SIZE;
 }
 
 } // namespace detail
@@ -55,28 +76,15 @@ std::vector<std::uint8_t> encode_envelope(Envelope const& envelope) {
 }
 
 std::optional<Envelope> try_decode_envelope(std::vector<std::uint8_t> const& payload) {
-    std::size_t cursor = 0;
-    std::uint32_t count = 0;
-    if (!detail::try_read_u32(payload, cursor, count) ||
-        count > (payload.size() - cursor) / K_MIN_FIELD_SIZE) {
-        return std::nullopt;
-    }
     Envelope envelope;
-    for (; count > 0; --count) {
-        std::string key;
-        std::string value;
-        if (!detail::try_read_string(payload, cursor, key) ||
-            !detail::try_read_string(payload, cursor, value)) {
-            return std::nullopt;
-        }
-        envelope.fields.try_emplace(std::move(key), std::move(value));
-    }
-    std::uint32_t length = 0;
-    if (!detail::try_read_u32(payload, cursor, length) || length > payload.size() - cursor) {
+    auto const data =
+        detail::visit_envelope(payload, [&](std::string_view key, std::string_view value) {
+            envelope.fields.try_emplace(std::string(key), value);
+        });
+    if (!data) {
         return std::nullopt;
     }
-    auto const data = payload.begin() + static_cast<std::ptrdiff_t>(cursor);
-    envelope.data.assign(data, data + static_cast<std::ptrdiff_t>(length));
+    envelope.data.assign(data->begin(), data->end());
     return envelope;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bus/BusTraceRingBuffer.hpp"
 #include "bus/BusWire.hpp"
 #include "bus/FragmentAssembler.hpp"
 #include "bus/HandlerTable.hpp"
@@ -7,6 +8,8 @@
 #include "bus/IHub.hpp"
 #include "bus/LastEventFilter.hpp"
 #include "bus/LocalClientRegistry.hpp"
+#include "bus/NetworkMapCache.hpp"
+#include "bus/NetworkSource.hpp"
 #include "bus/PendingRequestTracker.hpp"
 #include "bus/RequestWorker.hpp"
 #include "bus/RoutingTable.hpp"
@@ -19,6 +22,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -32,7 +36,7 @@ namespace tessaron::bus {
 /// One file for each of its trades: Hub.cpp (life and identity), Hub_AddressClaim.cpp (its own
 /// address and name, and its clients'), Hub_WireSend.cpp, Hub_Dispatch.cpp (receiving, forwarding,
 /// routes), Hub_PubSub.cpp, Hub_Requests.cpp, Hub_LocalClients.cpp, Hub_Discovery.cpp (with the
-/// reports). Its tables are small classes of their own.
+/// reports), Hub_NetworkMap.cpp. Its tables are small classes of their own.
 ///
 /// Threads: the transport's reader parses frames; the wire's worker runs `dispatch` and event
 /// handlers; the request worker runs request handlers; callers come on their own. No lock is held
@@ -55,6 +59,14 @@ public:
                                                std::uint32_t requester)>;
 
     using Settings = HubSettings;
+    using BusTraceSnapshot = BusTraceSnapshotOf<K_TRACE_SIZE>;
+
+    /// What `resolve_local_client_address` takes.
+    struct AddressWish {
+        std::uint32_t preferred = 0;
+        std::uint64_t hardware_id = 0;
+        std::string label;
+    };
 
     /// `rx` and `tx` are this node's alone, at least `MAX_PAYLOAD_SIZE` bytes each. Starts the
     /// threads; the node is heard of after `set_interfaces`.
@@ -116,6 +128,11 @@ public:
     void register_local_client(std::uint32_t address, std::weak_ptr<LocalClient> client) override;
     std::uint32_t resolve_local_client_address(std::uint32_t preferred, std::uint64_t hardware_id,
                                                std::string const& label) override;
+    /// Several at once, all different, in the time that one takes.
+    std::vector<std::uint32_t>
+    resolve_local_client_addresses(std::vector<AddressWish> const& wishes);
+    std::uint32_t pick_local_client_address(std::uint64_t hardware_id,
+                                            std::string const& label) override;
     std::shared_ptr<LocalClient> connect_resolved(std::uint32_t preferred,
                                                   NodeIdentity const& identity,
                                                   std::uint64_t hardware_id) override;
@@ -127,6 +144,32 @@ public:
     void validate_subscriptions() const override;
     std::string build_report() const override;
     void print_table_report(std::ostream& out) const override;
+
+    // --- The network as seen through gateways.
+    /// Asks everybody on this bus for what they know of it, and the gateways for what lies behind
+    /// them, through at most `max_depth` hubs one after the other. Takes the whole time, since
+    /// nobody knows how many will answer, and returns what came until then: a tree of which this
+    /// bus is the root. Not from an event handler.
+    proto::bus::NetworkDomain discover_network(std::uint8_t max_depth, Milliseconds timeout);
+    /// What this node alone knows of its bus, and what the gateways say; returns as soon as they
+    /// have. `visited` holds the numbers of hubs that are covered already. A question that came
+    /// across from this gateway's far side is not taken there again, and one that has been here
+    /// before ends in an empty domain.
+    proto::bus::NetworkDomain discover_network_impl(std::uint8_t max_depth,
+                                                    std::vector<std::uint32_t> visited,
+                                                    Milliseconds timeout, bool came_across);
+    /// Asked by `discover_network_impl`, on its thread.
+    void add_far_side(NetworkSource source) TESSARON_EXCLUDES(far_sides_mutex_);
+
+    // --- The last messages that this node sent or received, each of them once and whole.
+    BusTraceSnapshot bus_trace_snapshot() const noexcept { return trace_.snapshot(); }
+    /// `K_TRACE_SIZE` entries. Async-signal-safe, as is the write index.
+    BusTraceEntry const* bus_trace_raw_entries() const noexcept { return trace_.raw_entries(); }
+    std::uint64_t bus_trace_raw_write_index() const noexcept { return trace_.raw_write_index(); }
+    /// `direction` is one of those of `BusTraceEntry`.
+    void record_bus_trace(char direction, MessageType type, std::uint32_t source,
+                          std::uint32_t destination, std::uint32_t msg_id, Bytes const& payload,
+                          std::string_view topic) noexcept;
 
     // --- Routes, for gateways.
     /// Frames for `low` to `high` go to the forwarder.
@@ -155,6 +198,7 @@ public:
 private:
     using SharedPatternHandler = std::shared_ptr<PatternHandler const>;
 
+    struct NetworkWalk;
     struct Claimant; ///< Who an address is claimed for; see Hub_AddressClaim.cpp.
 
     // Hub.cpp
@@ -166,7 +210,11 @@ private:
     void resolve_name_collision() TESSARON_EXCLUDES(identity_mutex_);
     /// Whether somebody who has the address answers within the probe window.
     bool probe(std::uint32_t candidate, Clock::time_point since);
-    bool probe_local_client_candidate(std::uint32_t candidate);
+    bool is_own_address(std::uint32_t candidate) const;
+    /// Tells everybody; drops those that this process has.
+    void want_local_client_candidates(std::set<std::uint32_t>& candidates);
+    /// Drops those that somebody has.
+    void probe_local_client_candidates(std::set<std::uint32_t>& candidates);
     std::shared_ptr<LocalClient> connect_and_announce(std::uint32_t address,
                                                       NodeIdentity const& identity);
     static std::uint32_t candidate(Claimant const& claimant, std::uint32_t preferred,
@@ -222,6 +270,17 @@ private:
                                   std::uint32_t source, std::uint32_t return_route,
                                   std::optional<std::uint32_t> excluded, std::string const& topic);
 
+    // Hub_NetworkMap.cpp
+    void serve_network_map();
+    proto::bus::NetworkDomain answer_network_map(proto::bus::DiscoverNetworkRequest question,
+                                                 std::uint32_t requester);
+    proto::bus::NetworkDomain own_network_domain(DeviceMap const& devices) const;
+    /// What others say, in the place of this bus. Takes the walk one hop further.
+    proto::bus::NetworkDomain ask_beyond(NetworkWalk& walk, DeviceMap const& devices,
+                                         bool& is_complete);
+    std::vector<proto::bus::NetworkDomain> far_sides(NetworkWalk const& walk) const
+        TESSARON_EXCLUDES(far_sides_mutex_);
+
     // Hub_Discovery.cpp
     void announce() { send_discovery_response(BROADCAST_ADDRESS); }
     void send_discovery_response(std::uint32_t dest);
@@ -259,6 +318,7 @@ private:
 
     // Tables with locks of their own.
     PendingRequestTracker pending_;
+    BusTraceRingBuffer<K_TRACE_SIZE> trace_;
     FragmentAssembler fragments_;
     TopicRegistry topics_;
     DeviceRegistry devices_;
@@ -281,6 +341,10 @@ private:
         last_retained_id_ TESSARON_GUARDED_BY(state_mutex_);
     LastEventFilter last_events_ TESSARON_GUARDED_BY(state_mutex_);
 
+    NetworkMapCache network_cache_;
+    mutable Mutex far_sides_mutex_;
+    std::vector<NetworkSource> far_sides_ TESSARON_GUARDED_BY(far_sides_mutex_);
+
     Mutex debounce_mutex_;
     std::unordered_map<std::uint32_t, Clock::time_point>
         last_discovery_reply_ TESSARON_GUARDED_BY(debounce_mutex_);
@@ -289,5 +353,9 @@ private:
     RequestWorker request_worker_;
     BusWire wire_;
 };
+
+/// A number that no address has, and hardly any other hub, of what a hub calls its own domain in
+/// its discovery responses.
+std::uint32_t network_number(std::string const& domain_name);
 
 } // namespace tessaron::bus

@@ -55,6 +55,9 @@ HubGateway::HubGateway(IInterface& multicast, std::uint32_t local_domain,
     remote_hub_.set_warning_sink(settings.warning_sink);
     local_hub_.set_skip_broadcast_discovery_response(true);
     remote_hub_.set_compression_enabled(true);
+    // Before they introduce themselves.
+    local_hub_.add_role(bus::Hub::K_GATEWAY_ROLE);
+    remote_hub_.add_role(bus::Hub::K_GATEWAY_ROLE);
     local_hub_.set_interfaces(multicast, multicast);
     remote_hub_.set_interfaces(tcp_, tcp_);
     bus::bridge_hubs(local_hub_, remote_hub_, crossing_.way);

@@ -21,7 +21,10 @@ struct HubConstants {
     static constexpr Milliseconds DEFAULT_DISCOVERY_DEBOUNCE{5'000};
     static constexpr Milliseconds DEFAULT_SUBSCRIPTION_TTL{60'000};
     static constexpr Milliseconds DEFAULT_DISCOVERY_TIMEOUT{500};
+    /// How long others are told what was found beyond the gateways before.
     static constexpr std::chrono::seconds K_NETWORK_MAP_CACHE_TTL{10};
+    /// Of hubs that have a far side, so that others know whom to ask for it.
+    static constexpr char K_GATEWAY_ROLE[] = "gateway";
     static constexpr std::chrono::seconds K_VERSION_MISMATCH_WARNING_INTERVAL{30};
     static constexpr std::size_t K_MAX_DATA_FIELD_CHUNK_SIZE = 4014;
     static constexpr std::uint8_t PROTOCOL_VERSION = BusWire::K_PROTOCOL_VERSION;
@@ -33,6 +36,8 @@ struct HubConstants {
     /// Smaller payloads are not worth compressing.
     static constexpr std::size_t K_MIN_COMPRESSED_SIZE = 1024;
     static constexpr unsigned K_ADDRESS_ATTEMPTS = 8;
+    /// Messages that a hub remembers.
+    static constexpr std::size_t K_TRACE_SIZE = 500;
 };
 
 /// How a hub behaves; the defaults are the application's.
@@ -47,6 +52,7 @@ struct HubSettings {
     Milliseconds address_probe_window = HubConstants::DEFAULT_ADDRESS_PROBE_WINDOW;
     /// Where the node leaves its marker; see debug_marker.hpp.
     std::filesystem::path debug_marker_base = K_DEBUG_MARKER_BASE;
+    Milliseconds network_map_cache_ttl = HubConstants::K_NETWORK_MAP_CACHE_TTL;
     std::uint32_t domain = 0; ///< A second address of the node; a gateway's hubs have one.
 };
 

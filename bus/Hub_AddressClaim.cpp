@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <thread>
 
 // How a hub gets an address and a name, and its clients their addresses, where nobody assigns them:
@@ -25,6 +26,9 @@ constexpr std::uint32_t K_FIRST_RESERVED_ADDRESS = 0xFFFFFFFE;
 constexpr unsigned K_STEADY_ATTEMPTS = 2;
 
 constexpr int K_CLIENT_PROBES = 2;
+
+/// So many in a row are never taken, unless nearly all there are.
+constexpr unsigned K_MAX_PICKS = 1000;
 
 std::string warning(std::string const& text) {
     return "[bus] WARNING: " + text;
@@ -154,34 +158,90 @@ void Hub::resolve_name_collision() {
                          "answer to the same name"));
 }
 
-bool Hub::probe_local_client_candidate(std::uint32_t candidate) {
-    if (candidate == address_ || local_clients_.has(candidate)) {
-        return true;
+bool Hub::is_own_address(std::uint32_t candidate) const {
+    return candidate == address_ || local_clients_.has(candidate);
+}
+
+void Hub::want_local_client_candidates(std::set<std::uint32_t>& candidates) {
+    std::erase_if(candidates,
+                  [this](std::uint32_t candidate) { return is_own_address(candidate); });
+    for (std::uint32_t const candidate : candidates) {
+        local_clients_.want(candidate);
     }
+    if (ready_ && !candidates.empty()) {
+        announce();
+    }
+}
+
+void Hub::probe_local_client_candidates(std::set<std::uint32_t>& candidates) {
+    std::erase_if(candidates,
+                  [this](std::uint32_t candidate) { return is_own_address(candidate); });
     // A peer that has answered this hub just now keeps silent when it is asked again, so what it
     // said then still counts.
     auto const since = Clock::now() - settings_.discovery_debounce;
-    for (int tries = 0; tries < K_CLIENT_PROBES; ++tries) {
-        if (probe(candidate, since)) {
-            return true;
-        }
+    for (int tries = 0; tries < K_CLIENT_PROBES && !candidates.empty(); ++tries) {
+        discover();
+        std::this_thread::sleep_for(settings_.address_probe_window);
+        std::erase_if(candidates, [&](std::uint32_t candidate) {
+            return is_address_claimed_by_peer(candidate, since);
+        });
     }
-    return false;
 }
 
 std::uint32_t Hub::resolve_local_client_address(std::uint32_t preferred, std::uint64_t hardware_id,
                                                 std::string const& label) {
-    Claimant const claimant{K_LOCAL_CLIENT, hardware_id, address_, label};
-    std::uint32_t wanted = preferred;
-    for (unsigned attempt = 0; attempt < K_ADDRESS_ATTEMPTS; ++attempt) {
-        wanted = candidate(claimant, preferred, attempt);
-        if (!probe_local_client_candidate(wanted)) {
-            return wanted;
-        }
-        emit_warning(in_use(K_LOCAL_CLIENT, wanted, attempt));
+    return resolve_local_client_addresses({{preferred, hardware_id, label}}).front();
+}
+
+std::vector<std::uint32_t>
+Hub::resolve_local_client_addresses(std::vector<AddressWish> const& wishes) {
+    std::vector<std::uint32_t> wanted(wishes.size());
+    std::set<std::size_t> open;
+    for (std::size_t i = 0; i < wishes.size(); ++i) {
+        open.insert(i);
     }
-    emit_warning(giving_up_for_client(wanted));
+    std::set<std::uint32_t> taken; // by an earlier one of the wishes
+    for (unsigned attempt = 0; attempt < K_ADDRESS_ATTEMPTS && !open.empty(); ++attempt) {
+        std::set<std::uint32_t> free;
+        for (std::size_t const i : open) {
+            auto const& [preferred, hardware_id, label] = wishes[i];
+            wanted[i] =
+                candidate({K_LOCAL_CLIENT, hardware_id, address_, label}, preferred, attempt);
+            free.insert(wanted[i]);
+        }
+        std::erase_if(free, [&](std::uint32_t candidate) { return taken.contains(candidate); });
+        want_local_client_candidates(free);
+        probe_local_client_candidates(free);
+        for (auto it = open.begin(); it != open.end();) {
+            std::uint32_t const address = wanted[*it];
+            bool const is_free = free.erase(address) != 0;
+            if (is_free) {
+                taken.insert(address);
+            } else {
+                if (!taken.contains(address)) {
+                    local_clients_.give_up(address);
+                }
+                emit_warning(in_use(K_LOCAL_CLIENT, address, attempt));
+            }
+            it = is_free ? open.erase(it) : std::next(it);
+        }
+    }
+    for (std::size_t const i : open) {
+        emit_warning(giving_up_for_client(wanted[i]));
+    }
     return wanted;
+}
+
+std::uint32_t Hub::pick_local_client_address(std::uint64_t hardware_id, std::string const& label) {
+    auto const is_taken = [this](std::uint32_t address) {
+        return is_own_address(address) || devices_.is_claimed(address, Clock::time_point::min());
+    };
+    unsigned attempt = 1;
+    std::uint32_t address = derive_alternate_address(attempt, hardware_id, label);
+    while (is_taken(address) && attempt < K_MAX_PICKS) {
+        address = derive_alternate_address(++attempt, hardware_id, label);
+    }
+    return address;
 }
 
 std::shared_ptr<LocalClient> Hub::connect_and_announce(std::uint32_t address,
@@ -201,7 +261,9 @@ std::shared_ptr<LocalClient> Hub::connect_resolved(std::uint32_t preferred,
     for (unsigned attempt = 0; attempt < K_ADDRESS_ATTEMPTS; ++attempt) {
         wanted = candidate(claimant, preferred, attempt);
         auto const since = Clock::now();
-        if (probe_local_client_candidate(wanted)) {
+        std::set<std::uint32_t> free{wanted};
+        probe_local_client_candidates(free);
+        if (free.empty()) {
             emit_warning(in_use(K_LOCAL_CLIENT, wanted, attempt));
             continue;
         }

@@ -21,6 +21,7 @@ using proto::bus::TopicKind;
 constexpr std::uint32_t K_NO_SOURCE = 0xFFFF;
 
 constexpr std::uint8_t K_OWN_HOPS = 1;
+constexpr char K_OWN_NOTE[] = "own domain";
 /// What is forwarded lies behind this node. So no neighbour takes it for one of its own.
 constexpr std::uint8_t K_FORWARDED_HOPS = 2;
 
@@ -42,6 +43,7 @@ DiscoveredDevice Hub::own_record() const {
     DiscoveredDevice own;
     own.identity = identity_snapshot();
     own.address = address_;
+    own.network_number = network_number(own_domain_name());
     own.hosted_modules = hosted_modules_for_wire();
     own.last_seen = Clock::now();
     MutexLock lock(state_mutex_);
@@ -73,7 +75,7 @@ std::string Hub::own_domain_name() const {
 
 std::vector<proto::bus::DiscoveryRecord> Hub::build_discovery_records() const {
     std::vector<proto::bus::DiscoveryRecord> records{
-        {own_domain_name(), settings_.domain, K_OWN_HOPS, "own domain"}};
+        {own_domain_name(), settings_.domain, K_OWN_HOPS, K_OWN_NOTE}};
     for (auto const& [address, route] : routes_.snapshot()) {
         auto const device = devices_.find(address);
         records.push_back({device ? name_of(device->identity) : std::string(), address,
@@ -90,6 +92,10 @@ void Hub::send_discovery_response(std::uint32_t dest) {
     content.roles = std::move(own.roles);
     content.records = build_discovery_records();
     content.modules = std::move(own.hosted_modules);
+    // So that of two who want the same one at the same time, one at least hears of the other.
+    for (std::uint32_t const address : local_clients_.wanted()) {
+        content.modules.push_back({address, "", {}});
+    }
     send_envelope(MessageType::DISCOVERY_RESPONSE, dest,
                   encode_identity_topics_and_roles(own.identity, content));
 }
@@ -123,13 +129,16 @@ void Hub::handle_discovery_response(std::uint32_t source, Bytes const& data) {
     if (!content.records.empty() && content.records.front().name == own_domain_name()) {
         return;
     }
+    DiscoveredDevice device;
+    if (!content.records.empty() && content.records.front().note == K_OWN_NOTE) {
+        device.network_number = network_number(content.records.front().name);
+    }
     learn_routes(content.records);
     for (auto const* topics : {&content.publications, &content.subscriptions}) {
         for (TopicDescription const& topic : *topics) {
             topics_.register_name(proto::bus::topic_hash(topic.name.c_str()), topic.name);
         }
     }
-    DiscoveredDevice device;
     device.identity = proto::bus::decode_identity(data);
     device.address = source;
     device.publications = std::move(content.publications);

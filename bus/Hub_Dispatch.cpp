@@ -80,6 +80,8 @@ void Hub::dispatch_complete(WireFrame&& message, bool has_data) {
             message.origin ? message.origin->local_address() : message.source;
         std::uint32_t const return_route =
             message.origin ? route_key_for(*message.origin) : message.source;
+        record_bus_trace(BusTraceEntry::K_RECEIVED, message.type, source, message.dest,
+                         message.msg_id, message.data, topic);
         deliver_to_local_clients(message, message.data, source, return_route, std::nullopt, topic);
     }
     if (is_for_this_node(message.dest)) {

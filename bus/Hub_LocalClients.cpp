@@ -16,7 +16,11 @@ std::shared_ptr<LocalClient> Hub::connect(std::uint32_t address, NodeIdentity co
 }
 
 void Hub::register_local_client(std::uint32_t address, std::weak_ptr<LocalClient> client) {
+    bool const is_one_wanted = !local_clients_.wanted().empty();
     local_clients_.register_client(address, std::move(client));
+    if (ready_ && is_one_wanted && local_clients_.wanted().empty()) {
+        announce(); // Now all that addresses were asked for have names.
+    }
 }
 
 LocalClientBindings Hub::make_client_bindings(std::uint32_t address) {

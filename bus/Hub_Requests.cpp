@@ -94,6 +94,8 @@ void Hub::send_reply(RequestTask const& task, Bytes&& reply) {
                               address_, 0, "");
         return;
     }
+    record_bus_trace(BusTraceEntry::K_SENT, MessageType::RESPONSE, address_, task.requester,
+                     task.msg_id, reply, "");
     WireFrame response;
     response.type = MessageType::RESPONSE;
     response.source = address_;

@@ -5,7 +5,7 @@
 #include <cassert>
 
 // Everything that a hub sends. Runs on whatever thread sends; touches what is retained, through
-// Hub_PubSub.cpp, and the routes.
+// Hub_PubSub.cpp, the routes and the trace.
 
 namespace tessaron::bus {
 namespace {
@@ -73,7 +73,20 @@ std::size_t Hub::send_envelope_with_origin(WireFrame const& header, Bytes const&
         dispatch_event_handlers(Origin(settings_.domain, static_cast<std::uint16_t>(local_source)),
                                 header.msg_id, header.topic_id, topic, payload);
     }
+    record_bus_trace(BusTraceEntry::K_SENT, header.type, source, header.dest, header.msg_id,
+                     payload, topic);
     return send_on_wire(header, payload);
+}
+
+void Hub::record_bus_trace(char direction, MessageType type, std::uint32_t source,
+                           std::uint32_t destination, std::uint32_t msg_id, Bytes const& payload,
+                           std::string_view topic) noexcept {
+    using std::chrono::microseconds;
+    auto const now = std::chrono::system_clock::now().time_since_epoch();
+    trace_.record(
+        {static_cast<std::uint64_t>(std::chrono::duration_cast<microseconds>(now).count()),
+         direction, type, source, destination, msg_id},
+        payload, topic);
 }
 
 std::size_t Hub::send_on_wire(WireFrame const& header, Bytes const& payload) {

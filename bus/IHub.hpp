@@ -66,7 +66,8 @@ public:
     virtual LocalClientBindings make_client_bindings(std::uint32_t address) = 0;
     virtual void register_local_client(std::uint32_t address,
                                        std::weak_ptr<LocalClient> client) = 0;
-    /// An address that nobody on the bus has, the preferred one if possible.
+    /// An address that nobody on the bus has, the preferred one if possible. Blocks for two probe
+    /// windows at the least.
     virtual std::uint32_t resolve_local_client_address(std::uint32_t preferred,
                                                        std::uint64_t hardware_id,
                                                        std::string const& label) = 0;
@@ -83,6 +84,12 @@ public:
     virtual std::unordered_map<std::uint32_t, DiscoveredDevice> discovered_devices() const = 0;
     virtual std::string build_report() const = 0;
     virtual void print_table_report(std::ostream& out) const = 0;
+
+    /// An address for a client that only publishes, so that it does not matter much if somebody
+    /// else has it: nobody is asked and nothing is waited for. It is none of this process's, nor of
+    /// anybody's who has been heard of; the same one for the same label, if possible.
+    virtual std::uint32_t pick_local_client_address(std::uint64_t hardware_id,
+                                                    std::string const& label) = 0;
 };
 
 } // namespace tessaron::bus

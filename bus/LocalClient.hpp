@@ -53,7 +53,6 @@ public:
     using EventHandler = ReplayedHandler::Handler;
     using Server = std::function<Bytes(Bytes const& request)>;
     using Getter = std::function<Bytes()>;
-    using Setter = std::function<void(Bytes const& value)>;
 
     static constexpr std::uint32_t K_EVERYBODY = 0xFFFFFFFF;
     /// Messages that nobody has taken yet; beyond it the oldest are dropped.
@@ -79,10 +78,12 @@ public:
     /// A value that can be asked for: the request's bytes don't matter.
     void serve_getter(std::string const& topic, Getter get, std::string const& description);
     /// A value that can be set: the reply is `set`'s.
-    void serve_setter(std::string const& topic, Server set, std::string const& description);
-    /// Both: an empty request asks, any other sets and gets the value back.
-    void serve_property(std::string const& topic, Getter get, Setter set,
-                        std::string const& description);
+    void serve_setter(std::string const& topic, Server set, std::string const& description,
+                      TopicParams const& params = {});
+    /// Both, as the topics "<topic>.get" and "<topic>.set".
+    void serve_property(std::string const& topic, Getter get, std::string const& get_description,
+                        Server set, std::string const& set_description,
+                        TopicParams const& set_params = {});
     /// The same with records; a request that `Request::parse` refuses costs a warning.
     template <typename Request, typename Reply>
     void serve_record(std::string const& topic, std::function<Reply(Request const&)> server,

@@ -6,6 +6,7 @@ void LocalClientRegistry::register_client(std::uint32_t address,
                                           std::weak_ptr<LocalClient> client) {
     MutexLock lock(mutex_);
     clients_[address] = std::move(client);
+    wanted_.erase(address);
 }
 
 bool LocalClientRegistry::has(std::uint32_t address) const {
@@ -23,6 +24,21 @@ LocalClientRegistry::live_snapshot() const {
         }
     }
     return live;
+}
+
+void LocalClientRegistry::want(std::uint32_t address) {
+    MutexLock lock(mutex_);
+    wanted_.insert(address);
+}
+
+void LocalClientRegistry::give_up(std::uint32_t address) {
+    MutexLock lock(mutex_);
+    wanted_.erase(address);
+}
+
+std::set<std::uint32_t> LocalClientRegistry::wanted() const {
+    MutexLock lock(mutex_);
+    return wanted_;
 }
 
 } // namespace tessaron::bus

@@ -33,22 +33,17 @@ void LocalClient::serve_getter(std::string const& topic, Getter get,
         topic, [get = std::move(get)](Bytes const&) { return get(); }, description);
 }
 
-void LocalClient::serve_setter(std::string const& topic, Server set,
-                               std::string const& description) {
-    serve(topic, std::move(set), description);
+void LocalClient::serve_setter(std::string const& topic, Server set, std::string const& description,
+                               TopicParams const& params) {
+    serve(topic, std::move(set), description, params);
 }
 
-void LocalClient::serve_property(std::string const& topic, Getter get, Setter set,
-                                 std::string const& description) {
-    serve(
-        topic,
-        [get = std::move(get), set = std::move(set)](Bytes const& request) {
-            if (!request.empty()) {
-                set(request);
-            }
-            return get();
-        },
-        description);
+void LocalClient::serve_property(std::string const& topic, Getter get,
+                                 std::string const& get_description, Server set,
+                                 std::string const& set_description,
+                                 TopicParams const& set_params) {
+    serve_getter(topic + ".get", std::move(get), get_description);
+    serve_setter(topic + ".set", std::move(set), set_description, set_params);
 }
 
 void LocalClient::advertise(std::string const& topic, std::string const& description) {

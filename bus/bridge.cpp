@@ -51,6 +51,15 @@ RouteForward Crossing::forwarder(Hub& from, Hub& to) {
     };
 }
 
+NetworkSource Crossing::map_of(Hub& to) {
+    return [crossing = shared_from_this(), &to](std::uint8_t max_depth, Addresses const& visited,
+                                                std::chrono::milliseconds timeout) {
+        CallGate::Pass const pass(crossing->gate_);
+        return pass ? to.discover_network_impl(max_depth, visited, timeout, true)
+                    : proto::bus::NetworkDomain();
+    };
+}
+
 void Crossing::add_route(Hub& here, Hub& other, std::uint32_t address) {
     // An address that `here` reaches through `other` belongs to that side, whoever else uses it.
     if (address == K_NO_SOURCE || address == Hub::BROADCAST_ADDRESS || is_own(other, address) ||
@@ -69,6 +78,8 @@ void bridge_hubs(Hub& local, Hub& remote, std::shared_ptr<Crossing> const& cross
                     true);
     remote.add_route(local.domain_hash(), local.domain_hash(), crossing->forwarder(remote, local),
                      true);
+    local.add_far_side(crossing->map_of(remote));
+    remote.add_far_side(crossing->map_of(local));
 }
 
 std::pair<Addresses, Addresses> sync_device_routes(Hub& local, Hub& remote, Addresses local_seen,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bus/CallGate.hpp"
+#include "bus/NetworkSource.hpp"
 #include "bus/RoutingTable.hpp"
 
 #include <atomic>
@@ -35,6 +36,8 @@ public:
     /// Takes frames that `from` receives to `to`, where they enter as if received there. Whoever
     /// sent one is then reached from that side.
     RouteForward forwarder(Hub& from, Hub& to);
+    /// Asks `to` for the map of its side.
+    NetworkSource map_of(Hub& to);
     /// A route of `other` to an address on the side of `here`, unless it has one, or the address is
     /// on its own side.
     void add_route(Hub& here, Hub& other, std::uint32_t address);
@@ -44,7 +47,7 @@ private:
     std::atomic<std::size_t> routes_{0};
 };
 
-/// Routes between the domains of the two.
+/// Routes between the domains of the two; each is the far side of the other.
 void bridge_hubs(Hub& local, Hub& remote,
                  std::shared_ptr<Crossing> const& crossing = std::make_shared<Crossing>());
 

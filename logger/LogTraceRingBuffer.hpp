@@ -1,9 +1,8 @@
 #pragma once
 
+#include "app/utilities/TraceRing.hpp"
 #include "logger/LogLevel.hpp"
 
-#include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -21,58 +20,26 @@ struct LogTraceEntry {
 
 namespace detail {
 
-/// Copies `text` and a NUL into `capacity` bytes; a text that has to be cut ends in "...".
-/// Returns the number of bytes copied, without the NUL.
-std::size_t copy_truncated(char* destination, std::size_t capacity, std::string_view text) noexcept;
-
-/// Slots are written and read word by word with relaxed atomics: two threads may meet in a slot,
-/// and then its contents may be mixed, but never more than that.
-void write_slot(LogTraceEntry& slot, std::uint64_t timestamp, LogLevel level,
-                std::string_view text) noexcept;
-LogTraceEntry read_slot(LogTraceEntry const& slot) noexcept;
+/// Fills an entry whose former contents do not matter; returns how many of its bytes are of use.
+/// The last byte of the entry becomes or stays NUL.
+std::size_t fill_log_trace_entry(LogTraceEntry& entry, std::uint64_t timestamp, LogLevel level,
+                                 std::string_view text) noexcept;
 
 } // namespace detail
 
-/// A copy of the slots, and the number of messages ever recorded: the next one would go to slot
-/// `write_index % entries.size()`.
 template <std::size_t N>
-struct LogTraceSnapshotOf {
-    std::array<LogTraceEntry, N> entries;
-    std::uint64_t write_index = 0;
-};
+using LogTraceSnapshotOf = TraceSnapshot<LogTraceEntry, N>;
 
-/// The last `N` messages, for crash and incident reports.
+/// The last `N` messages.
 ///
-/// Fixed size, no lock, no allocation. A slot may be read while it is being written, which readers
-/// accept.
-///
-/// Thread safety: safe from any thread. `raw_entries` and `raw_write_index` are async-signal-safe.
-/// Errors: none.
+/// Thread safety, errors: as `TraceRing`.
 template <std::size_t N>
-class LogTraceRingBuffer {
+class LogTraceRingBuffer : public TraceRing<LogTraceEntry, N> {
 public:
     void record(std::uint64_t timestamp, LogLevel level, std::string_view text) noexcept {
-        std::uint64_t const index = write_index_.fetch_add(1, std::memory_order_relaxed);
-        detail::write_slot(entries_[index % N], timestamp, level, text);
+        LogTraceEntry entry;
+        this->put(entry, detail::fill_log_trace_entry(entry, timestamp, level, text));
     }
-
-    LogTraceSnapshotOf<N> snapshot() const noexcept {
-        LogTraceSnapshotOf<N> copy;
-        copy.write_index = raw_write_index();
-        for (std::size_t i = 0; i < N; ++i) {
-            copy.entries[i] = detail::read_slot(entries_[i]);
-        }
-        return copy;
-    }
-
-    LogTraceEntry const* raw_entries() const noexcept { return entries_.data(); }
-    std::uint64_t raw_write_index() const noexcept {
-        return write_index_.load(std::memory_order_relaxed);
-    }
-
-private:
-    std::array<LogTraceEntry, N> entries_{};
-    std::atomic<std::uint64_t> write_index_{0};
 };
 
 } // namespace tessaron

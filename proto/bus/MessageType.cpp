@@ -5,10 +5,7 @@
 
 namespace proto::bus {
 
-namespace {
-
-/// Null for a value that is none of ours.
-char const* name_of(MessageType type) {
+std::string_view short_name(MessageType type) noexcept {
     switch (type) {
     case MessageType::SUBSCRIBE_REQUEST:
         return "SUBSCRIBE_REQUEST";
@@ -27,17 +24,14 @@ char const* name_of(MessageType type) {
     case MessageType::RESPONSE:
         return "RESPONSE";
     }
-    return nullptr;
+    return "UNKNOWN";
 }
-
-} // namespace
 
 std::ostream& operator<<(std::ostream& stream, MessageType type) {
     // The stream's own base and width stay out of it.
     char value[sizeof "(0x00)"];
     std::snprintf(value, sizeof value, "(0x%x)", static_cast<unsigned>(type) & 0xffU);
-    char const* const name = name_of(type);
-    return stream << (name != nullptr ? name : "UNKNOWN") << value;
+    return stream << short_name(type) << value;
 }
 
 } // namespace proto::bus

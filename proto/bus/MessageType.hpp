@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <string_view>
 
 namespace proto::bus {
 
@@ -17,6 +18,9 @@ enum class MessageType : std::uint8_t {
     REQUEST = 0x40,             ///< The application's bytes.
     RESPONSE = 0x41,            ///< The application's bytes.
 };
+
+/// "EVENT"; "UNKNOWN" for a value that is none of ours. Async-signal-safe.
+std::string_view short_name(MessageType type) noexcept;
 
 /// "EVENT(0x30)"; "UNKNOWN(0x7f)" for a value that is none of ours.
 std::ostream& operator<<(std::ostream& stream, MessageType type);

@@ -2,7 +2,7 @@
 // so that the tests can watch the frame from outside while it crashes, stops and starts anew:
 //
 //     log LEVEL TEXT        logs                             burst N          logs N lines
-//     log-aside             logs on a side thread
+//     log-aside             logs on a side thread        publish TOPIC TEXT  an event with a text
 //     crash HOW             crashes on a side thread         main-crash HOW   on the main thread
 //     crash-together HOW    crashes on four threads at once  sink-crash HOW   on the log's thread
 //     throw std|int         throws on a side thread          main-throw std|int
@@ -189,6 +189,10 @@ private:
             for (long number = std::atol(rest.c_str()); number > 0; --number) {
                 context().log().log(LogLevel::INFO, "burst ", number);
             }
+        } else if (name == "publish") {
+            auto const space = rest.find(' ');
+            context().hub().publish(rest.substr(0, space),
+                                    {{{"text", rest.substr(space + 1)}}, {}});
         } else if (name == "crash") {
             faults::crash(rest);
         } else if (name == "throw") {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -113,6 +114,10 @@ public:
     bus::Hub hub;
 };
 
+inline Bytes bytes_of(std::string const& text) {
+    return {text.begin(), text.end()};
+}
+
 /// The far end of the wire without a hub: sends what it is told to and keeps what it hears.
 class RawNode {
 public:
@@ -174,6 +179,32 @@ public:
     bus::BusWire wire;
 };
 
+/// Whether the node has come to the event of that id; then it has done with all that came before.
+inline bool has_come_to(bus::Hub const& hub, std::uint32_t msg_id) {
+    auto const trace = hub.bus_trace_snapshot();
+    return std::any_of(trace.entries.begin(), trace.entries.end(), [msg_id](auto const& entry) {
+        return entry.direction == bus::BusTraceEntry::K_RECEIVED &&
+               entry.type == MessageType::EVENT && entry.msg_id == msg_id;
+    });
+}
+
+/// Returns when the node has done with all that stood on the bus before, its own questions
+/// included, and the raw node has heard what it had to say.
+inline void settle(RawNode& raw, bus::Hub& hub) {
+    static std::atomic<std::uint32_t> last_id{0x70000000};
+    std::uint32_t const id = ++last_id;
+    raw.send(MessageType::EVENT, hub.address(), bytes_of("settle"), "settle", id);
+    wait_until([&] { return has_come_to(hub, id); }, "the node has come to the marker");
+    hub.discover(id); // Of nobody: a marker, too.
+    wait_until(
+        [&] {
+            auto const heard = raw.heard(MessageType::DISCOVERY_REQUEST);
+            return std::any_of(heard.begin(), heard.end(),
+                               [id](auto const& frame) { return frame.dest == id; });
+        },
+        "the raw node has come to the node's marker");
+}
+
 /// Bytes of which no two neighbouring chunks are alike.
 inline Bytes pattern_bytes(std::size_t size, unsigned seed = 1) {
     Bytes bytes(size);
@@ -183,10 +214,6 @@ inline Bytes pattern_bytes(std::size_t size, unsigned seed = 1) {
         return static_cast<std::uint8_t>(state >> 24);
     });
     return bytes;
-}
-
-inline Bytes bytes_of(std::string const& text) {
-    return {text.begin(), text.end()};
 }
 
 } // namespace tessaron::test

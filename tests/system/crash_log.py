@@ -6,7 +6,23 @@ HEADER = re.compile(
     r"=== crash === signum=(?P<signum>\d+) pid=(?P<pid>\d+) ts=(?P<ts>\d+) ts_ms=(?P<ts_ms>\d{1,3})"
     r"(?: addr=0x(?P<addr>[0-9a-f]+))?(?P<build> version=.*)")
 FRAME = re.compile(r"\S+\((?P<function>[^()+]*)\+0x[0-9a-f]+\) \[0x[0-9a-f]+\]|\[0x[0-9a-f]+\]")
-TRACE = re.compile(r"\[LOG (?P<level>\w+)\] ts=\d{16} (?P<text>.*)")
+LOG_LINE = re.compile(r"\[LOG (?P<level>\w+)\] ts=(?P<time>\d{16}) (?P<text>.*)")
+BUS_LINE = re.compile(
+    r"\[BUS (?P<type>[A-Z_]+) (?P<way>TX|RX)\] ts=(?P<time>\d{16}) (?P<source>\d+) -> (?P<dest>\d+)"
+    r"(?: msg_id=(?P<id>\d+))?(?: topic=\"(?P<topic>[^\"]+)\")? data=\[(?P<data>.*)\] \((?P<size>\d+)b\)")
+
+
+def read_trace(lines):
+    """What was logged and what passed on the bus, of lines that all have to be one of both."""
+    logged, passed = [], []
+    for line in lines:
+        if match := LOG_LINE.fullmatch(line):
+            logged.append(match)
+        else:
+            match = BUS_LINE.fullmatch(line)
+            assert match, line
+            passed.append(match)
+    return logged, passed
 
 
 class CrashRecord:
@@ -23,13 +39,14 @@ class CrashRecord:
         self.build = match["build"]
         self.functions = []
         self.detail = None
-        self.trace = None
+        self.trace = None  # What was logged,
+        self.bus_trace = []  # and what passed on the bus.
 
     def add(self, line):
         if self.trace is not None:
-            match = TRACE.fullmatch(line)
-            assert match, line
-            self.trace.append(f"{match['level']} {match['text']}")
+            logged, passed = read_trace([line])
+            self.trace += [f"{match['level']} {match['text']}" for match in logged]
+            self.bus_trace += passed
         elif line == "--- recent activity ---":
             assert self.detail is None
             self.trace = []

@@ -61,6 +61,6 @@ def start_pattern(pid, program, arguments=()):
 
 
 def stop_pattern(pid, reason, runtime):
-    line = "0" if reason.startswith("crash: signal ") else r"[1-9]\d*"
+    line = "0" if reason.startswith(("crash: signal ", "crash: manual test - signal ")) else r"[1-9]\d*"
     return (rf"event=stop ts=(?P<ts>\d+) pid={pid} duration_s=\d+ log_line={line} generation=0 "
             rf"runtime={re.escape(runtime)} reason={re.escape(reason)}")

@@ -16,9 +16,9 @@ from terminal import output_on_terminal
 GOLDEN = pathlib.Path(__file__).parent / "golden"
 
 CONSOLE_LINES = re.compile(
-    r"\A\[mirelclient\] \[INFO\] \[\S+\] Logger started, writing to console\n"
-    r"(?:\[mirelclient\] \[\w+\] \[\S+\] (?:config: |  - ).*\n)+"
-    rf"\[mirelclient\] \[INFO\] \[\S+\] Redirecting log output to '{LOG_FILE}'\n")
+    r"\A\[mirelclient\] \[INFO\] \[\S+\] \[app\] Logger started, writing to console\n"
+    r"(?:\[mirelclient\] \[\w+\] \[\S+\] \[app\] (?:config: |  - ).*\n)+"
+    rf"\[mirelclient\] \[INFO\] \[\S+\] \[logger\.self\] Redirecting log output to '{LOG_FILE}'\n")
 
 
 def without_console_lines(output):

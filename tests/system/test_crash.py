@@ -36,8 +36,9 @@ def check_record(app, pid, number, stamp):
     assert record.detail is None
     assert app.start_time <= record.time
     # What was logged last, whatever the level, ends the record.
-    assert record.trace[-3:] == ["INFO one", "TRACE below the level of the file", "WARNING three"]
-    assert "INFO Log output redirected here from a previous destination" in record.trace
+    assert record.trace[-3:] == ["INFO [app] one", "TRACE [app] below the level of the file",
+                                 "WARNING [app] three"]
+    assert "INFO [logger.self] Log output redirected here from a previous destination" in record.trace
     return record
 
 
@@ -118,10 +119,10 @@ def test_a_crash_of_the_logs_own_thread_is_recorded_and_the_program_starts_anew(
     app.wait_ready()
     record, = frame_crashes()
     assert record.names("write_to_nowhere")
-    assert record.trace[-1] == "WARNING three"
+    assert record.trace[-1] == "WARNING [app] three"
     app.check_sessions("crash: signal SIGSEGV")
     # The line was in the file before its sink was called.
-    assert frame_log_messages().count("WARNING three") == 2
+    assert frame_log_messages().count("WARNING [app] three") == 2
 
 
 def test_threads_that_crash_at_once_leave_one_whole_record_each_time(app, stamp):

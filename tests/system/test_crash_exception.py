@@ -41,13 +41,13 @@ def test_the_log_tells_of_the_exception_the_stop_and_the_restart_in_this_order(a
     app.do("log INFO the last words")
     app.crash("throw std")
     messages = frame_log_messages()
-    begin = messages.index("INFO the last words")
+    begin = messages.index("INFO [app] the last words")
     text = "crash: uncaught exception - told to throw"
-    assert messages[begin + 1] == f"ERROR {text}"
+    assert messages[begin + 1] == f"ERROR [console_app] {text}"
     assert messages[begin + 2].startswith(f"INFO session stop: pid={pid} duration_s=")
     assert messages[begin + 2].endswith(f" reason={text}")
-    assert messages[begin + 3] == f"ERROR {text} - auto-restarting (attempt 1 of 5 within 60s)"
-    assert messages[begin + 4] == "INFO Logger started, writing to console"
+    assert messages[begin + 3] == f"ERROR [console_app] {text} - auto-restarting (attempt 1 of 5 within 60s)"
+    assert messages[begin + 4] == "INFO [app] Logger started, writing to console"
 
 
 def test_a_standard_exception_out_of_the_main_loop_ends_the_program_as_an_error(app):
@@ -91,10 +91,10 @@ def test_the_sixth_exception_within_the_window_ends_in_an_abort_with_a_record_of
         check_record(record, pid, "std", stamp)
     assert (last.signum, last.pid, last.detail) == (signal.SIGABRT, pid, None)
     text = "crash: uncaught exception - told to throw"
-    assert f"ERROR {text}" in last.trace
+    assert f"ERROR [console_app] {text}" in last.trace
     app.check_sessions(*[text] * 5, f"then: {text}", "end: crash: signal SIGABRT")
     refusal = exception_loop_told(text, crash=6)
     assert app.errors() == (
         "".join(exception_told(text, attempt) for attempt in range(1, 6)) +
         f"[console_app] {text}\n{refusal}\n" + signal_told(signal.SIGABRT) + loop_told(crash=6))
-    assert frame_log_messages()[-1] == f"ERROR {refusal}"
+    assert frame_log_messages()[-1] == f"ERROR [console_app] {refusal}"

@@ -44,7 +44,7 @@ def test_a_log_that_is_stuck_does_not_keep_a_crash_from_its_record(stuck, name):
     stuck.send(signal.Signals[name])
     stuck.wait_ready()
     record, = frame_crashes()
-    assert record.trace[-2:] == ["INFO the last words", "INFO into the pipe"]
+    assert record.trace[-2:] == ["INFO [app] the last words", "INFO [app] into the pipe"]
     stuck.check_sessions(f"crash: signal {name}")
 
 
@@ -53,5 +53,5 @@ def test_an_exception_whose_report_hangs_in_the_log_ends_as_a_crash(stuck):
     report, crash = frame_crashes()
     assert (report.signum, report.detail, report.trace) == (0, "told to throw", None)
     assert crash.signum == signal.SIGABRT
-    assert crash.trace[-2].startswith("ERROR crash: uncaught exception - told to throw")
+    assert crash.trace[-2].startswith("ERROR [console_app] crash: uncaught exception - told to throw")
     stuck.check_sessions("crash: signal SIGABRT")

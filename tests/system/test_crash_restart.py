@@ -138,7 +138,7 @@ def test_a_reboot_of_a_program_that_cannot_be_executed_any_more_ends_it(copied, 
     copied.tell("reboot x")
     assert copied.wait_end() == 0
     assert copied.errors() == exec_failure_told(copied.program, cause)
-    assert frame_log_messages()[-1] == "ERROR " + copied.errors().rstrip("\n")
+    assert frame_log_messages()[-1] == "ERROR [console_app] " + copied.errors().rstrip("\n")
     copied.check_sessions("end: reboot: x")
 
 
@@ -151,7 +151,7 @@ def test_a_reboot_is_a_new_session_of_the_same_process(app):
     assert app.process.poll() is None and app.pid == pid
     sessions = app.check_sessions("reboot: why = because")
     assert app.do("sessions") == sessions
-    assert "INFO AppControl: reboot requested (why = because)" in frame_log_messages()
+    assert "INFO [app] AppControl: reboot requested (why = because)" in frame_log_messages()
     assert app.errors() == ""
     assert COUNT not in environment_of(pid) and frame_crashes() == []
 
@@ -161,9 +161,9 @@ def test_a_reboot_loses_no_line_of_the_log(app):
     app.tell("burst 1000\nreboot x")
     app.wait_ready()
     messages = frame_log_messages()
-    begin = messages.index("INFO burst 1000")
-    assert messages[begin:begin + 1000] == [f"INFO burst {number}" for number in range(1000, 0, -1)]
-    assert messages[begin + 1000] == "INFO AppControl: reboot requested (x)"
+    begin = messages.index("INFO [app] burst 1000")
+    assert messages[begin:begin + 1000] == [f"INFO [app] burst {number}" for number in range(1000, 0, -1)]
+    assert messages[begin + 1000] == "INFO [app] AppControl: reboot requested (x)"
     assert messages[begin + 1001].startswith(f"INFO session stop: pid={pid} ")
     app.check_sessions("reboot: x")
 

@@ -29,7 +29,7 @@ def start_guarded(app, environment=None):
 
 def check_record(record, pid, number, stamp):
     assert (record.signum, record.pid, record.build) == (number, pid, stamp)
-    assert record.trace[-1] == "INFO the last words"
+    assert record.trace[-1] == "INFO [app] the last words"
 
 
 def check_restart(app, pid, number, stamp):
@@ -172,7 +172,7 @@ def test_a_lock_that_another_thread_holds_does_not_keep_a_crash_from_its_record(
     number, function = FAULTS[how]
     record, = frame_crashes()
     assert record.signum == number and record.names(function)
-    assert "INFO the last words" in record.trace
+    assert "INFO [app] the last words" in record.trace
     app.check_sessions(f"crash: signal {number.name}")
 
 
@@ -182,5 +182,5 @@ def test_both_locks_at_once_do_not_keep_a_crash_from_its_record(app):
     hold_allocator(app)
     app.send(signal.SIGSEGV)
     app.wait_ready()
-    assert "INFO the last words" in frame_crashes()[0].trace
+    assert "INFO [app] the last words" in frame_crashes()[0].trace
     app.check_sessions("crash: signal SIGSEGV")

@@ -28,7 +28,7 @@ def overtaken(frame, tmp_path):
 
 def told_in_log(level, text):
     """The whole text, however many lines, as one entry of the log."""
-    entry = rf"^\[frame_app\] \[{level}\] \[[^\]]*\] {re.escape(text)}\n?(?=\[frame_app\]|\Z)"
+    entry = rf"^\[frame_app\] \[{level}\] \[[^\]]*\] \[console_app\] {re.escape(text)}\n?(?=\[frame_app\]|\Z)"
     return re.search(entry, frame_log(), re.MULTILINE) is not None
 
 

@@ -172,7 +172,10 @@ def test_an_uncaught_exception_is_archived_with_its_session(keeping):
     program.crash("throw std")
     start, stop = starts()[0], stops()[0]
     assert stop["reason"] == "crash: uncaught exception - told to throw"
-    assert sorted(path.name for path in archive_of(start).iterdir()) == ["crash.txt", "meta.txt", "session.log"]
+    crash, incident, *others = sorted(path.name for path in archive_of(start).iterdir())
+    assert (crash, others) == ("crash.txt", ["meta.txt", "session.log"])
+    # It was logged as the error that it is.
+    assert incident == next(INCIDENTS.iterdir()).name
     assert (archive_of(start) / "meta.txt").read_text() == expected_meta(start, stop)
     assert (archive_of(start) / "session.log").read_text() == log_lines(start, stop)
 

@@ -35,6 +35,12 @@ protected:
         return read_file(own_path(file)).value_or("");
     }
 
+    /// A trace without what passed on the bus, where each log line passes twice.
+    static std::vector<std::string> log_lines_of(std::vector<std::string> trace) {
+        std::erase_if(trace, [](std::string const& line) { return !line.starts_with("[LOG "); });
+        return trace;
+    }
+
     int stop_requests_ = 0;
 };
 
@@ -136,10 +142,11 @@ TEST_F(AppControlTest, TheTraceHoldsWhatWasLoggedOldestFirstWhateverTheLevel) {
     control.write_crash_trace_signal_safe();
     auto const trace = crash_trace_for_record(control.crash_log_path(), ::getpid(), 1'700'000'000);
     ASSERT_TRUE(trace);
-    ASSERT_GE(trace->size(), 2U);
-    EXPECT_THAT((*trace)[trace->size() - 2],
-                testing::MatchesRegex("\\[LOG TRACE\\] ts=[0-9]+ hidden by the level"));
-    EXPECT_THAT(trace->back(), testing::MatchesRegex("\\[LOG ERROR\\] ts=[0-9]+ seen"));
+    auto const logged = log_lines_of(*trace);
+    ASSERT_GE(logged.size(), 2U);
+    EXPECT_THAT(logged[logged.size() - 2],
+                testing::MatchesRegex("\\[LOG TRACE\\] ts=[0-9]+ \\[app\\] hidden by the level"));
+    EXPECT_THAT(logged.back(), testing::MatchesRegex("\\[LOG ERROR\\] ts=[0-9]+ \\[app\\] seen"));
 }
 
 TEST_F(AppControlTest, TheTraceIsTheLast500Messages) {
@@ -152,9 +159,31 @@ TEST_F(AppControlTest, TheTraceIsTheLast500Messages) {
     control.write_crash_trace_signal_safe();
     auto const trace = crash_trace_for_record(control.crash_log_path(), ::getpid(), 1'700'000'000);
     ASSERT_TRUE(trace);
-    ASSERT_THAT(*trace, SizeIs(500));
-    EXPECT_THAT(trace->front(), testing::EndsWith(" message 277"));
-    EXPECT_THAT(trace->back(), testing::EndsWith(" message 776"));
+    auto const logged = log_lines_of(*trace);
+    ASSERT_THAT(logged, SizeIs(500));
+    EXPECT_THAT(logged.front(), testing::EndsWith(" message 277"));
+    EXPECT_THAT(logged.back(), testing::EndsWith(" message 776"));
+}
+
+TEST_F(AppControlTest, TheTraceHoldsTheBussMessagesAmongThoseOfTheLog) {
+    AppControl control = make_control();
+    // Those below the level are not written, so nothing of them passes on the bus; the lines of the
+    // start have.
+    context_->logger().flush();
+    context_->logger().log(LogLevel::TRACE, "before");
+    context_->hub().publish("tick", bus::Envelope{{{"n", "1"}}, {}});
+    context_->logger().log(LogLevel::TRACE, "after");
+    siginfo_t const info{};
+    write_crash(control, SIGABRT, &info);
+    control.write_crash_trace_signal_safe();
+    auto const trace = crash_trace_for_record(control.crash_log_path(), ::getpid(), 1'700'000'000);
+    ASSERT_TRUE(trace && trace->size() >= 3);
+    auto const last = trace->end() - 3;
+    EXPECT_THAT(last[0], testing::EndsWith(" before"));
+    EXPECT_THAT(last[1], testing::MatchesRegex(
+                             "\\[BUS EVENT TX\\] ts=[0-9]+ 200 -> 4294967295 msg_id=[0-9]+ "
+                             "topic=\"tick\" data=\\[n=1\\] \\(18b\\)"));
+    EXPECT_THAT(last[2], testing::EndsWith(" after"));
 }
 
 TEST_F(AppControlTest, TheStopLineOfACrashTellsNoPositionInTheLog) {

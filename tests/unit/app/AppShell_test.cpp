@@ -1,11 +1,15 @@
 #include "TestShell.hpp"
+#include "app/incident_history.hpp"
 #include "app/session_history.hpp"
 #include "app/utilities/file_io.hpp"
+#include "tests/support/CapturedStream.hpp"
 #include "tests/support/wait_until.hpp"
 
 #include <atomic>
 #include <csignal>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -16,9 +20,9 @@ namespace {
 
 class WaitingApp : public AppShellBase {
 public:
-    explicit WaitingApp(AppContext& context, int code = 0)
+    explicit WaitingApp(AppContext& context, int code = 0, bool declares_components = false)
         : AppShellBase(context, "test_shell", DefaultTerminationReasons::describe(),
-                       std::make_unique<app_shell_detail::NoRuntime>("")),
+                       std::make_unique<app_shell_detail::NoRuntime>(""), declares_components),
           code_(code) {
         m_argv_parser_ = [this](int, char const* const*) { return parsed_code; };
     }
@@ -65,6 +69,50 @@ TEST_F(AppShellTest, AStopSignalEndsTheRunWithItsNumberAnd128) {
     });
     EXPECT_EQ(app.run(0, nullptr), 128 + SIGTERM);
     stopper.join();
+}
+
+TEST_F(AppShellTest, TheBusReportOfAnApplicationThatDeclaresWhatItOffersIsPrintedInPlaceOfARun) {
+    context_->hub().serve(
+        "disk.check", [](auto const&) { return proto::bus::Bytes(); }, "Checks a path");
+    WaitingApp app(*context_, 5, true);
+    app.m_options.bus_report = true;
+    test::CapturedStream console(std::cout);
+    EXPECT_EQ(app.run(0, nullptr), 0);
+    EXPECT_FALSE(app.entered);
+    EXPECT_THAT(console.text(), testing::StartsWith("Hub report: 1 device known\n\n"));
+    EXPECT_THAT(console.text(), testing::HasSubstr("[200] shell-test:\n"));
+    EXPECT_THAT(console.text(), testing::HasSubstr("disk.check"));
+    EXPECT_EQ(app.app_control().session_history(0).size(), 0U);
+}
+
+TEST_F(AppShellTest, TheBusReportOfAnyOtherChangesNothing) {
+    WaitingApp app(*context_, 5);
+    app.m_options.bus_report = true;
+    app.body = [] {};
+    EXPECT_EQ(app.run(0, nullptr), 5);
+    EXPECT_TRUE(app.entered);
+}
+
+TEST_F(AppShellTest, TheRuntimeStateStandsInIncidentReports) {
+    struct State final : IRuntimeState {
+        std::string dump_named() const override { return "mode=calm"; }
+        void save() override {}
+        RawDump raw_dump_signal_safe() const noexcept override { return {}; }
+    };
+    struct App : AppShellBase {
+        explicit App(AppContext& context)
+            : AppShellBase(context, "test_shell", DefaultTerminationReasons::describe(),
+                           std::make_unique<State>(), false) {}
+        int run_impl() override { return 0; }
+    };
+    {
+        App const app(*context_);
+        context_->write_incident_report(LogLevel::ERROR, "x");
+    }
+    auto const paths = list_incident_reports(context_->incident_dir());
+    ASSERT_EQ(paths.size(), 1U);
+    EXPECT_THAT(read_file(paths[0]).value_or(""),
+                testing::EndsWith("\n=== runtime state ===\nmode=calm\n"));
 }
 
 TEST_F(AppShellTest, NoStopSignalIsLostHoweverEarlyItComesInTheWait) {
@@ -190,7 +238,8 @@ TEST_F(AppShellTest, TheLockIsHeldForAsLongAsTheShellLives) {
         WaitingApp app(*context_);
         EXPECT_THROW(AppContext(store_, 0, nullptr), AlreadyRunningError);
     }
-    context_.reset(); // Two at a time would share the buffers of the process's one node.
+    // One after the other: contexts of one process share the buffers of their bus nodes.
+    context_.reset();
     EXPECT_NO_THROW(context_.emplace(store_, 0, nullptr));
 }
 

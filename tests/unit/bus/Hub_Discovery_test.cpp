@@ -39,12 +39,17 @@ struct HubDiscovery : testing::Test {
     void SetUp() override {
         peer.join();
         node.join();
-        peer.wait_for(MessageType::DISCOVERY_RESPONSE, 1, "the announcement has come");
+        test::settle(peer, node.hub);
+        announcements = peer.heard(MessageType::DISCOVERY_RESPONSE).size();
     }
 
+    /// Behind the announcements: a slow node answers its own question with a second one.
     std::vector<WireFrame> responses(std::size_t count) {
-        peer.wait_for(MessageType::DISCOVERY_RESPONSE, count, "the responses have come");
-        return peer.heard(MessageType::DISCOVERY_RESPONSE);
+        peer.wait_for(MessageType::DISCOVERY_RESPONSE, announcements + count,
+                      "the responses have come");
+        auto all = peer.heard(MessageType::DISCOVERY_RESPONSE);
+        all.erase(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(announcements));
+        return all;
     }
     bool wait_for_device(std::uint32_t address) {
         return test::wait_until([&] { return node.hub.discovered_devices().contains(address); },
@@ -54,6 +59,7 @@ struct HubDiscovery : testing::Test {
     LoopbackBus bus;
     RawNode peer{bus, 9};
     HubNode node{bus, 200, "node"};
+    std::size_t announcements = 0;
 };
 
 TEST_F(HubDiscovery, OneSourceIsAnsweredOnceInFiveSeconds) {
@@ -63,10 +69,10 @@ TEST_F(HubDiscovery, OneSourceIsAnsweredOnceInFiveSeconds) {
     peer.send(question(200), {});
     other.send(question(), {}); // A marker: its answer comes after those of the others.
     ASSERT_TRUE(other.wait_for(MessageType::DISCOVERY_RESPONSE, 2, "both have been answered"));
-    auto const answers = responses(3);
-    ASSERT_EQ(answers.size(), 3u);
-    EXPECT_EQ(answers[1].dest, 9u);
-    EXPECT_EQ(answers[2].dest, 10u);
+    auto const answers = responses(2);
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(answers[0].dest, 9u);
+    EXPECT_EQ(answers[1].dest, 10u);
 }
 
 TEST_F(HubDiscovery, AfterTheDebounceItIsAnsweredAgain) {
@@ -90,9 +96,9 @@ TEST_F(HubDiscovery, WhoHasNoAddressYetIsAlwaysAnsweredByBroadcast) {
     newcomer.join();
     newcomer.send(question(), {});
     newcomer.send(question(), {});
-    auto const answers = responses(3);
+    auto const answers = responses(2);
+    EXPECT_EQ(answers[0].dest, Hub::BROADCAST_ADDRESS);
     EXPECT_EQ(answers[1].dest, Hub::BROADCAST_ADDRESS);
-    EXPECT_EQ(answers[2].dest, Hub::BROADCAST_ADDRESS);
 }
 
 TEST_F(HubDiscovery, TheResponseTellsAllThatTheNodeOffers) {
@@ -107,7 +113,7 @@ TEST_F(HubDiscovery, TheResponseTellsAllThatTheNodeOffers) {
     node.hub.add_route(
         700, 701, [](std::uint32_t, WireFrame const&) {}, true);
     peer.send(question(), {});
-    Bytes const payload = responses(2)[1].data;
+    Bytes const payload = responses(1)[0].data;
     EXPECT_EQ(proto::bus::decode_identity(payload), node.hub.identity_snapshot());
     auto content = proto::bus::decode_topics_and_roles_after_identity(payload);
     EXPECT_THAT(

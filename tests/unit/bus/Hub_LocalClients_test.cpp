@@ -1,16 +1,13 @@
-#include "bus/address_derivation.hpp"
 #include "tests/support/bus_nodes.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace tessaron::bus {
 namespace {
 
 using test::Bytes;
 using test::bytes_of;
-using test::claim_settings;
 using test::Collected;
 using test::HubNode;
 using test::K_LONG;
@@ -20,8 +17,6 @@ using test::Origin;
 using test::RawNode;
 using test::topic_hash;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 using std::chrono::milliseconds;
 
@@ -178,166 +173,6 @@ TEST_F(HubLocalClients, AHandlerThatThrowsWarnsThroughTheHub) {
     EXPECT_EQ(node.warnings.all().front(),
               "[bus] EVENT handler for 'topic' threw on this payload (malformed/unexpected?): bad "
               "luck");
-}
-
-struct LocalClientClaims : testing::Test {
-    /// Whoever answers that it hosts a client.
-    void host(RawNode& raw, std::uint32_t address) {
-        raw.on_frame = [&raw, address](WireFrame const& frame) {
-            if (frame.type == MessageType::DISCOVERY_REQUEST) {
-                proto::bus::TopicsAndRoles content;
-                content.modules.push_back({address, "hosted", {}});
-                raw.announce("raw", content);
-            }
-        };
-        raw.join();
-    }
-    static std::string in_use(std::uint32_t address, int probe) {
-        return "[bus] WARNING: local-client address " + std::to_string(address) +
-               " already in use on this bus (probe " + std::to_string(probe) +
-               "/8) - retrying with an alternate address";
-    }
-
-    LoopbackBus bus;
-};
-
-TEST_F(LocalClientClaims, AFreeAddressIsUsedUnchanged) {
-    HubNode node(bus, 200);
-    node.join();
-    EXPECT_EQ(node.hub.resolve_local_client_address(500, 0, "label"), 500u);
-    EXPECT_EQ(node.hub.connect_resolved(501, identity(), 0)->address(), 501u);
-    EXPECT_THAT(node.warnings.all(), IsEmpty());
-}
-
-TEST_F(LocalClientClaims, AFreeAddressIsAskedForTwice) {
-    RawNode listener(bus, 9);
-    listener.join();
-    HubNode node(bus, 200);
-    node.join();
-    node.hub.resolve_local_client_address(500, 0, "label");
-    EXPECT_TRUE(listener.wait_for(MessageType::DISCOVERY_REQUEST, 3, "the questions have come"));
-}
-
-TEST_F(LocalClientClaims, TheHubsOwnAddressAndThoseOfItsClientsAreTaken) {
-    HubNode node(bus, 200);
-    node.join();
-    std::uint32_t const alternate = derive_alternate_address(1, 7, "label");
-    EXPECT_EQ(node.hub.resolve_local_client_address(200, 7, "label"), alternate);
-    auto const first = node.hub.connect(500, identity());
-    EXPECT_EQ(node.hub.resolve_local_client_address(500, 7, "label"), alternate);
-    EXPECT_THAT(node.warnings.all(), ElementsAre(in_use(200, 1), in_use(500, 1)));
-}
-
-TEST_F(LocalClientClaims, TwoServicesOfOneLabelAreSeparated) {
-    HubNode node(bus, 200);
-    node.join();
-    auto const first = node.hub.connect_resolved(500, identity("same"), 7);
-    auto const second = node.hub.connect_resolved(500, identity("same"), 7);
-    auto const third = node.hub.connect_resolved(500, identity("same"), 7);
-    EXPECT_EQ(first->address(), 500u);
-    EXPECT_EQ(second->address(), derive_alternate_address(1, 7, "same"));
-    EXPECT_NE(third->address(), second->address());
-    EXPECT_NE(third->address(), first->address());
-}
-
-TEST_F(LocalClientClaims, AnAddressThatAnotherNodeHostsIsTaken) {
-    RawNode raw(bus, 9);
-    host(raw, 500);
-    HubNode node(bus, 200, "node", claim_settings());
-    node.join();
-    auto const client = node.hub.connect_resolved(500, identity(), 0);
-    EXPECT_NE(client->address(), 500u);
-    EXPECT_THAT(node.warnings.all(), ElementsAre(in_use(500, 1)));
-}
-
-TEST_F(LocalClientClaims, WhatAPeerSaidJustNowStillCountsWhileItKeepsSilent) {
-    HubNode far(bus, 300, "far", claim_settings());
-    far.join();
-    auto const theirs = far.hub.connect_resolved(500, identity(), 0);
-    HubNode node(bus, 200, "node", claim_settings());
-    node.join();
-    auto const first = node.hub.connect_resolved(501, identity("a"), 0); // Far answers, once.
-    auto const second = node.hub.connect_resolved(500, identity("b"), 0);
-    EXPECT_EQ(first->address(), 501u);
-    EXPECT_NE(second->address(), 500u);
-}
-
-TEST_F(LocalClientClaims, AClaimInTheSameInstantSendsBothOn) {
-    RawNode raw(bus, 9);
-    raw.on_frame = [&raw](WireFrame const& frame) {
-        auto const content = proto::bus::decode_topics_and_roles_after_identity(frame.data);
-        if (frame.type == MessageType::DISCOVERY_RESPONSE && !content.modules.empty() &&
-            content.modules.front().address == 500) {
-            proto::bus::TopicsAndRoles own;
-            own.modules.push_back({500, "hosted", {}});
-            raw.announce("raw", own);
-        }
-    };
-    raw.join();
-    HubNode node(bus, 200, "node", claim_settings());
-    node.join();
-    auto const client = node.hub.connect_resolved(500, identity(), 0);
-    EXPECT_NE(client->address(), 500u);
-    EXPECT_THAT(node.warnings.all(),
-                ElementsAre("[bus] WARNING: local-client address 500 was claimed by another device "
-                            "at the same instant, right after announcing (probe 1/8) - retrying "
-                            "with an alternate address"));
-}
-
-TEST_F(LocalClientClaims, AfterEightAttemptsTheClientIsMadeAllTheSame) {
-    RawNode raw(bus, 9);
-    raw.on_frame = [&raw](WireFrame const& frame) {
-        if (frame.type != MessageType::DISCOVERY_RESPONSE || frame.source != 200) {
-            return;
-        }
-        auto const content = proto::bus::decode_topics_and_roles_after_identity(frame.data);
-        proto::bus::TopicsAndRoles own;
-        own.modules = content.modules;
-        if (!own.modules.empty()) {
-            raw.announce("jealous", own);
-        }
-    };
-    raw.join();
-    Hub::Settings settings = test::hub_settings();
-    settings.address_probe_window = milliseconds(60);
-    settings.discovery_debounce = milliseconds(0);
-    HubNode node(bus, 200, "node", settings);
-    node.join();
-    auto const client = node.hub.connect_resolved(500, identity(), 0);
-    ASSERT_TRUE(client);
-    auto const warnings = node.warnings.all();
-    ASSERT_EQ(warnings.size(), 9u);
-    EXPECT_THAT(warnings[7], HasSubstr("(probe 8/8)"));
-    EXPECT_EQ(warnings[8],
-              "[bus] WARNING: giving up after 8 probe attempts - committing local client to "
-              "address " +
-                  std::to_string(client->address()) +
-                  " even though it still appears to be in use; two clients may now both answer to "
-                  "the same address");
-}
-
-TEST_F(LocalClientClaims, ClientsOfManyProcessesStartedAtOnceEndWithAddressesOfTheirOwn) {
-    std::vector<std::unique_ptr<HubNode>> nodes;
-    for (std::uint32_t i = 0; i < 6; ++i) {
-        nodes.push_back(std::make_unique<HubNode>(bus, 200 + i, "node", claim_settings()));
-    }
-    Collected<std::shared_ptr<LocalClient>> clients;
-    std::vector<std::thread> starts;
-    for (auto const& node : nodes) {
-        starts.emplace_back([&node, &clients] {
-            node->join();
-            clients.add(node->hub.connect_resolved(500, identity(), 0));
-        });
-    }
-    for (std::thread& start : starts) {
-        start.join();
-    }
-    std::vector<std::uint32_t> addresses;
-    for (auto const& client : clients.all()) {
-        addresses.push_back(client->address());
-    }
-    std::sort(addresses.begin(), addresses.end());
-    EXPECT_EQ(std::unique(addresses.begin(), addresses.end()), addresses.end());
 }
 
 } // namespace

@@ -49,6 +49,19 @@ TEST(LocalClientRegistry, ALaterClientReplacesAnEarlierOne) {
     EXPECT_EQ(live[0].second, later);
 }
 
+TEST(LocalClientRegistry, AnAddressIsWantedUntilItHasAClientOrIsGivenUp) {
+    LocalClientRegistry clients;
+    clients.want(1);
+    clients.want(2);
+    EXPECT_FALSE(clients.has(1));
+    EXPECT_THAT(clients.wanted(), testing::ElementsAre(1U, 2U));
+    auto const client = living_client();
+    clients.register_client(1, client);
+    EXPECT_THAT(clients.wanted(), testing::ElementsAre(2U));
+    clients.give_up(2);
+    EXPECT_THAT(clients.wanted(), testing::IsEmpty());
+}
+
 TEST(LocalClientRegistry, ASnapshotKeepsItsClientsAlive) {
     LocalClientRegistry clients;
     auto client = living_client();

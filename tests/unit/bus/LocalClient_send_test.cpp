@@ -167,15 +167,26 @@ TEST(LocalClientSend, ASetterAnswersAsItLikes) {
     EXPECT_EQ(value, Bytes{4});
 }
 
-TEST(LocalClientSend, APropertyIsAskedWithNothingAndSetWithAnythingElse) {
+TEST(LocalClientSend, APropertyIsAskedAndSetUnderATopicEach) {
     ScriptedHub hub;
     auto const client = hub.connect();
     Bytes value{1};
     client->serve_property(
-        "value", [&] { return value; }, [&](Bytes const& request) { value = request; }, "");
-    EXPECT_EQ(reply_to(hub, *client, "value", {}), Bytes{1});
-    EXPECT_EQ(reply_to(hub, *client, "value", {8, 9}), (Bytes{8, 9}));
-    EXPECT_EQ(reply_to(hub, *client, "value", {}), (Bytes{8, 9}));
+        "value", [&] { return value; }, "what it is",
+        [&](Bytes const& request) {
+            value = request;
+            return Bytes{0};
+        },
+        "sets it", {{"value", "a number", true}});
+    EXPECT_EQ(reply_to(hub, *client, "value.get", {}), Bytes{1});
+    EXPECT_EQ(reply_to(hub, *client, "value.set", {8, 9}), Bytes{0});
+    EXPECT_EQ(reply_to(hub, *client, "value.get", {7}), (Bytes{8, 9}));
+    EXPECT_THAT(
+        hub.adverts(),
+        ElementsAre(
+            ScriptedHub::Advert{"value.get", "what it is", TopicKind::REQUEST, {}, false},
+            ScriptedHub::Advert{
+                "value.set", "sets it", TopicKind::REQUEST, {{"value", "a number", true}}, false}));
 }
 
 TEST(LocalClientSend, RecordsAreServed) {

@@ -10,33 +10,6 @@
 namespace tessaron {
 namespace {
 
-TEST(CopyTruncated, ShortTextIsCopiedWhole) {
-    char room[8];
-    EXPECT_EQ(detail::copy_truncated(room, sizeof room, "seven!!"), 7U);
-    EXPECT_STREQ(room, "seven!!");
-}
-
-TEST(CopyTruncated, LongTextEndsInThreeDots) {
-    char room[8];
-    EXPECT_EQ(detail::copy_truncated(room, sizeof room, "eight!!!"), 7U);
-    EXPECT_STREQ(room, "eigh...");
-}
-
-TEST(CopyTruncated, RoomForLessThanTheDotsHoldsAsManyAsFit) {
-    char room[3];
-    detail::copy_truncated(room, sizeof room, "long");
-    EXPECT_STREQ(room, "..");
-    detail::copy_truncated(room, 1, "long");
-    EXPECT_STREQ(room, "");
-    EXPECT_EQ(detail::copy_truncated(room, 0, "long"), 0U);
-}
-
-TEST(CopyTruncated, EmptyTextIsJustTheNul) {
-    char room[3] = "xx";
-    EXPECT_EQ(detail::copy_truncated(room, sizeof room, {}), 0U);
-    EXPECT_STREQ(room, "");
-}
-
 TEST(LogTraceRingBuffer, RecordsTimeLevelAndText) {
     LogTraceRingBuffer<4> ring;
     ring.record(123456789, LogLevel::WARNING, "hello");
