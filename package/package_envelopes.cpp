@@ -2,6 +2,8 @@
 
 #include "package/package_records.hpp"
 
+#include <string>
+
 namespace tessaron {
 
 using bus::RecordReader;
@@ -50,15 +52,17 @@ PackageInstallRequest PackageInstallRequest::parse(Bytes const& payload) {
 }
 
 Bytes PackageManagerReply::build() const {
+    std::string const text = data.is_null() ? "" : data.dump();
+    if (text.size() > bus::K_MAX_RECORD_DATA) {
+        return failure("reply too large for a message: " + std::to_string(text.size()) + " bytes")
+            .build();
+    }
     RecordWriter writer;
     writer.text("status", ok ? "ok" : "error");
     if (!error.empty()) {
         writer.text("error", error);
     }
-    if (!data.is_null()) {
-        writer.data(data.dump());
-    }
-    return writer.bytes();
+    return writer.data(text).bytes();
 }
 
 PackageManagerReply PackageManagerReply::parse(Bytes const& payload) {

@@ -33,7 +33,7 @@ using PackageEntries = std::map<std::string, PackageEntry>;
 /// The result of every package operation.
 ///
 /// On the bus an envelope: "status" ("ok" or "error"), "error" unless it is empty, and the document
-/// as text in the data.
+/// as text in the data. One that does not fit into a message is an error that says so.
 struct PackageManagerReply {
     bool ok = false;
     std::string error; ///< For a human; begins with the operation's name. Empty on success.
