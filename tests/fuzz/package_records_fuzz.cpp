@@ -1,6 +1,5 @@
 // Any payload as any of the records that the package service and the fetch are asked with and
-// answer: it is refused by an exception, or read; what was read is written and read again as the
-// same bytes.
+// answer: it is refused by an exception, or read; what was read is written, and can be read again.
 
 #include "MirelClientApp/FetchInstallRequest.hpp"
 #include "package/package_envelopes.hpp"
