@@ -10,6 +10,7 @@
 #include "MirelClientApp/routes/vnc_routes.hpp"
 #include "app/utilities/shell_command.hpp"
 #include "app/utilities/shell_quote.hpp"
+#include "package/service_client.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -29,6 +30,9 @@ constexpr std::chrono::milliseconds K_TUNNEL_GRACE{50};
 /// How long a stop waits for the tunnel's shells.
 constexpr std::chrono::milliseconds K_STOP_GRACE{500};
 
+/// Where the package service would like to be on the bus, behind this process's own node.
+constexpr std::uint32_t K_PACKAGES_OFFSET = 1000;
+
 std::uint16_t port_of(long long setting) {
     return static_cast<std::uint16_t>(setting);
 }
@@ -39,7 +43,8 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
     : ConsoleApp(context), downloads_dir_(context.app_dir() + "/downloads"),
       registry_(context.config().as_str(config::K_REGISTRY_URL)),
       packages_(context.app_dir() + "/store", tessaron::K_PACKAGE_MANAGER_SUPERVISE_POLL,
-                tessaron::InheritedChildren::of_this_process()),
+                tessaron::InheritedChildren::of_this_process(),
+                connect_service("pkgmgr", K_PACKAGES_OFFSET)),
       self_updater_(registry_, context.config().as_str(config::K_SELF_UPDATE_PACKAGE_NAME),
                     detect_platform_arch(), K_RUNNING_VERSION_CORE,
                     [this](std::string const& reason) { app_control().request_reboot(reason); }),
@@ -56,14 +61,15 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
       start_time_(steady_clock::now()) {
     mkdir_recursive(downloads_dir_);
     apply_bootstrap_package_list();
+    serve_fetch_install();
     start_web_server();
     heartbeat_.start();
     tunnel_.start();
 }
 
 MirelClientApp::~MirelClientApp() {
-    // The web server waits for its running handlers and the updater for its updates, so whatever
-    // they may be blocked in ends first.
+    // The web server and the nodes on the bus wait for their running handlers and the updater for
+    // its updates, so whatever they may be blocked in ends first.
     end_what_is_under_way();
     tunnel_.stop();
     // Shells that ignore their end are ended by force; a process that is gone could not do it.
@@ -94,6 +100,14 @@ void MirelClientApp::prepare_for_restart() {
     std::ignore = console_.wait_until_ended(time_left());
     std::ignore = vnc_bridges_.wait_until_ended(time_left());
     std::ignore = tunnel_.wait_until_streams_ended(time_left());
+}
+
+std::shared_ptr<tessaron::bus::LocalClient>
+MirelClientApp::connect_service(std::string const& label, std::uint32_t offset) {
+    auto const shared_address =
+        static_cast<std::uint32_t>(context().config().as_int(config::K_SHARED_BUS_ADDRESS));
+    return tessaron::connect_service(context().hub(),
+                                     {label, context().app_name(), shared_address, offset});
 }
 
 int MirelClientApp::run_impl() {

@@ -13,7 +13,13 @@
 #include "package/PackageManagerService.hpp"
 
 #include <chrono>
+#include <cstdint>
+#include <memory>
 #include <string>
+
+namespace tessaron::bus {
+class LocalClient;
+}
 
 namespace mirelclient {
 
@@ -23,9 +29,10 @@ inline constexpr char const* K_RUNNING_VERSION_CORE = "0.0.0";
 /// The daemon: it owns the services, lets the web surface drive them, and is the one place where
 /// the registry server and the package store meet.
 ///
-/// Construction provisions the packages of the bootstrap list (blocking) before the web server
-/// listens. Destruction ends the transfers, shell commands and terminals under way, lets the
-/// running web handlers and updates end, and leaves the packages' processes running.
+/// Construction provisions the packages of the bootstrap list (blocking) before further ones can be
+/// fetched over the bus and the web server listens. Destruction ends the transfers, shell commands
+/// and terminals under way, lets the running handlers and updates end, and leaves the packages'
+/// processes running.
 ///
 /// Ownership: services by value; the context must outlive the object.
 /// Thread safety: `fetch_install` and `stop` from any thread; the rest only on the main thread.
@@ -53,6 +60,10 @@ private:
     /// Transfers, shell commands and terminals; from then on all further ones fail.
     void end_what_is_under_way();
 
+    /// A node of a service's own on the bus.
+    std::shared_ptr<tessaron::bus::LocalClient> connect_service(std::string const& label,
+                                                                std::uint32_t offset);
+
     /// Where a build's artifact lies once it was fetched.
     std::string artifact_path(std::string const& name, std::string const& version,
                               std::string const& arch) const;
@@ -63,6 +74,8 @@ private:
 
     void apply_bootstrap_package_list();
     void apply_bootstrap_entry(tessaron::json::Value const& entry);
+    /// On a node of its own, so that a download does not hold up what the package service is asked.
+    void serve_fetch_install();
     void start_web_server();
 
     std::string downloads_dir_;
@@ -76,6 +89,8 @@ private:
     TunnelClient tunnel_;  // Dials the web server like anybody else.
     WebServer web_server_; // Its handlers use what stands above the heartbeat.
     std::chrono::steady_clock::time_point start_time_;
+    /// Last: its handler uses the registry client and the package service.
+    std::shared_ptr<tessaron::bus::LocalClient> registry_on_bus_;
 };
 
 } // namespace mirelclient

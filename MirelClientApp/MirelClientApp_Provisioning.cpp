@@ -1,12 +1,16 @@
-// Where the registry server and the package store meet: one fetch and install, the steps of an
-// update, and the list of packages a fresh machine receives. Runs on the main thread during start
-// (the list), on whatever thread asks (one fetch) and on the update threads; touches the registry
-// client, the package service, the log.
+// Where the registry server and the package store meet: one fetch and install, also over the bus,
+// the steps of an update, and the list of packages a fresh machine receives. Runs on the main
+// thread during start (the list), on whatever thread asks (one fetch; over the bus, the request
+// worker of its node) and on the update threads; touches the registry client, the package service,
+// the log.
 
 #include "MirelClientApp/App/config_fields.hpp"
+#include "MirelClientApp/FetchInstallRequest.hpp"
 #include "MirelClientApp/MirelClientApp.hpp"
 #include "app/utilities/file_io.hpp"
+#include "bus/LocalClient.hpp"
 
+#include <cstdint>
 #include <exception>
 #include <optional>
 
@@ -19,6 +23,8 @@ using tessaron::json::Value;
 namespace {
 
 constexpr char const* K_DEFAULT_CHANNEL = "main";
+/// Where the one who fetches would like to be on the bus, behind this process's own node.
+constexpr std::uint32_t K_REGISTRY_OFFSET = 2000;
 
 std::string error_of(PackageManagerReply const& reply) {
     return reply.ok ? "" : reply.error;
@@ -48,6 +54,19 @@ PackageManagerReply MirelClientApp::fetch_install(std::string const& name,
     }
     return packages_.install(
         {name, version, arch, artifact_path(name, version, arch), start_after_install});
+}
+
+void MirelClientApp::serve_fetch_install() {
+    registry_on_bus_ = connect_service("registry", K_REGISTRY_OFFSET);
+    registry_on_bus_->serve_record<FetchInstallRequest, PackageManagerReply>(
+        "pkgmgr.fetch_install",
+        [this](FetchInstallRequest const& request) {
+            return fetch_install(request.name, request.channel, request.version, request.arch,
+                                 request.start_after_install);
+        },
+        "Downloads a package's manifest+artifact from the configured mirelserver registry, then "
+        "installs it - the one thing PackageManagerService's own topics deliberately don't do "
+        "(they only ever touch already-local files)");
 }
 
 PackageUpdater::Steps MirelClientApp::update_steps() {

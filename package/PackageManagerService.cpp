@@ -3,6 +3,7 @@
 #include "package/PackageManagerService.hpp"
 
 #include "app/utilities/shell_command.hpp"
+#include "bus/LocalClient.hpp"
 #include "libraries/threads/start_thread.hpp"
 #include "package/package_commands.hpp"
 #include "package/registry_file.hpp"
@@ -37,9 +38,10 @@ json::Value listing_of(PackageEntry const& entry) {
 
 PackageManagerService::PackageManagerService(std::string store_root,
                                              std::chrono::milliseconds supervise_poll,
-                                             InheritedChildren inherited)
+                                             InheritedChildren inherited,
+                                             std::shared_ptr<bus::LocalClient> client)
     : store_root_(std::move(store_root)), supervise_poll_(supervise_poll),
-      inherited_(std::move(inherited)) {
+      inherited_(std::move(inherited)), client_(std::move(client)) {
     // A store that cannot be made shows where it is used: nothing is found, installs fail.
     std::ignore = run_shell(package_commands::make_directories(store_root_));
     std::ignore = run_shell(package_commands::make_directories(store_root_ + "/" + "store"));
@@ -47,11 +49,15 @@ PackageManagerService::PackageManagerService(std::string store_root,
         MutexLock lock(mutex_);
         entries_ = registry_file::load(registry_path());
     }
+    if (client_) {
+        serve_topics();
+    }
     supervisor_ = start_thread("pkg-supervisor", [this] { supervise_loop(); });
 }
 
 PackageManagerService::~PackageManagerService() {
     request_stop();
+    client_.reset();
     if (supervisor_.joinable()) {
         supervisor_.join();
     }

@@ -8,10 +8,15 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
+
+namespace tessaron::bus {
+class LocalClient;
+}
 
 namespace tessaron {
 
@@ -39,7 +44,8 @@ inline constexpr std::chrono::milliseconds K_PACKAGE_MANAGER_STOP_POLL{50};
 /// Nothing of a running process survives this object: children are left running at destruction,
 /// and the next object on the same store neither adopts nor signals them.
 ///
-/// Ownership: its supervisor thread and the reaping of its children. Nobody else may wait for them.
+/// Ownership: its supervisor thread, its node on the bus and the reaping of its children. Nobody
+/// else may wait for them.
 /// Thread safety: safe from any thread; one internal lock, held for the whole of every operation,
 /// shell commands, package scripts and the stop of a process included. There is only ever one
 /// change to the store at a time, and an install cannot race with a respawn.
@@ -47,13 +53,16 @@ inline constexpr std::chrono::milliseconds K_PACKAGE_MANAGER_STOP_POLL{50};
 /// goes on, and the previous file stays.
 class PackageManagerService {
 public:
-    /// Makes the store, loads its registry and starts the supervisor, whose first pass comes one
-    /// `supervise_poll` later. The supervisor reaps the `inherited` children, too.
+    /// Makes the store, loads its registry, serves what can be asked on the bus and starts the
+    /// supervisor, whose first pass comes one `supervise_poll` later. The supervisor reaps the
+    /// `inherited` children, too. Without a `client`, which is the service's alone from then on, it
+    /// is not on the bus.
     explicit PackageManagerService(
         std::string store_root,
         std::chrono::milliseconds supervise_poll = K_PACKAGE_MANAGER_SUPERVISE_POLL,
-        InheritedChildren inherited = {});
-    /// Calls `request_stop` and waits for the supervisor. No other thread may still be inside.
+        InheritedChildren inherited = {}, std::shared_ptr<bus::LocalClient> client = nullptr);
+    /// Calls `request_stop`, leaves the bus, which waits for the request that is being answered,
+    /// and waits for the supervisor. No other thread may still be inside.
     ~PackageManagerService();
     PackageManagerService(PackageManagerService const&) = delete;
     PackageManagerService& operator=(PackageManagerService const&) = delete;
@@ -104,6 +113,9 @@ public:
         TESSARON_EXCLUDES(mutex_);
 
 private:
+    // PackageManagerService_Bus.cpp
+    void serve_topics();
+
     std::string registry_path() const;
     void save_registry() const TESSARON_REQUIRES(mutex_);
 
@@ -123,6 +135,7 @@ private:
     std::atomic<bool> stop_requested_{false};
     std::stop_source command_stop_; ///< Ends the shell commands that may be ended.
     std::thread supervisor_;
+    std::shared_ptr<bus::LocalClient> client_; ///< Last: its handlers use all of the above.
 };
 
 } // namespace tessaron

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/utilities/json_value.hpp"
+#include "proto/bus/Bytes.hpp"
 
 #include <cstdint>
 #include <map>
@@ -30,6 +31,9 @@ struct PackageEntry {
 using PackageEntries = std::map<std::string, PackageEntry>;
 
 /// The result of every package operation.
+///
+/// On the bus an envelope: "status" ("ok" or "error"), "error" unless it is empty, and the document
+/// as text in the data. One that does not fit into a message is an error that says so.
 struct PackageManagerReply {
     bool ok = false;
     std::string error; ///< For a human; begins with the operation's name. Empty on success.
@@ -39,16 +43,23 @@ struct PackageManagerReply {
         return {true, {}, std::move(data)};
     }
     static PackageManagerReply failure(std::string error) { return {false, std::move(error), {}}; }
+
+    proto::bus::Bytes build() const;
+    /// Throws on a payload that is no envelope, and on data that are no JSON.
+    static PackageManagerReply parse(proto::bus::Bytes const& payload);
 };
 
 /// What to install, and as what. The identity of the installed package is what stands here: the
-/// artifact's manifest is not compared with it.
+/// artifact's manifest is not compared with it. On the bus as in package_envelopes.hpp.
 struct PackageInstallRequest {
     std::string name;          ///< Required.
     std::string version;       ///< Required.
     std::string arch;          ///< Stored as given; may be empty.
     std::string artifact_path; ///< A gzip-compressed tar file on the local disk.
     bool start_after_install = true;
+
+    proto::bus::Bytes build() const;
+    static PackageInstallRequest parse(proto::bus::Bytes const& payload);
 };
 
 } // namespace tessaron

@@ -46,7 +46,8 @@ def test_one_failure_does_not_stop_the_list(daemon, registry):
                       entry("with blank"), entry("sub/folder"), entry("good")], registry_url=registry.url)
     daemon.start()
     log = daemon.log()
-    assert log.count("[WARNING]") - log.count("missing from file") - log.count("healed:") == 3
+    others = sum(map(log.count, ("missing from file", "healed:", "[bus] ")))
+    assert log.count("[WARNING]") - others == 3
     assert log.count("bootstrap package list: skipping entry missing name/version/arch") == 3
     for name in ["absent", "with blank", "sub/folder"]:
         url = f"{registry.url}/api/packages/{name}/main/1.0.0/{ARCH}/artifact"

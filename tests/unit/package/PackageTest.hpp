@@ -50,6 +50,12 @@ protected:
         service_.reset();
         service_ = std::make_unique<PackageManagerService>(root_, supervise_poll);
     }
+    /// The same on the bus.
+    void open_on(std::shared_ptr<bus::LocalClient> client) {
+        service_.reset();
+        service_ = std::make_unique<PackageManagerService>(root_, std::chrono::hours(1),
+                                                           InheritedChildren(), std::move(client));
+    }
     void close() { service_.reset(); }
 
     std::string root() const { return root_; }
