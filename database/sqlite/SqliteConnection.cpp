@@ -171,7 +171,7 @@ void SqliteTransaction::commit() {
     open_ = false;
 }
 
-std::string quoted(std::string_view name) {
+std::string quote_name(std::string_view name) {
     std::string text = "\"";
     for (char const c : name) {
         text.append(c == '"' ? 2 : 1, c);

@@ -12,7 +12,7 @@ struct sqlite3_stmt;
 struct sqlite3_value;
 
 /// What is used of SQLite, with owners for what has to be given back. Values enter statements by
-/// binding alone; the names of tables and columns, which cannot be bound, by `quoted`.
+/// binding alone; the names of tables and columns, which cannot be bound, by `quote_name`.
 namespace tessaron::database::sqlite {
 
 /// In SQLite's words, or that the time was over.
@@ -131,6 +131,6 @@ private:
 };
 
 /// A name as it may stand in a statement, whatever is in it.
-std::string quoted(std::string_view name);
+std::string quote_name(std::string_view name);
 
 } // namespace tessaron::database::sqlite

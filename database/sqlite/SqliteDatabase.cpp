@@ -94,7 +94,7 @@ SqliteTable SqliteDatabase::table(std::string const& name) {
 }
 
 std::uint64_t SqliteDatabase::count_rows(SqliteTable const& table, Clock::time_point until) {
-    SqliteStatement rows(connection_, "SELECT 1 FROM main." + quoted(table.name));
+    SqliteStatement rows(connection_, "SELECT 1 FROM main." + quote_name(table.name));
     std::uint64_t count = 0;
     while (count < limits_.max_counted_rows && rows.step()) {
         ++count;

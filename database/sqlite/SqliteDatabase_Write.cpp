@@ -82,8 +82,8 @@ void SqliteDatabase::edit_cell(std::string const& name, std::uint64_t row, std::
     if (found.text(cell).size() > cell_limit(table)) {
         throw SqliteError("the value is longer than what is shown of it");
     }
-    SqliteStatement update(connection_, "UPDATE main." + quoted(name) + " SET " +
-                                            quoted(wanted.name) + " = ?" + table.where_key());
+    SqliteStatement update(connection_, "UPDATE main." + quote_name(name) + " SET " +
+                                            quote_name(wanted.name) + " = ?" + table.where_key());
     bind_like(update, before, value);
     change_row(table, found, update);
     transaction.commit();
@@ -93,14 +93,14 @@ void SqliteDatabase::delete_row(std::string const& name, std::uint64_t row) {
     SqliteTransaction transaction(connection_, Kind::WRITE);
     SqliteTable const table = this->table(name);
     auto const found = find_row(table, row, {});
-    SqliteStatement change(connection_, "DELETE FROM main." + quoted(name) + table.where_key());
+    SqliteStatement change(connection_, "DELETE FROM main." + quote_name(name) + table.where_key());
     change_row(table, found, change);
     transaction.commit();
 }
 
 void SqliteDatabase::clear_table(std::string const& name) {
     SqliteTransaction transaction(connection_, Kind::WRITE);
-    SqliteStatement change(connection_, "DELETE FROM main." + quoted(table(name).name));
+    SqliteStatement change(connection_, "DELETE FROM main." + quote_name(table(name).name));
     std::ignore = change.step();
     transaction.commit();
 }

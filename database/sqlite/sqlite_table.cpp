@@ -87,7 +87,7 @@ SqliteTable describe(std::string name, bool has_row_numbers, std::vector<Declare
 /// Values are compared byte by byte, whatever the table's own idea of equal texts is: two rows that
 /// differ for their key may not differ for a column of it.
 std::string exactly(std::string const& column) {
-    return quoted(column) + " COLLATE BINARY";
+    return quote_name(column) + " COLLATE BINARY";
 }
 
 std::vector<SqliteTable> tables_of(SqliteConnection& connection, SqliteStatement& names) {
@@ -116,9 +116,9 @@ std::string SqliteTable::select(std::vector<std::string> const& wanted) const {
     std::vector<std::string> expressions;
     std::vector<std::string> order;
     std::transform(wanted.begin(), wanted.end(), std::back_inserter(expressions),
-                   [](std::string const& column) { return quoted(column); });
+                   [](std::string const& column) { return quote_name(column); });
     std::transform(key.begin(), key.end(), std::back_inserter(order), exactly);
-    std::string const from = join(expressions, ',') + " FROM main." + quoted(name);
+    std::string const from = join(expressions, ',') + " FROM main." + quote_name(name);
     return "SELECT " + from + (key.empty() ? " NOT INDEXED" : " ORDER BY " + join(order, ','));
 }
 
