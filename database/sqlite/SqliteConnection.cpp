@@ -58,7 +58,7 @@ std::int64_t SqliteConnection::changed_rows() const {
 
 void SqliteConnection::fail(int result) const {
     if (result == SQLITE_INTERRUPT) {
-        throw SqliteError(K_TOO_LONG);
+        throw SqliteTimeout(K_TOO_LONG);
     }
     throw SqliteError(native() != nullptr ? sqlite3_errmsg(native()) : sqlite3_errstr(result));
 }

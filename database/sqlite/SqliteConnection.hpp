@@ -15,10 +15,16 @@ struct sqlite3_value;
 /// binding alone; the names of tables and columns, which cannot be bound, by `quote_name`.
 namespace tessaron::database::sqlite {
 
-/// In SQLite's words, or that the time was over.
+/// In SQLite's words.
 class SqliteError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+};
+
+/// The time was over.
+class SqliteTimeout : public SqliteError {
+public:
+    using SqliteError::SqliteError;
 };
 
 /// A file that is open, for the length of one request.

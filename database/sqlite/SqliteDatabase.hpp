@@ -46,7 +46,7 @@ private:
     using Clock = SqliteConnection::Clock;
 
     SqliteTable table(std::string const& name);
-    /// Gives up at the limit or at that time, with what it has counted.
+    /// Gives up at the limit, at that time or at the deadline, with what it has counted.
     std::uint64_t count_rows(SqliteTable const& table, Clock::time_point until);
     /// Bytes of a reply that are left for rows.
     std::size_t room_for_rows(SqliteTable const& table) const;
