@@ -17,6 +17,7 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,6 +54,9 @@ public:
     using EventHandler = ReplayedHandler::Handler;
     using Server = std::function<Bytes(Bytes const& request)>;
     using Getter = std::function<Bytes()>;
+    /// By the address of whoever answered.
+    using Replies = std::map<std::uint32_t, Bytes>;
+    using IsLast = std::function<bool(Bytes const& reply)>;
 
     static constexpr std::uint32_t K_EVERYBODY = 0xFFFFFFFF;
     /// Messages that nobody has taken yet; beyond it the oldest are dropped.
@@ -148,6 +152,10 @@ public:
             return std::nullopt;
         }
     }
+    /// All replies, of everybody who has the target's address or belongs to its domain. Takes the
+    /// whole time, since nobody knows how many will answer, unless one comes that `is_last`.
+    Replies call(std::uint32_t target, std::string const& topic, Bytes const& payload,
+                 Milliseconds timeout, IsLast const& is_last = {});
     std::unordered_map<std::uint32_t, DiscoveredDevice> discovered_devices() const;
 
     // --- For the hub.
@@ -172,6 +180,9 @@ private:
     /// A client does not hear what it published itself.
     ReplayedHandler::Retained retained_by_others(std::string const& pattern) const
         TESSARON_EXCLUDES(handlers_mutex_);
+    /// Sends a request; returns its message id, and the waiter that is registered for it.
+    std::pair<std::uint32_t, std::shared_ptr<Waiter>>
+    start_request(std::uint32_t target, std::string const& topic, Bytes const& payload);
     void warn(std::string const& text) const;
 
     std::uint32_t const address_;

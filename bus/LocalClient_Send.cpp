@@ -114,13 +114,37 @@ std::optional<LocalClient::Bytes> LocalClient::request_to(std::uint32_t target,
                                                           std::string const& topic,
                                                           Bytes const& payload,
                                                           Milliseconds timeout) {
-    std::uint32_t const msg_id = call_if_set(bindings_.next_msg_id);
-    auto const waiter = pending_.register_waiter(msg_id);
-    call_if_set(bindings_.send_request, target, msg_id, proto::bus::topic_hash(topic.c_str()),
-                payload);
+    auto const [msg_id, waiter] = start_request(target, topic, payload);
     auto reply = waiter->wait_for_first(timeout);
     pending_.unregister(msg_id);
     return reply ? std::optional<Bytes>(std::move(reply->payload)) : std::nullopt;
+}
+
+LocalClient::Replies LocalClient::call(std::uint32_t target, std::string const& topic,
+                                       Bytes const& payload, Milliseconds timeout,
+                                       IsLast const& is_last) {
+    auto const deadline = std::chrono::steady_clock::now() + timeout;
+    auto const [msg_id, waiter] = start_request(target, topic, payload);
+    Replies replies;
+    for (bool has_ended = false; !has_ended;) {
+        std::size_t const known = replies.size();
+        for (auto& [source, reply] : waiter->collect_more_than(known, deadline)) {
+            has_ended = has_ended || (is_last && is_last(reply));
+            replies[source] = std::move(reply);
+        }
+        has_ended = has_ended || replies.size() == known;
+    }
+    pending_.unregister(msg_id);
+    return replies;
+}
+
+std::pair<std::uint32_t, std::shared_ptr<Waiter>>
+LocalClient::start_request(std::uint32_t target, std::string const& topic, Bytes const& payload) {
+    std::uint32_t const msg_id = call_if_set(bindings_.next_msg_id);
+    auto waiter = pending_.register_waiter(msg_id);
+    call_if_set(bindings_.send_request, target, msg_id, proto::bus::topic_hash(topic.c_str()),
+                payload);
+    return {msg_id, std::move(waiter)};
 }
 
 std::unordered_map<std::uint32_t, DiscoveredDevice> LocalClient::discovered_devices() const {

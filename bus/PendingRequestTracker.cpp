@@ -26,6 +26,18 @@ std::optional<RequestReply> Waiter::wait_for_first(std::chrono::milliseconds tim
 std::vector<RequestReply> Waiter::collect(std::chrono::milliseconds timeout) {
     MutexLock lock(mutex_);
     changed_.wait_for(lock.native(), timeout, [] { return false; });
+    return all_locked();
+}
+
+std::vector<RequestReply>
+Waiter::collect_more_than(std::size_t count, std::chrono::steady_clock::time_point deadline) {
+    MutexLock lock(mutex_);
+    changed_.wait_until(lock.native(), deadline,
+                        [&]() TESSARON_REQUIRES(mutex_) { return responses_.size() > count; });
+    return all_locked();
+}
+
+std::vector<RequestReply> Waiter::all_locked() const {
     std::vector<RequestReply> replies;
     replies.reserve(responses_.size());
     for (auto const& [source, payload] : responses_) {

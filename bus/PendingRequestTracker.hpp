@@ -35,8 +35,14 @@ public:
         TESSARON_EXCLUDES(mutex_);
     /// All responses of the whole time: it never ends early, since nobody knows how many will come.
     std::vector<RequestReply> collect(std::chrono::milliseconds timeout) TESSARON_EXCLUDES(mutex_);
+    /// All responses so far, as soon as they are more than `count`, or at the end of the time.
+    std::vector<RequestReply> collect_more_than(std::size_t count,
+                                                std::chrono::steady_clock::time_point deadline)
+        TESSARON_EXCLUDES(mutex_);
 
 private:
+    std::vector<RequestReply> all_locked() const TESSARON_REQUIRES(mutex_);
+
     Mutex mutex_;
     std::condition_variable changed_;
     std::unordered_map<std::uint32_t, std::vector<std::uint8_t>>

@@ -254,6 +254,46 @@ TEST(LocalClientSend, RecordsAreAskedWithAndAnswered) {
     EXPECT_FALSE(client->call<Number>(12, "ask", Number{5}, 1h));
 }
 
+bus::Frame reply_of(std::uint32_t source, std::uint32_t msg_id, Bytes payload) {
+    auto frame = response_frame(msg_id, std::move(payload));
+    frame.source = source;
+    return frame;
+}
+
+TEST(LocalClientSend, ACallGivesAllRepliesAtTheEndOfItsTime) {
+    ScriptedHub hub;
+    auto const client = hub.connect();
+    hub.answer = [&](ScriptedHub::Request const& request) {
+        EXPECT_EQ(request.target, 12U);
+        EXPECT_EQ(request.topic_id, proto::bus::topic_hash("ask"));
+        client->push(reply_of(8, request.msg_id, {request.payload.at(0), 8}));
+        client->push(reply_of(5, request.msg_id, {5}));
+        client->push(reply_of(6, request.msg_id + 1, {6}));
+        client->push(reply_of(5, request.msg_id, {55}));
+    };
+    auto const begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(client->call(12, "ask", {1}, 20ms), (LocalClient::Replies{{5, {55}}, {8, {1, 8}}}));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 20ms);
+    hub.answer = nullptr;
+    EXPECT_THAT(client->call(12, "ask", {1}, 1ms), IsEmpty());
+}
+
+TEST(LocalClientSend, ACallEndsWithTheReplyThatIsTheLast) {
+    ScriptedHub hub;
+    auto const client = hub.connect();
+    std::thread peer;
+    hub.answer = [&](ScriptedHub::Request const& request) {
+        peer = std::thread([&client, id = request.msg_id] {
+            client->push(reply_of(8, id, {1}));
+            client->push(reply_of(9, id, {2}));
+        });
+    };
+    auto const replies =
+        client->call(12, "ask", {}, 1h, [](Bytes const& reply) { return reply == Bytes{2}; });
+    peer.join();
+    EXPECT_EQ(replies, (LocalClient::Replies{{8, {1}}, {9, {2}}}));
+}
+
 TEST(LocalClientSend, ARequestHandlerMayAskAndPublish) {
     ScriptedHub hub;
     auto const client = hub.connect();
