@@ -34,14 +34,13 @@
 #include "tests/programs/faults.hpp"
 #include "tests/programs/held_locks.hpp"
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <filesystem>
+#include <list>
 #include <poll.h>
 #include <string>
 #include <tuple>
@@ -75,12 +74,13 @@ constexpr auto K_ALL_FIELDS =
 std::atomic<bool> s_crash_in_handler{false};
 std::atomic<char const*> s_unsafe_call{nullptr};
 
-/// A state that is a text in fixed memory, as a crash handler needs it.
+/// A state that is a text which stays where it is, as a crash handler needs it: a new one is put
+/// beside it.
 class FrameRuntime final : public tessaron::IRuntimeState {
 public:
     explicit FrameRuntime(std::string const& /*path*/) {}
 
-    std::string dump_named() const override { return s_text.data(); }
+    std::string dump_named() const override { return *s_text.load(); }
     void save() override {}
     RawDump raw_dump_signal_safe() const noexcept override {
         if (s_crash_in_handler) {
@@ -89,15 +89,16 @@ public:
         if (char const* const call = s_unsafe_call) {
             faults::call_unsafe(call);
         }
-        return {s_text.data(), std::strlen(s_text.data())};
+        std::string const& text = *s_text.load();
+        return {text.data(), text.size()};
     }
 
-    static void set(std::string const& text) {
-        std::snprintf(s_text.data(), s_text.size(), "%s", text.c_str());
-    }
+    /// On the thread of the commands.
+    static void set(std::string const& text) { s_text = &s_texts.emplace_back(text); }
 
 private:
-    static inline std::array<char, 256> s_text{};
+    static inline std::list<std::string> s_texts{""};
+    static inline std::atomic<std::string const*> s_text{&s_texts.front()};
 };
 
 LogLevel level_named(std::string const& name) {
