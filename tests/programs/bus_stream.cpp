@@ -186,6 +186,8 @@ int run(Arguments const& arguments) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // What is free at the top of a thread's own arena cannot be given back.
+    mallopt(M_ARENA_MAX, 1);
     try {
         return run(Arguments(argv, argv + argc));
     } catch (std::exception const& error) {
