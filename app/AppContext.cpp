@@ -5,6 +5,7 @@
 #include "app/instance_lock.hpp"
 #include "app/utilities/fs_tools.hpp"
 #include "app/utilities/process_identity.hpp"
+#include "bus/address_derivation.hpp"
 #include "bus/gateway_start.hpp"
 #include "proto/bus/NodeIdentity.hpp"
 
@@ -28,12 +29,6 @@ std::uint32_t bus_address(config::ConfigStore<8192> const& config) {
 constexpr std::uint32_t K_CONTROL_OFFSET = 11;
 constexpr std::uint32_t K_LOGGER_OFFSET = 1000;
 constexpr std::uint32_t K_CONFIG_OFFSET = 2000;
-
-/// Within the addresses that a node may have.
-std::uint32_t service_address(std::uint32_t node, std::uint32_t offset) {
-    constexpr std::uint64_t highest = 65533;
-    return static_cast<std::uint32_t>((std::uint64_t{node} + offset - 1) % highest + 1);
-}
 
 } // namespace
 
@@ -93,9 +88,9 @@ void AppContext::serve_on_bus() {
     std::uint64_t const hash = std::hash<std::string>()(app_name_);
     // At once: each alone would take as long.
     auto const addresses = hub_.resolve_local_client_addresses(
-        {{service_address(wanted, K_LOGGER_OFFSET), hash, "logger"},
-         {service_address(wanted, K_CONFIG_OFFSET), hash, "config"},
-         {service_address(wanted, K_CONTROL_OFFSET), hash, "control"}});
+        {{bus::derive_service_address(wanted, K_LOGGER_OFFSET), hash, "logger"},
+         {bus::derive_service_address(wanted, K_CONFIG_OFFSET), hash, "config"},
+         {bus::derive_service_address(wanted, K_CONTROL_OFFSET), hash, "control"}});
     control_address_ = addresses[2];
     logger_on_bus_.listen_on_bus(hub_, proto::bus::make_identity("logger", app_name_, 1, "", ""),
                                  addresses[0]);

@@ -49,5 +49,13 @@ TEST(AddressDerivation, SpreadsTheNodesThatCompeteForOneAddress) {
     EXPECT_GT(addresses.size(), 900U);
 }
 
+TEST(ServiceAddress, LiesBehindItsNodesAndBeginsAnewBeyondTheLast) {
+    EXPECT_EQ(derive_service_address(200, 1000), 1200U);
+    EXPECT_EQ(derive_service_address(64'533, 1000), 65'533U);
+    EXPECT_EQ(derive_service_address(64'534, 1000), 1U);
+    EXPECT_EQ(derive_service_address(0, 11), 11U);
+    EXPECT_EQ(derive_service_address(0xFFFFFFFF, 2000), (0xFFFFFFFFULL + 2000 - 1) % 65'533 + 1);
+}
+
 } // namespace
 } // namespace tessaron::bus
