@@ -1,6 +1,6 @@
 #pragma once
 
-#include "libraries/vocabulary/UniqueFd.hpp"
+#include "app/utilities/UniqueFd.hpp"
 
 #include <optional>
 #include <string>

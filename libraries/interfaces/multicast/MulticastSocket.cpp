@@ -18,12 +18,6 @@
 namespace proto::interface {
 namespace {
 
-/// For what makes the socket better where the system knows it, and is not missed where not.
-template <typename Value>
-bool set_option(int fd, int level, int option, Value const& value) {
-    return ::setsockopt(fd, level, option, &value, sizeof(value)) == 0;
-}
-
 timeval to_timeval(std::chrono::milliseconds time) {
     auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
     auto const rest = std::chrono::microseconds(time - seconds);
@@ -58,53 +52,57 @@ bool MulticastSocket::set_up(MulticastSettings const& settings) {
     bool const has_interface =
         ::inet_pton(AF_INET, settings.interface_addr.c_str(), &membership_.imr_interface) == 1;
 
-    fd_.reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    int const fd = fd_.get();
+    socket_ = Socket::make(SOCK_DGRAM);
     sockaddr_in own_address{};
     own_address.sin_family = AF_INET;
     own_address.sin_port = destination_.sin_port;
-    if (!fd_.is_open() || !set_option(fd, SOL_SOCKET, SO_REUSEADDR, 1) ||
-        !set_option(fd, SOL_SOCKET, SO_REUSEPORT, 1)) {
+    if (!socket_.is_open() || !socket_.set_option(SOL_SOCKET, SO_REUSEADDR, 1) ||
+        !socket_.set_option(SOL_SOCKET, SO_REUSEPORT, 1)) {
         return false;
     }
+    // What makes the socket better where the system knows it, and is not missed where not.
     set_buffer_size(SO_SNDBUF, SO_SNDBUFFORCE, settings.buffer_size);
     set_buffer_size(SO_RCVBUF, SO_RCVBUFFORCE, settings.buffer_size);
-    set_option(fd, SOL_SOCKET, SO_RCVTIMEO, to_timeval(settings.receive_timeout));
-    set_option(fd, SOL_SOCKET, SO_SNDTIMEO, to_timeval(settings.send_timeout));
-    set_option(fd, IPPROTO_IP, IP_MULTICAST_ALL, 0);
-    set_option(fd, IPPROTO_UDP, UDP_GRO, 1);
-    if (::bind(fd, reinterpret_cast<sockaddr const*>(&own_address), sizeof(own_address)) != 0 ||
-        !set_option(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, membership_)) {
+    socket_.set_option(SOL_SOCKET, SO_RCVTIMEO, to_timeval(settings.receive_timeout));
+    socket_.set_option(SOL_SOCKET, SO_SNDTIMEO, to_timeval(settings.send_timeout));
+    socket_.set_option(IPPROTO_IP, IP_MULTICAST_ALL, 0);
+    socket_.set_option(IPPROTO_UDP, UDP_GRO, 1);
+    if (::bind(socket_.descriptor(), reinterpret_cast<sockaddr const*>(&own_address),
+               sizeof(own_address)) != 0 ||
+        !socket_.set_option(IPPROTO_IP, IP_ADD_MEMBERSHIP, membership_)) {
         return false;
     }
-    set_option(fd, IPPROTO_IP, IP_MULTICAST_LOOP, 1);
+    socket_.set_option(IPPROTO_IP, IP_MULTICAST_LOOP, 1);
     if (has_interface) {
-        set_option(fd, IPPROTO_IP, IP_MULTICAST_IF, membership_.imr_interface);
+        socket_.set_option(IPPROTO_IP, IP_MULTICAST_IF, membership_.imr_interface);
     }
     return true;
 }
 
 void MulticastSocket::set_buffer_size(int option, int force_option, int size) {
-    set_option(fd_.get(), SOL_SOCKET, option, size);
+    socket_.set_option(SOL_SOCKET, option, size);
     int granted = 0;
     socklen_t length = sizeof(granted);
     // The system doubles what it is asked for, and reports the double. Its limit for everyone does
     // not hold for who may administer the network.
-    if (::getsockopt(fd_.get(), SOL_SOCKET, option, &granted, &length) == 0 && granted / 2 < size) {
-        set_option(fd_.get(), SOL_SOCKET, force_option, size);
+    if (::getsockopt(socket_.descriptor(), SOL_SOCKET, option, &granted, &length) == 0 &&
+        granted / 2 < size) {
+        socket_.set_option(SOL_SOCKET, force_option, size);
     }
 }
 
 int MulticastSocket::receive_buffer_size() const {
     int granted = 0;
     socklen_t length = sizeof(granted);
-    return ::getsockopt(fd_.get(), SOL_SOCKET, SO_RCVBUF, &granted, &length) == 0 ? granted / 2 : 0;
+    return ::getsockopt(socket_.descriptor(), SOL_SOCKET, SO_RCVBUF, &granted, &length) == 0
+               ? granted / 2
+               : 0;
 }
 
 bool MulticastSocket::send(tessaron::CustomSpan<unsigned char> datagram) {
     ssize_t sent = 0;
     do {
-        sent = ::sendto(fd_.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL,
+        sent = ::sendto(socket_.descriptor(), datagram.data(), datagram.size(), MSG_NOSIGNAL,
                         reinterpret_cast<sockaddr const*>(&destination_), sizeof(destination_));
     } while (sent < 0 && errno == EINTR);
     return sent == static_cast<ssize_t>(datagram.size());
@@ -119,7 +117,7 @@ bool MulticastSocket::send_all(DatagramBatch& batch) {
     };
     while (done.datagrams < batch.sizes().size()) {
         DatagramMessages messages(batch, done.datagrams, done.bytes, destination_, segment_limit_);
-        int const sent = messages.send(fd_.get());
+        int const sent = messages.send(socket_.descriptor());
         if (sent > 0) {
             pass(messages.extent(static_cast<std::size_t>(sent)));
             // Whoever is to read all that may be waiting for this very processor.
@@ -140,7 +138,7 @@ bool MulticastSocket::send_all(DatagramBatch& batch) {
 
 bool MulticastSocket::wait_for_datagram() {
     // Not poll: it would wake all threads for each datagram.
-    return ::recv(fd_.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC) >= 0;
+    return ::recv(socket_.descriptor(), nullptr, 0, MSG_PEEK | MSG_TRUNC) >= 0;
 }
 
 MulticastSocket::Received MulticastSocket::receive(unsigned char* buffer, std::size_t size,
@@ -152,7 +150,8 @@ MulticastSocket::Received MulticastSocket::receive(unsigned char* buffer, std::s
     header.msg_iovlen = 1;
     header.msg_control = control;
     header.msg_controllen = sizeof(control);
-    ssize_t const got = ::recvmsg(fd_.get(), &header, if_none == IfNone::Return ? MSG_DONTWAIT : 0);
+    ssize_t const got =
+        ::recvmsg(socket_.descriptor(), &header, if_none == IfNone::Return ? MSG_DONTWAIT : 0);
     Received received{got, got > 0 ? static_cast<std::size_t>(got) : 0};
     if (got > 0) {
         for (cmsghdr* c = CMSG_FIRSTHDR(&header); c != nullptr; c = CMSG_NXTHDR(&header, c)) {
@@ -169,26 +168,26 @@ MulticastSocket::Received MulticastSocket::receive(unsigned char* buffer, std::s
 }
 
 void MulticastSocket::leave_out(std::vector<ByteAt> const& unwanted) {
-    std::ignore = attach_filter(fd_.get(), unwanted); // the receivers drop it as well
+    std::ignore = attach_filter(socket_.descriptor(), unwanted); // the receivers drop it as well
     is_leaving_out_ = true;
 }
 
 void MulticastSocket::hear_all() {
     if (is_leaving_out_.exchange(false)) {
-        detach_filter(fd_.get());
+        detach_filter(socket_.descriptor());
     }
 }
 
 void MulticastSocket::leave() {
-    set_option(fd_.get(), IPPROTO_IP, IP_DROP_MEMBERSHIP, membership_);
+    socket_.set_option(IPPROTO_IP, IP_DROP_MEMBERSHIP, membership_);
 }
 
 void MulticastSocket::shut_down_receiving() {
-    ::shutdown(fd_.get(), SHUT_RD);
+    socket_.shut_down(SHUT_RD);
 }
 
 void MulticastSocket::shut_down() {
-    ::shutdown(fd_.get(), SHUT_RDWR);
+    socket_.shut_down();
 }
 
 } // namespace proto::interface

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "libraries/interfaces/multicast/DatagramBatch.hpp"
+#include "libraries/interfaces/socket/Socket.hpp"
 #include "libraries/vocabulary/CustomSpan.hpp"
 #include "libraries/vocabulary/IInterface.hpp"
-#include "libraries/vocabulary/UniqueFd.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -73,14 +73,14 @@ public:
 
     /// What the receive buffer holds in fact, in the unit in which it was asked for.
     int receive_buffer_size() const;
-    int descriptor() const { return fd_.get(); }
+    int descriptor() const { return socket_.descriptor(); }
 
 private:
     MulticastSocket() = default;
     bool set_up(MulticastSettings const& settings);
     void set_buffer_size(int option, int force_option, int size);
 
-    tessaron::UniqueFd fd_;
+    Socket socket_;
     sockaddr_in destination_{};
     ip_mreq membership_{};
     /// Datagrams up to this size may be left to the system to be cut out of a larger piece; it

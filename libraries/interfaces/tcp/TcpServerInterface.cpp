@@ -15,7 +15,6 @@
 namespace proto::interface {
 
 using tessaron::MutexLock;
-using tessaron::UniqueFd;
 
 namespace {
 
@@ -28,23 +27,19 @@ constexpr int K_KEEPALIVE_IDLE_SECONDS = 30;
 constexpr int K_KEEPALIVE_INTERVAL_SECONDS = 10;
 constexpr int K_KEEPALIVE_PROBES = 3;
 
-bool set_option(int fd, int level, int option, int value) {
-    return ::setsockopt(fd, level, option, &value, sizeof(value)) == 0;
-}
-
-void set_up_connection(int fd) {
-    set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
-    set_option(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
-    set_option(fd, IPPROTO_TCP, TCP_KEEPIDLE, K_KEEPALIVE_IDLE_SECONDS);
-    set_option(fd, IPPROTO_TCP, TCP_KEEPINTVL, K_KEEPALIVE_INTERVAL_SECONDS);
-    set_option(fd, IPPROTO_TCP, TCP_KEEPCNT, K_KEEPALIVE_PROBES);
+void set_up_connection(Socket const& connection) {
+    connection.set_option(IPPROTO_TCP, TCP_NODELAY, 1);
+    connection.set_option(SOL_SOCKET, SO_KEEPALIVE, 1);
+    connection.set_option(IPPROTO_TCP, TCP_KEEPIDLE, K_KEEPALIVE_IDLE_SECONDS);
+    connection.set_option(IPPROTO_TCP, TCP_KEEPINTVL, K_KEEPALIVE_INTERVAL_SECONDS);
+    connection.set_option(IPPROTO_TCP, TCP_KEEPCNT, K_KEEPALIVE_PROBES);
 }
 
 } // namespace
 
 void TcpServerInterface::ClientConn::drop() {
     alive = false;
-    ::shutdown(socket.get(), SHUT_RDWR);
+    socket.shut_down();
 }
 
 TcpServerInterface::TcpServerInterface(std::chrono::milliseconds stall_limit)
@@ -77,7 +72,7 @@ bool TcpServerInterface::open() {
     }
     try {
         accept_thread_ = tessaron::start_thread(
-            "gateway-accept", [this, listener = listener_.get()] { accept_loop(listener); });
+            "gateway-accept", [this, listener = listener_.descriptor()] { accept_loop(listener); });
     } catch (std::system_error const&) {
         close_locked();
         return false;
@@ -86,16 +81,16 @@ bool TcpServerInterface::open() {
 }
 
 bool TcpServerInterface::listen_on_port() {
-    listener_.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    listener_ = Socket::make(SOCK_STREAM);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port_);
     socklen_t size = sizeof(address);
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    if (!listener_.is_open() || !set_option(listener_.get(), SOL_SOCKET, SO_REUSEADDR, 1) ||
-        ::bind(listener_.get(), generic, size) != 0 ||
-        ::getsockname(listener_.get(), generic, &size) != 0 ||
-        ::listen(listener_.get(), K_BACKLOG) != 0) {
+    if (!listener_.is_open() || !listener_.set_option(SOL_SOCKET, SO_REUSEADDR, 1) ||
+        ::bind(listener_.descriptor(), generic, size) != 0 ||
+        ::getsockname(listener_.descriptor(), generic, &size) != 0 ||
+        ::listen(listener_.descriptor(), K_BACKLOG) != 0) {
         return false;
     }
     port_ = ntohs(address.sin_port);
@@ -116,12 +111,12 @@ void TcpServerInterface::close_locked() {
     clients_changed_.notify_all();
     drop_all_clients();
     if (listener_.is_open()) {
-        ::shutdown(listener_.get(), SHUT_RDWR);
+        listener_.shut_down();
     }
     if (accept_thread_.joinable()) {
         accept_thread_.join();
     }
-    listener_.reset(); // not before: its number could be another file's in a call to accept
+    listener_.close(); // not before: its number could be another file's in a call to accept
     {
         MutexLock lock(clients_mutex_);
         clients_changed_.wait(
@@ -139,7 +134,7 @@ void TcpServerInterface::drop_all_clients() {
 
 void TcpServerInterface::accept_loop(int listener) {
     while (open_) {
-        UniqueFd connection(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+        Socket connection(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
         if (connection.is_open()) {
             join_retired();
             admit(std::move(connection));
@@ -154,8 +149,8 @@ void TcpServerInterface::rest_after_failed_accept() {
     clients_changed_.wait_for(lock.native(), K_ACCEPT_REST, [this] { return !open_; });
 }
 
-void TcpServerInterface::admit(UniqueFd connection) {
-    set_up_connection(connection.get());
+void TcpServerInterface::admit(Socket connection) {
+    set_up_connection(connection);
     auto const client = std::make_shared<ClientConn>(std::move(connection));
     {
         // A new thread that ends at once waits for this lock before it looks for its own handle.
@@ -178,7 +173,7 @@ void TcpServerInterface::admit(UniqueFd connection) {
 void TcpServerInterface::serve(Client const& client) {
     std::array<unsigned char, K_RECEIVE_BUFFER_SIZE> buffer;
     while (open_ && client->alive) {
-        ssize_t const got = ::recv(client->socket.get(), buffer.data(), buffer.size(), 0);
+        ssize_t const got = ::recv(client->socket.descriptor(), buffer.data(), buffer.size(), 0);
         if (got < 0 && errno == EINTR) {
             continue;
         }

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "libraries/interfaces/framing/FrameCollector.hpp"
+#include "libraries/interfaces/socket/Socket.hpp"
 #include "libraries/vocabulary/IInterface.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
-#include "libraries/vocabulary/UniqueFd.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -69,12 +69,12 @@ private:
 
     /// One connection; the descriptor lives as long as the object.
     struct ClientConn {
-        explicit ClientConn(tessaron::UniqueFd connection) : socket(std::move(connection)) {}
+        explicit ClientConn(Socket connection) : socket(std::move(connection)) {}
 
         /// Wakes whoever waits for the connection; its thread then ends.
         void drop();
 
-        tessaron::UniqueFd const socket;
+        Socket const socket;
         std::atomic<bool> alive{true};
         std::thread thread; ///< guarded by the server's `clients_mutex_`
     };
@@ -89,7 +89,7 @@ private:
     void close_locked() TESSARON_REQUIRES(lifecycle_mutex_);
     void accept_loop(int listener);
     void rest_after_failed_accept();
-    void admit(tessaron::UniqueFd connection);
+    void admit(Socket connection);
     void serve(Client const& client);
     void retire(Client const& client);
     void join_retired();
@@ -104,7 +104,7 @@ private:
     std::chrono::milliseconds const stall_limit_;
 
     tessaron::Mutex lifecycle_mutex_; ///< the outermost
-    tessaron::UniqueFd listener_ TESSARON_GUARDED_BY(lifecycle_mutex_);
+    Socket listener_ TESSARON_GUARDED_BY(lifecycle_mutex_);
     std::thread accept_thread_ TESSARON_GUARDED_BY(lifecycle_mutex_);
     std::atomic<bool> open_{false}; ///< changes under `clients_mutex_` too, for those who wait
     std::atomic<std::uint16_t> port_{0};

@@ -50,7 +50,7 @@ bool TcpServerInterface::send_to_all(Bytes bytes) {
 
 bool TcpServerInterface::send_some(Unsent& unsent) {
     while (!unsent.rest.empty()) {
-        ssize_t const sent = ::send(unsent.client->socket.get(), unsent.rest.data(),
+        ssize_t const sent = ::send(unsent.client->socket.descriptor(), unsent.rest.data(),
                                     unsent.rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0 && errno == EINTR) {
             continue;
@@ -71,7 +71,7 @@ bool TcpServerInterface::send_some(Unsent& unsent) {
 bool TcpServerInterface::wait_for_room(std::chrono::steady_clock::time_point deadline) {
     std::vector<pollfd> sockets;
     for (Unsent const& unsent : unsent_) {
-        sockets.push_back({unsent.client->socket.get(), POLLOUT, 0});
+        sockets.push_back({unsent.client->socket.descriptor(), POLLOUT, 0});
     }
     auto const left =
         std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());

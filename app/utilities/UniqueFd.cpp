@@ -1,4 +1,4 @@
-#include "libraries/vocabulary/UniqueFd.hpp"
+#include "app/utilities/UniqueFd.hpp"
 
 #include <cerrno>
 #include <unistd.h>
