@@ -18,9 +18,9 @@ RecordWriter& RecordWriter::lines(std::vector<std::string> const& lines) {
     return data(proto::bus::join_lines(lines));
 }
 
-std::string RecordReader::text(std::string const& key, std::string fallback) const {
+std::string RecordReader::text(std::string const& key, std::string const& fallback) const {
     auto const found = envelope_.fields.find(key);
-    return found == envelope_.fields.end() ? std::move(fallback) : found->second;
+    return found == envelope_.fields.end() ? fallback : found->second;
 }
 
 std::vector<std::string> RecordReader::lines() const {

@@ -56,7 +56,7 @@ public:
         : envelope_(decode_envelope(payload)) {}
 
     bool has(std::string const& key) const { return envelope_.fields.contains(key); }
-    std::string text(std::string const& key, std::string fallback = {}) const;
+    std::string text(std::string const& key, std::string const& fallback = {}) const;
     template <std::integral T>
     T number(std::string const& key, T fallback = {}) const {
         auto const found = envelope_.fields.find(key);
