@@ -57,11 +57,7 @@ public:
 
     /// What the handler does from here to `end_slow` may take as long as it likes. May be nested;
     /// without a meaning on other threads than the worker.
-    void begin_slow() TESSARON_EXCLUDES(mutex_) {
-        if (change_slow_depth(1) == 1) {
-            (*before_slow_)();
-        }
-    }
+    void begin_slow() TESSARON_EXCLUDES(mutex_) { change_slow_depth(1); }
     void end_slow() TESSARON_EXCLUDES(mutex_) { change_slow_depth(-1); }
 
     /// `has_more`: `push` or `wake` is to be called again at once, so the worker need not be woken
@@ -93,16 +89,11 @@ public:
     }
 
     /// Does the worker's work on this thread until the queue is empty, unless it is being done.
-    /// Calls `before_slow` each time that the handler is about to be slow.
-    void work(std::function<void()> const& before_slow) TESSARON_EXCLUDES(mutex_) {
+    void work() TESSARON_EXCLUDES(mutex_) {
         if (!begin_work()) {
             return; // Who works takes what has come meanwhile.
         }
-        before_slow_ = &before_slow;
         while (auto const handler = take_frames()) {
-            if (handler->pace == HandlerPace::UNKNOWN) {
-                before_slow();
-            }
             for (Frame& frame : taken_) {
                 if (handler->call) {
                     handler->call(std::move(frame));
@@ -137,17 +128,15 @@ private:
         HandlerPace pace;
     };
 
-    /// The new depth; 0 on other threads than the worker.
-    int change_slow_depth(int change) TESSARON_EXCLUDES(mutex_) {
+    void change_slow_depth(int change) TESSARON_EXCLUDES(mutex_) {
         tessaron::MutexLock const lock(mutex_);
         if (std::this_thread::get_id() != worker_id_) {
-            return 0;
+            return;
         }
         slow_depth_ += change;
         if (slow_depth_ > 0) {
             may_go_on_.notify_all();
         }
-        return slow_depth_;
     }
 
     bool is_worker_needed_locked() const TESSARON_REQUIRES(mutex_) {
@@ -165,7 +154,7 @@ private:
 
     void run() TESSARON_EXCLUDES(mutex_) {
         while (wait_for_frames()) {
-            work([] {});
+            work();
         }
     }
 
@@ -203,8 +192,7 @@ private:
     std::condition_variable queue_ready_; ///< There are frames, or an end.
     std::condition_variable may_go_on_;   ///< A reader that gives way need not any more.
     std::deque<Frame> frames_ TESSARON_GUARDED_BY(mutex_);
-    std::deque<Frame> taken_;                            ///< Of who works.
-    std::function<void()> const* before_slow_ = nullptr; ///< Of who works.
+    std::deque<Frame> taken_; ///< Of who works.
     std::shared_ptr<PacedHandler const>
         handler_ TESSARON_GUARDED_BY(mutex_) = std::make_shared<PacedHandler const>();
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;

@@ -161,9 +161,7 @@ private:
     std::shared_ptr<FrameQueue<Frame>> const queue_ = std::make_shared<FrameQueue<Frame>>();
     std::shared_ptr<interface::IInterface::FollowUp const> const work_ =
         std::make_shared<interface::IInterface::FollowUp const>(
-            [queue = queue_](std::function<void()> const& let_others_read) {
-                queue->work(let_others_read);
-            });
+            [queue = queue_] { queue->work(); });
 };
 
 } // namespace proto

@@ -69,12 +69,12 @@ public:
     /// be left out. The receiver takes it back before it lets go of its pointer.
     virtual void set_unwanted(std::vector<ByteAt> const& /*bytes*/) {}
 
-    /// What a receiver still has to do for what it has been handed. It may take as long as it likes
-    /// once it has called `let_others_read`, more than once if need be, and is to be quick besides.
-    using FollowUp = std::function<void(std::function<void()> const& let_others_read)>;
+    /// What a receiver still has to do for what it has been handed.
+    using FollowUp = std::function<void()>;
     /// Has the thread that calls the receivers do it once they have been handed all that there is,
-    /// without their lock. False where no other thread is free to read on meanwhile; then it is
-    /// left to the receiver. Only from a receiver.
+    /// with no lock held, while another thread reads on: it may take as long as it likes. False
+    /// where no other thread is free to read on; then it is left to the receiver. Only from a
+    /// receiver.
     virtual bool follow_up(std::shared_ptr<FollowUp const> const& /*work*/) { return false; }
 
     /// Returns when no call to a receiver is under way any more that began before: one that has let

@@ -116,8 +116,7 @@ private:
 
     void stop_reading() TESSARON_REQUIRES(lifecycle_mutex_);
     void read_loop();
-    void take_turn(MulticastSocket& socket) TESSARON_EXCLUDES(turn_mutex_);
-    bool read_locked(MulticastSocket& socket) TESSARON_REQUIRES(turn_mutex_);
+    void read_locked(MulticastSocket& socket) TESSARON_REQUIRES(turn_mutex_);
     void deliver(Bytes datagram, bool has_more);
     void leave_out_unwanted(MulticastSocket& socket) TESSARON_EXCLUDES(socket_mutex_);
     void hear_all() TESSARON_EXCLUDES(socket_mutex_);
@@ -130,13 +129,11 @@ private:
     tessaron::Mutex lifecycle_mutex_; ///< `open` and `close`, which join the readers; the outermost
     std::array<std::thread, 2> readers_ TESSARON_GUARDED_BY(lifecycle_mutex_);
 
-    /// Whose turn it is to read: its holder calls the receivers, and does what they leave to do as
-    /// long as that is quick. Outside of those below, and of those of the receivers.
+    /// Whose turn it is to read: its holder calls the receivers. Outside of those below.
     tessaron::Mutex turn_mutex_;
     DatagramReader reader_ TESSARON_GUARDED_BY(turn_mutex_);
     std::vector<std::shared_ptr<FollowUp const>> follow_ups_; ///< Of who has the turn.
-    /// One of them, when its turn was over; the other one only reads.
-    std::atomic<bool> is_following_up_{false};
+    std::atomic<bool> is_following_up_{false}; ///< One of them; the other one only reads.
 
     tessaron::Mutex reopen_mutex_; ///< one rejoin at a time; `socket_mutex_` comes within
 

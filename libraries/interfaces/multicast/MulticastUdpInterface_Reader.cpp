@@ -14,8 +14,8 @@ using tessaron::MutexLock;
 
 namespace {
 
-/// What is to be done for so many datagrams is done before more are read.
-constexpr std::size_t K_MAX_DATAGRAMS_AT_ONCE = 16;
+/// Who has read so many datagrams gives the turn away, and sees to what is to be done for them.
+constexpr std::size_t K_MAX_DATAGRAMS_IN_A_TURN = 16;
 
 /// What nobody wants is left out once so many datagrams have come with no silence between them: it
 /// is not worth the calls of the system for fewer.
@@ -25,66 +25,55 @@ constexpr std::uint32_t K_MANY_DATAGRAMS = 16;
 
 // Two threads take turns: whoever is woken reads, and then does what the receivers have left to do
 // for what it has read. So a message is read and handled on one thread, with no second wake-up on
-// its way; and when that is about to take long, the turn is over and the other thread reads on.
+// its way; and however long its handler takes, the other thread reads on.
 void MulticastUdpInterface::read_loop() {
+    std::vector<std::shared_ptr<FollowUp const>> due;
     while (running_) {
         auto const socket = current_socket();
-        if (socket && socket->wait_for_datagram()) {
-            take_turn(*socket);
-            continue;
-        }
-        if (!socket || !is_silence(errno)) {
+        bool const has_datagram = socket && socket->wait_for_datagram();
+        if (!has_datagram && (!socket || !is_silence(errno))) {
             rest();
         }
-        MutexLock const turn(turn_mutex_);
-        if (running_) {
-            hear_all();
-            look_after_membership();
+        {
+            MutexLock const turn(turn_mutex_);
+            if (has_datagram) {
+                read_locked(*socket);
+            } else if (running_) {
+                hear_all();
+                look_after_membership();
+            }
+            due.swap(follow_ups_);
+        }
+        for (auto const& work : due) {
+            (*work)();
+        }
+        if (!due.empty()) {
+            due.clear();
+            is_following_up_ = false;
+        }
+        if (socket && !socket->is_leaving_out() && datagrams_since_silence_ >= K_MANY_DATAGRAMS) {
+            leave_out_unwanted(*socket);
         }
     }
 }
 
-void MulticastUdpInterface::take_turn(MulticastSocket& socket) {
-    MutexLock turn(turn_mutex_);
-    bool is_over = false;
-    auto const end_turn = [&]() TESSARON_NO_TSA {
-        if (!is_over) {
-            is_over = is_following_up_ = true;
-            turn.unlock();
-        }
-    };
-    for (bool has_more = true; has_more && !is_over && running_;) {
-        has_more = read_locked(socket);
-        for (auto const& work : std::exchange(follow_ups_, {})) {
-            (*work)(end_turn);
-        }
-    }
-    if (is_over) {
-        is_following_up_ = false;
-    }
-    if (!socket.is_leaving_out() && datagrams_since_silence_ >= K_MANY_DATAGRAMS) {
-        leave_out_unwanted(socket);
-    }
-}
-
-/// Whether there may be more.
-bool MulticastUdpInterface::read_locked(MulticastSocket& socket) {
+void MulticastUdpInterface::read_locked(MulticastSocket& socket) {
     constexpr auto K_RETURN = MulticastSocket::IfNone::Return;
-    for (std::size_t read = 0; read < K_MAX_DATAGRAMS_AT_ONCE || reader_.has_more(); ++read) {
+    for (std::size_t read = 0; read < K_MAX_DATAGRAMS_IN_A_TURN || reader_.has_more(); ++read) {
         if (reader_.next(socket, K_RETURN) != DatagramReader::Outcome::Datagram) {
-            return false; // All that there was, or the other thread has read it.
+            return; // All that there is, or the other thread has read it.
         }
         stamp();
         ++datagrams_since_silence_;
         deliver(reader_.datagram(), reader_.has_more());
     }
-    return true;
 }
 
 bool MulticastUdpInterface::follow_up(std::shared_ptr<FollowUp const> const& work) {
-    if (is_following_up_) {
+    if (is_following_up_ && follow_ups_.empty()) {
         return false;
     }
+    is_following_up_ = true;
     if (std::find(follow_ups_.begin(), follow_ups_.end(), work) == follow_ups_.end()) {
         follow_ups_.push_back(work);
     }

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <gtest/gtest.h>
 #include <numeric>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -219,14 +218,14 @@ TEST(FrameQueue, WhoeverWorksCallsTheHandlerOnItsOwnThread) {
     queue.set_handler([&](int&&) { callers.push_back(std::this_thread::get_id()); });
     queue.push(1, true);
     queue.push(2, true);
-    queue.work([] {});
+    queue.work();
     EXPECT_EQ(callers, std::vector(2, std::this_thread::get_id()));
 }
 
 TEST(FrameQueue, WhatComesWhileOneWorksIsLeftToIt) {
     BlockedQueue blocked;
     blocked.queue.push(1, true);
-    blocked.queue.work([] {}); // If this called the handler, nobody would open the gate.
+    blocked.queue.work(); // If this called the handler, nobody would open the gate.
     blocked.queue.push(2);
     blocked.gate.open();
     ASSERT_TRUE(blocked.received.wait_for(3));
@@ -239,7 +238,7 @@ TEST(FrameQueue, TheWorkerTakesWhatNoOtherDoes) {
     queue.set_handler(received.handler());
     for (int round = 0; round < 1000; ++round) {
         queue.push(2 * round, true);
-        queue.work([] {});
+        queue.work();
         queue.push(2 * round + 1);
     }
     ASSERT_TRUE(received.wait_for(2000));
@@ -257,43 +256,13 @@ TEST(FrameQueue, AnotherThreadThatWorksMayBeSlow) {
         },
         HandlerPace::TOLD);
     queue.push(0, true);
-    std::thread helper([&] { queue.work([] {}); });
+    std::thread helper([&] { queue.work(); });
     gate.wait_for_visitor();
     for (int i = 0; i < 10'000; ++i) {
         queue.push(int{i});
     }
     gate.open();
     helper.join();
-}
-
-TEST(FrameQueue, WhoeverWorksIsToldBeforeTheHandlerIsSlow) {
-    std::vector<std::string> events;
-    Queue queue;
-    queue.set_handler(
-        [&](int&& frame) {
-            events.push_back(std::to_string(frame));
-            if (frame == 1) {
-                queue.begin_slow();
-                queue.begin_slow(); // It is already.
-                queue.end_slow();
-                queue.end_slow();
-            }
-        },
-        HandlerPace::TOLD);
-    for (int i = 0; i < 3; ++i) {
-        queue.push(int{i}, true);
-    }
-    queue.work([&] { events.emplace_back("slow"); });
-    EXPECT_EQ(events, (std::vector<std::string>{"0", "1", "slow", "2"}));
-}
-
-TEST(FrameQueue, WhoeverWorksIsToldOfAHandlerThatMayAlwaysBeSlow) {
-    std::vector<std::string> events;
-    Queue queue;
-    queue.set_handler([&](int&&) { events.emplace_back("handled"); });
-    queue.push(0, true);
-    queue.work([&] { events.emplace_back("slow"); });
-    EXPECT_EQ(events, (std::vector<std::string>{"slow", "handled"}));
 }
 
 TEST(FrameQueue, AStopWaitsForAnotherThreadThatWorks) {
@@ -305,14 +274,14 @@ TEST(FrameQueue, AStopWaitsForAnotherThreadThatWorks) {
         note(std::move(frame));
     });
     queue.push(0, true);
-    std::thread helper([&] { queue.work([] {}); });
+    std::thread helper([&] { queue.work(); });
     gate.wait_for_visitor();
     queue.push(1, true);
     queue.request_stop();
     gate.open();
     queue.stop();
     EXPECT_EQ(received.frames(), std::vector<int>{0});
-    queue.work([] {}); // There is nothing more to do.
+    queue.work(); // There is nothing more to do.
     helper.join();
     EXPECT_EQ(received.frames(), std::vector<int>{0});
 }

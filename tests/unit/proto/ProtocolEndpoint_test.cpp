@@ -154,9 +154,9 @@ TEST(ProtocolEndpoint, LeavesTheCallbackToATransportThatHasAThreadForIt) {
     node.wire.deliver(frame_with({1}).bytes());
     node.wire.deliver(frame_with({2}).bytes());
     ASSERT_THAT(node.wire.follow_ups, testing::SizeIs(2));
-    (*node.wire.follow_ups[0])([] {});
+    (*node.wire.follow_ups[0])();
     EXPECT_THAT(callers, ElementsAre(std::this_thread::get_id(), std::this_thread::get_id()));
-    (*node.wire.follow_ups[1])([] {}); // Both frames have been handled.
+    (*node.wire.follow_ups[1])(); // Both frames have been handled.
     EXPECT_THAT(callers, testing::SizeIs(2));
 }
 
@@ -168,7 +168,7 @@ TEST(ProtocolEndpoint, WhatItLeavesToATransportMayOutliveIt) {
         node.wire.deliver(frame_with({1}).bytes());
         work = node.wire.follow_ups.at(0);
     }
-    (*work)([] {}); // There is nothing more to do.
+    (*work)(); // There is nothing more to do.
 }
 
 TEST(ProtocolEndpoint, ABlockedCallbackCostsTheOldestFrames) {
