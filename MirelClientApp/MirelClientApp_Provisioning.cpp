@@ -23,8 +23,6 @@ using tessaron::json::Value;
 namespace {
 
 constexpr char const* K_DEFAULT_CHANNEL = "main";
-/// Where the one who fetches would like to be on the bus, behind this process's own node.
-constexpr std::uint32_t K_REGISTRY_OFFSET = 2000;
 
 std::string error_of(PackageManagerReply const& reply) {
     return reply.ok ? "" : reply.error;
@@ -57,7 +55,6 @@ PackageManagerReply MirelClientApp::fetch_install(std::string const& name,
 }
 
 void MirelClientApp::serve_fetch_install() {
-    registry_on_bus_ = connect_service("registry", K_REGISTRY_OFFSET);
     registry_on_bus_->serve_record<FetchInstallRequest, PackageManagerReply>(
         "pkgmgr.fetch_install",
         [this](FetchInstallRequest const& request) {

@@ -1,5 +1,10 @@
 #include "app/AppControlClient.hpp"
 
+#include "bus/network_map_join.hpp"
+
+#include <utility>
+#include <vector>
+
 namespace tessaron {
 
 namespace {
@@ -79,10 +84,15 @@ std::optional<config::ConfigSetReply> AppControlClient::config_set(std::string c
 
 std::optional<proto::bus::NetworkDomain> AppControlClient::discover_network(std::uint16_t max_depth,
                                                                             Milliseconds timeout) {
-    auto const reply =
-        client_->request_to(bus::LocalClient::K_EVERYBODY, "bus.discover_network",
-                            proto::bus::DiscoverNetworkRequest{max_depth, {}}.build(), timeout);
-    return reply ? proto::bus::decode_network_domain(*reply) : std::nullopt;
+    std::vector<proto::bus::NetworkDomain> maps;
+    for (auto const& [source, reply] :
+         client_->call(bus::LocalClient::K_EVERYBODY, "bus.discover_network",
+                       proto::bus::DiscoverNetworkRequest{max_depth, {}}.build(), timeout)) {
+        if (auto map = proto::bus::decode_network_domain(reply)) {
+            maps.push_back(std::move(*map));
+        }
+    }
+    return maps.empty() ? std::nullopt : std::optional(bus::network_map_join(std::move(maps)));
 }
 
 } // namespace tessaron

@@ -61,9 +61,13 @@ public:
     std::optional<config::ConfigListReply> config_list(Milliseconds timeout);
     std::optional<config::ConfigSetReply>
     config_set(std::string const& name, std::string const& value, Milliseconds timeout);
-    /// The map of the network that the first node to answer has.
+    /// Asks everybody on the bus for the map of the network that each has, for the whole of the
+    /// time, and joins the answers. Nothing if nobody answers.
     std::optional<proto::bus::NetworkDomain> discover_network(std::uint16_t max_depth,
                                                               Milliseconds timeout);
+    /// For a stop: questions under way end at once, as if nobody had answered, and so do further
+    /// ones.
+    void request_stop() { client_->stop_waiting(); }
 
     std::uint32_t address() const { return client_->address(); }
 
