@@ -64,10 +64,11 @@ std::optional<LogInfoReply> AppControlClient::log_info(Milliseconds timeout) {
     return request_typed<LogInfoReply>(logger_, "info", LogInfoRequest(), timeout);
 }
 
-std::optional<LogReadReply>
-AppControlClient::log_read(std::uint64_t from_line, std::uint64_t to_line, Milliseconds timeout) {
+std::optional<LogReadReply> AppControlClient::log_read(std::uint64_t from_line,
+                                                       std::uint64_t to_line, Milliseconds timeout,
+                                                       std::optional<std::uint64_t> generation) {
     return client_->call<LogReadReply>(logger_, "read",
-                                       LogReadRequest{from_line, to_line, std::nullopt}, timeout);
+                                       LogReadRequest{from_line, to_line, generation}, timeout);
 }
 
 std::optional<config::ConfigListReply> AppControlClient::config_list(Milliseconds timeout) {

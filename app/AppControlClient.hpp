@@ -55,9 +55,11 @@ public:
     std::optional<CrashIncidentReply> crash_incident(std::int64_t pid, std::int64_t ts,
                                                      Milliseconds timeout);
     std::optional<LogInfoReply> log_info(Milliseconds timeout);
-    /// Of the current file, both included; 0 means its first and its last line.
+    /// Both included; 0 means the first and the last line of the file, which is the current one
+    /// without a generation.
     std::optional<LogReadReply> log_read(std::uint64_t from_line, std::uint64_t to_line,
-                                         Milliseconds timeout);
+                                         Milliseconds timeout,
+                                         std::optional<std::uint64_t> generation = std::nullopt);
     std::optional<config::ConfigListReply> config_list(Milliseconds timeout);
     std::optional<config::ConfigSetReply>
     config_set(std::string const& name, std::string const& value, Milliseconds timeout);

@@ -4,7 +4,9 @@
 #include "MirelClientApp/routes/json_helpers.hpp"
 #include "MirelClientApp/routes/route_replies.hpp"
 
+#include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -69,9 +71,12 @@ HttpResponse crash_incident(DiagnosticsClient& diagnostics, HttpRequest const& r
 HttpResponse read_log(DiagnosticsClient& diagnostics, HttpRequest const& request) {
     std::uint64_t const from = query_number(request, "from", 1);
     std::uint64_t const to = query_number(request, "to", from);
+    auto const generation = request.query.contains("generation")
+                                ? std::optional(query_number(request, "generation", 0))
+                                : std::nullopt;
     return answer(
         diagnostics, request,
-        [&](AppControlClient& client) { return client.log_read(from, to, K_TIMEOUT); },
+        [&](AppControlClient& client) { return client.log_read(from, to, K_TIMEOUT, generation); },
         [](tessaron::LogReadReply const& reply) {
             return HttpResponse::json(json_helpers::log_read(reply).dump());
         });
