@@ -125,13 +125,13 @@ private:
     std::vector<proto::interface::ByteAt> unwanted_ TESSARON_GUARDED_BY(mutex_);
 };
 
-BusWire::BusWire(Buffer rx, Buffer tx, Receiver receiver)
+BusWire::BusWire(Buffer rx, Buffer tx, Receiver receiver, Rest rest)
     : endpoint_(std::make_unique<Endpoint>(rx, tx)) {
     endpoint_->frames.set_receive_callback(
         [receiver = std::move(receiver)](FrameEndpoint::Frame&& named) {
             receiver(received_frame(std::move(named)));
         },
-        proto::HandlerPace::TOLD);
+        proto::HandlerPace::TOLD, std::move(rest));
 }
 
 BusWire::~BusWire() {

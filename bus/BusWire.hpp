@@ -29,12 +29,14 @@ class BusWire {
 public:
     using Buffer = CustomSpan<unsigned char>;
     using Receiver = std::function<void(ReceivedFrame&&)>;
+    /// What the receiver has left to do; see `proto::FrameQueue`.
+    using Rest = std::function<void(bool may_take_long)>;
 
     /// Sent in every frame; received ones of any other are handed out like the rest.
     static constexpr std::uint8_t K_PROTOCOL_VERSION = 2;
 
     /// The receiver is quick, but for what it does within a `Slow`; see `proto::FrameQueue`.
-    BusWire(Buffer rx, Buffer tx, Receiver receiver);
+    BusWire(Buffer rx, Buffer tx, Receiver receiver, Rest rest = {});
     ~BusWire();
     BusWire(BusWire const&) = delete;
     BusWire& operator=(BusWire const&) = delete;

@@ -25,7 +25,15 @@ Hub::Hub(BusWire::Buffer rx, BusWire::Buffer tx, std::uint32_t address,
       identity_(identity), debug_name_(bus::debug_name(identity)),
       presence_(settings.presence_patience), network_cache_(settings.network_map_cache_ttl),
       request_worker_("bus-hub-req", [this](RequestTask const& task) { run_request(task); }),
-      wire_(rx, tx, [this](ReceivedFrame&& received) { dispatch(std::move(received)); }) {
+      wire_(
+          rx, tx, [this](ReceivedFrame&& received) { dispatch(std::move(received)); },
+          [this](bool may_take_long) {
+              if (may_take_long) {
+                  request_worker_.work(); // Saves waking its own thread.
+              } else {
+                  request_worker_.wake();
+              }
+          }) {
     touch_debug_marker(debug_app_name(identity), debug_name_, address, "",
                        settings.debug_marker_base);
     wire_.set_channel(settings.channel, std::max(settings.channel, settings.channel_max));

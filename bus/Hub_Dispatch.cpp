@@ -180,6 +180,7 @@ void Hub::inject_frame(WireFrame frame) {
     }
     if (!is_for_others || frame.dest == BROADCAST_ADDRESS) {
         dispatch_for_this_node(std::move(frame), true);
+        request_worker_.wake();
     }
 }
 

@@ -70,7 +70,7 @@ void Hub::handle_request(WireFrame&& message, std::string const& topic) {
     task.payload = std::move(message.data);
     task.requester = message.origin ? route_key_for(*message.origin) : message.source;
     task.msg_id = message.msg_id;
-    request_worker_.push(std::move(task));
+    request_worker_.push_quietly(std::move(task));
 }
 
 void Hub::run_request(RequestTask const& task) {

@@ -1,5 +1,7 @@
 #include "bus/PendingRequestTracker.hpp"
 
+#include <algorithm>
+#include <thread>
 #include <utility>
 
 namespace tessaron::bus {
@@ -8,11 +10,13 @@ void Waiter::deliver(std::uint32_t source, std::vector<std::uint8_t> payload) {
     {
         MutexLock lock(mutex_);
         responses_[source] = std::move(payload);
+        has_response_ = true;
     }
     changed_.notify_all();
 }
 
 std::optional<RequestReply> Waiter::wait_for_first(std::chrono::milliseconds timeout) {
+    look_out(std::min<std::chrono::nanoseconds>(timeout, K_LOOK_OUT));
     MutexLock lock(mutex_);
     changed_.wait_for(lock.native(), timeout, [this]() TESSARON_REQUIRES(mutex_) {
         return closed_ || !responses_.empty();
@@ -22,6 +26,13 @@ std::optional<RequestReply> Waiter::wait_for_first(std::chrono::milliseconds tim
     }
     auto const& [source, payload] = *responses_.begin();
     return RequestReply{source, payload};
+}
+
+void Waiter::look_out(std::chrono::nanoseconds time) const {
+    auto const end = std::chrono::steady_clock::now() + time;
+    while (!has_response_ && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield(); // Whoever has something to do goes first.
+    }
 }
 
 std::vector<RequestReply> Waiter::collect(std::chrono::milliseconds timeout) {
@@ -43,7 +54,7 @@ Waiter::collect_more_than(std::size_t count, std::chrono::steady_clock::time_poi
 void Waiter::close() {
     {
         MutexLock lock(mutex_);
-        closed_ = true;
+        closed_ = has_response_ = true; // There is nothing to look out for any more.
     }
     changed_.notify_all();
 }

@@ -2,6 +2,7 @@
 
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -43,8 +44,14 @@ public:
     void close() TESSARON_EXCLUDES(mutex_);
 
 private:
+    /// On one machine most answers take less than to be woken does: so for the first part of the
+    /// time nobody sleeps.
+    static constexpr std::chrono::microseconds K_LOOK_OUT{50};
+
+    void look_out(std::chrono::nanoseconds time) const;
     std::vector<RequestReply> all_locked() const TESSARON_REQUIRES(mutex_);
 
+    std::atomic<bool> has_response_{false}; ///< Changes under `mutex_`.
     Mutex mutex_;
     std::condition_variable changed_;
     std::unordered_map<std::uint32_t, std::vector<std::uint8_t>>

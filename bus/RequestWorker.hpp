@@ -25,16 +25,16 @@ struct RequestTask {
     std::uint32_t msg_id = 0;
 };
 
-/// Runs request handlers, strictly one request at a time, on a thread of its own, so that a handler
-/// may block without holding up events and responses.
+/// Runs request handlers, strictly one request at a time, on a thread of its own or one that calls
+/// `work`, so that a handler may block without holding up events and responses.
 ///
 /// A queue that is full takes no more: requests beyond it end in their askers' time-outs, like any
 /// that is lost.
 ///
-/// Ownership: its thread, which `stop` joins; what `run` captures outlives that.
+/// Ownership: its thread, which `stop` joins; what its `Run` captures outlives that.
 /// Thread safety: safe from any thread; one internal lock, never held while a task runs. `stop` is
 /// its owner's alone, and not from a task.
-/// Errors: none; `run` must not throw.
+/// Errors: none; a `Run` must not throw.
 class RequestWorker {
 public:
     using Run = std::function<void(RequestTask const&)>;
@@ -50,18 +50,28 @@ public:
 
     /// False when the task was dropped: the queue is full, or the worker has been stopped.
     bool push(RequestTask task) TESSARON_EXCLUDES(mutex_);
+    /// The same by who calls `wake` or `work` afterwards.
+    bool push_quietly(RequestTask task) TESSARON_EXCLUDES(mutex_);
+    /// Has the thread run the tasks that wait.
+    void wake() TESSARON_EXCLUDES(mutex_);
+    /// Runs them on this thread, unless they are being run.
+    void work() TESSARON_EXCLUDES(mutex_);
     /// Returns when the task that is running has ended; those that wait are dropped.
     void stop() TESSARON_EXCLUDES(mutex_);
 
 private:
-    void run_tasks() TESSARON_EXCLUDES(mutex_);
+    void run() TESSARON_EXCLUDES(mutex_);
+    bool is_needed_locked() const TESSARON_REQUIRES(mutex_) {
+        return running_ && !is_working_ && !tasks_.empty();
+    }
 
-    Run const run_;
+    Run const run_task_;
     Mutex mutex_;
     std::condition_variable changed_;
     std::deque<RequestTask> tasks_ TESSARON_GUARDED_BY(mutex_);
     std::size_t queued_bytes_ TESSARON_GUARDED_BY(mutex_) = 0;
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;
+    bool is_working_ TESSARON_GUARDED_BY(mutex_) = false; ///< The thread, or who called `work`.
     std::thread thread_;
 };
 

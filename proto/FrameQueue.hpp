@@ -37,6 +37,9 @@ template <typename Frame>
 class FrameQueue {
 public:
     using Handler = std::function<void(Frame&&)>;
+    /// What the handler has left to do, called after frames. `may_take_long`: on a thread that has
+    /// nothing else to do. Otherwise the worker is waiting for its end.
+    using Rest = std::function<void(bool may_take_long)>;
     static constexpr std::size_t K_MAX_QUEUE = 100;
 
     FrameQueue() {
@@ -48,9 +51,10 @@ public:
 
     /// Replaces the handler, from the next frames that the worker takes on. Without one they are
     /// dropped.
-    void set_handler(Handler handler, HandlerPace pace = HandlerPace::UNKNOWN)
+    void set_handler(Handler handler, HandlerPace pace = HandlerPace::UNKNOWN, Rest rest = {})
         TESSARON_EXCLUDES(mutex_) {
-        auto shared = std::make_shared<PacedHandler const>(PacedHandler{std::move(handler), pace});
+        auto shared = std::make_shared<PacedHandler const>(
+            PacedHandler{std::move(handler), pace, std::move(rest)});
         tessaron::MutexLock const lock(mutex_);
         handler_.swap(shared); // The former one goes when the lock is free again, or later.
     }
@@ -88,19 +92,16 @@ public:
         }
     }
 
-    /// Does the worker's work on this thread until the queue is empty, unless it is being done.
+    /// Does the worker's work on this thread until the queue is empty, unless it is being done, and
+    /// then what the handler has left to do: that may take as long as it likes.
     void work() TESSARON_EXCLUDES(mutex_) {
-        if (!begin_work()) {
+        if (!begin_work(1)) {
             return; // Who works takes what has come meanwhile.
         }
-        while (auto const handler = take_frames()) {
-            for (Frame& frame : taken_) {
-                if (handler->call) {
-                    handler->call(std::move(frame));
-                }
-            }
-            taken_.clear();
-        }
+        do_work(true);
+        tessaron::MutexLock const lock(mutex_);
+        --helpers_;
+        may_go_on_.notify_all();
     }
 
     /// Lets the worker end after the frames it has taken; a reader that gives way goes on.
@@ -119,13 +120,22 @@ public:
             worker_.join();
         }
         tessaron::MutexLock lock(mutex_);
-        may_go_on_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) { return !is_working_; });
+        may_go_on_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
+            return !is_working_ && helpers_ == 0;
+        });
     }
 
 private:
     struct PacedHandler {
         Handler call;
         HandlerPace pace;
+        Rest rest;
+
+        void do_rest(bool may_take_long) const {
+            if (rest) {
+                rest(may_take_long);
+            }
+        }
     };
 
     void change_slow_depth(int change) TESSARON_EXCLUDES(mutex_) {
@@ -154,7 +164,28 @@ private:
 
     void run() TESSARON_EXCLUDES(mutex_) {
         while (wait_for_frames()) {
-            work();
+            if (begin_work(0)) {
+                do_work(false);
+            }
+        }
+    }
+
+    void do_work(bool may_take_long) TESSARON_EXCLUDES(mutex_) {
+        std::shared_ptr<PacedHandler const> last;
+        while (auto handler = take_frames()) {
+            if (last) {
+                last->do_rest(false); // It is not to wait for a lull.
+            }
+            for (Frame& frame : taken_) {
+                if (handler->call) {
+                    handler->call(std::move(frame));
+                }
+            }
+            taken_.clear();
+            last = std::move(handler);
+        }
+        if (last) {
+            last->do_rest(may_take_long);
         }
     }
 
@@ -169,9 +200,12 @@ private:
         return running_;
     }
 
-    bool begin_work() TESSARON_EXCLUDES(mutex_) {
+    /// Whoever gets to work is one of so many helpers; the worker itself is none.
+    bool begin_work(int helpers) TESSARON_EXCLUDES(mutex_) {
         tessaron::MutexLock const lock(mutex_);
-        return !std::exchange(is_working_, true);
+        bool const begins = !std::exchange(is_working_, true);
+        helpers_ += begins ? helpers : 0;
+        return begins;
     }
 
     /// The handler of the frames that are now in `taken_`, or null at the end of the work.
@@ -198,6 +232,7 @@ private:
     bool running_ TESSARON_GUARDED_BY(mutex_) = true;
     bool is_idle_ TESSARON_GUARDED_BY(mutex_) = false;      ///< The worker waits.
     bool is_working_ TESSARON_GUARDED_BY(mutex_) = false;   ///< The worker, or who called `work`.
+    int helpers_ TESSARON_GUARDED_BY(mutex_) = 0;           ///< Who are within `work`.
     std::thread::id worker_id_ TESSARON_GUARDED_BY(mutex_); ///< Who that is.
     int slow_depth_ TESSARON_GUARDED_BY(mutex_) = 0;        ///< Above 0: it may take long.
     std::thread worker_;

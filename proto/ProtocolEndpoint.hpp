@@ -73,8 +73,10 @@ public:
             });
     }
 
-    void set_receive_callback(ReceiveCallback callback, HandlerPace pace = HandlerPace::UNKNOWN) {
-        queue_->set_handler(std::move(callback), pace);
+    /// See `FrameQueue`.
+    void set_receive_callback(ReceiveCallback callback, HandlerPace pace = HandlerPace::UNKNOWN,
+                              typename FrameQueue<Frame>::Rest rest = {}) {
+        queue_->set_handler(std::move(callback), pace, std::move(rest));
     }
 
     /// See `FrameQueue`.

@@ -130,5 +130,63 @@ TEST(RequestWorker, ATaskMayPushAnother) {
     done.get_future().wait();
 }
 
+TEST(RequestWorker, WhatIsPushedQuietlyRunsOnTheThreadThatCallsWork) {
+    std::vector<std::thread::id> threads;
+    RequestWorker worker(
+        "test-worker", [&](RequestTask const&) { threads.push_back(std::this_thread::get_id()); });
+    EXPECT_TRUE(worker.push_quietly(task(1)));
+    EXPECT_TRUE(worker.push_quietly(task(2)));
+    worker.work();
+    worker.work();
+    EXPECT_THAT(threads,
+                testing::ElementsAre(std::this_thread::get_id(), std::this_thread::get_id()));
+}
+
+TEST(RequestWorker, WhatIsPushedQuietlyRunsOnItsThreadAfterAWake) {
+    std::promise<std::thread::id> ran_on;
+    RequestWorker worker("test-worker",
+                         [&](RequestTask const&) { ran_on.set_value(std::this_thread::get_id()); });
+    worker.wake();
+    worker.push_quietly(task(1));
+    worker.wake();
+    EXPECT_NE(ran_on.get_future().get(), std::this_thread::get_id());
+}
+
+TEST(RequestWorker, WhoWorksWhileATaskRunsLeavesTheOthersToIt) {
+    HeldWorker held;
+    held.occupy();
+    held.worker.push_quietly(task(1));
+    held.worker.work();
+    EXPECT_EQ(held.started, 1) << "one task at a time";
+    held.let_go();
+    EXPECT_TRUE(test::wait_until([&] { return held.started == 2; }, "the second one runs, too"));
+}
+
+TEST(RequestWorker, StopWaitsForTheTaskOfAThreadThatCalledWork) {
+    std::promise<void> gate;
+    std::atomic<bool> started{false};
+    std::atomic<int> ended{0};
+    RequestWorker worker("test-worker", [&](RequestTask const&) {
+        started = true;
+        gate.get_future().wait();
+        ++ended;
+    });
+    worker.push_quietly(task(1));
+    worker.push_quietly(task(2));
+    std::thread helper([&] { worker.work(); });
+    test::wait_until([&] { return started.load(); }, "the first task runs");
+    std::thread stopper([&] {
+        worker.stop();
+        EXPECT_EQ(ended, 1);
+    });
+    test::wait_until([&] { return !worker.push_quietly(task(3)); }, "the worker is being stopped");
+    EXPECT_EQ(ended, 0);
+    gate.set_value();
+    stopper.join();
+    helper.join();
+    worker.work();
+    EXPECT_EQ(ended, 1) << "what waited is dropped";
+}
+
 } // namespace
 } // namespace tessaron::bus
