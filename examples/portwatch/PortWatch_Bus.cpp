@@ -33,7 +33,7 @@ void PortWatch::join_bus() {
         static_cast<std::uint32_t>(context().config().as_int(tessaron::K_SHARED_BUS_ADDRESS));
     client_ = context().hub().connect_resolved(
         tessaron::bus::derive_service_address(wanted, K_ADDRESS_OFFSET),
-        proto::bus::make_identity("portwatch", name, 1), std::hash<std::string>()(name));
+        proto::bus::make_identity("watch", name, 1), std::hash<std::string>()(name));
 
     client_->advertise("portwatch.changed",
                        "A target went up or down: id, host, port, label, state, before, error");
