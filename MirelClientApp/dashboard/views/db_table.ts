@@ -8,19 +8,26 @@ import { DbRow } from "./db_row";
 
 const PAGE_ROWS = 200;
 
-/** The first page of a table's rows: read once and after every write. */
+/** A table's rows, a page of them at a time: read once and after every write. */
 export class DbTable {
     readonly #card = new Card();
     readonly #path: string;
     readonly #life: Lifetime;
     readonly #count = el("span", { className: "hint" });
+    readonly #previous = button("Previous", () => this.#turnTo(this.#first - PAGE_ROWS));
+    readonly #next = button("Next", () => this.#turnTo(this.#first + PAGE_ROWS));
     readonly #all = el("input", { type: "checkbox", "aria-label": "Select all rows" });
+    readonly #written: () => void;
+    /** The number of the page's first row. */
+    #first = 1;
     #rows: DbRow[] = [];
     readonly element: HTMLElement;
 
-    constructor(path: string, name: string, life: Lifetime) {
+    /** `written` is called after every write, whatever became of it. */
+    constructor(path: string, name: string, life: Lifetime, written: () => void) {
         this.#path = path;
         this.#life = life;
+        this.#written = written;
         this.#all.addEventListener("change", () => {
             this.#rows.forEach((row) => (row.selected = this.#all.checked));
         });
@@ -30,6 +37,8 @@ export class DbTable {
             el("div", { className: "line heading" },
                 el("h3", {}, name),
                 this.#count,
+                this.#previous,
+                this.#next,
                 button("Copy selected", () => this.#copySelected()),
                 button("Clear table", () => this.#write("clear"), "danger"),
             ),
@@ -40,12 +49,26 @@ export class DbTable {
 
     async #load(): Promise<void> {
         await this.#card.fill(this.#life, async () => {
-            const page = await api("GET", `${this.#path}?from=1&to=${PAGE_ROWS}`);
+            const page = await api("GET", `${this.#path}?from=${this.#first}&to=${this.#first + PAGE_ROWS - 1}`);
             if (valueAt(page, "ok") === false) {
                 throw new Error(textAt(page, "error") || "the table could not be read");
             }
+            if (this.#first > 1 && listAt(page, "rows").length === 0) {
+                await this.#turnTo(this.#first - PAGE_ROWS); // the table has become shorter
+                return;
+            }
             this.#draw(page);
         });
+    }
+
+    async #turnTo(first: number): Promise<void> {
+        this.#first = Math.max(1, first);
+        await this.#load();
+    }
+
+    async #reload(): Promise<void> {
+        await this.#load();
+        this.#written();
     }
 
     #draw(page: unknown): void {
@@ -64,6 +87,8 @@ export class DbTable {
         });
         const total = numberAt(page, "total_rows");
         const last = first + this.#rows.length - 1;
+        this.#previous.hidden = this.#first === 1;
+        this.#next.hidden = last >= total;
         setText(this.#count, this.#rows.length > 0 ? `rows ${first}–${last} of ${total}` : `${total} rows`);
         if (this.#rows.length === 0) {
             this.#card.empty("The table is empty.");
@@ -95,7 +120,7 @@ export class DbTable {
         } else {
             toast(`Some cells failed to save: ${failure}`, "bad");
         }
-        await this.#load();
+        await this.#reload();
     }
 
     async #write(action: string, body?: object): Promise<void> {
@@ -107,7 +132,7 @@ export class DbTable {
         } catch (error) {
             toast(errorText(error), "bad");
         }
-        await this.#load();
+        await this.#reload();
     }
 
     /** The error of a write that the machine passed on and the package refused. */
