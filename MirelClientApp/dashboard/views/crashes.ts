@@ -4,6 +4,7 @@ import { el } from "../dom";
 import { facts } from "../facts";
 import { localTime } from "../format";
 import type { Lifetime } from "../lifetime";
+import { framesOf } from "./frames";
 import { showHistory } from "./history";
 import { logFrame, logLines } from "./log_lines";
 
@@ -43,11 +44,11 @@ function details(name: string, crash: unknown, life: Lifetime): Node[] {
         ["commit", textAt(crash, "commit")],
         ["build", buildText(crash)],
     ]);
-    const frames = textsAt(crash, "backtrace").join("\n");
+    const frames = textsAt(crash, "backtrace");
     return [
         told,
         el("h3", {}, "Backtrace"),
-        frames === "" ? el("p", { className: "note" }, "None was recorded.") : el("pre", { className: "frames" }, frames),
+        frames.length > 0 ? framesOf(frames) : el("p", { className: "note" }, "None was recorded."),
         el("h3", {}, "Recent activity"),
         activity(name, crash, life),
     ];
@@ -75,8 +76,13 @@ function activity(name: string, crash: unknown, life: Lifetime): HTMLElement {
         if (lines.length === 0) {
             card.empty("None was recorded.");
         } else {
-            card.show(logFrame(...logLines(lines)));
+            card.show(logFrame(...logLines(lines, levelInTrace)));
         }
     });
     return card.element;
+}
+
+/** What went over the bus stands back behind what was logged. */
+function levelInTrace(line: string): string {
+    return /^\[LOG (\w+)\]/.exec(line)?.[1] ?? "TRACE";
 }

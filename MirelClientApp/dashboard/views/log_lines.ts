@@ -6,11 +6,10 @@ export function logFrame(...lines: HTMLElement[]): HTMLElement {
 }
 
 /** The lines, coloured by their level. */
-export function logLines(lines: string[]): HTMLElement[] {
-    return lines.map((line) => el("div", { className: levelOf(line) }, line));
+export function logLines(lines: string[], levelOf = levelInLog): HTMLElement[] {
+    return lines.map((line) => el("div", { className: `level-${levelOf(line).toLowerCase()}` }, line));
 }
 
-function levelOf(line: string): string {
-    const tag = /\[(TRACE|DEBUG|INFO|WARNING|ERROR|FATAL)\]/.exec(line);
-    return `level-${(tag?.[1] ?? "INFO").toLowerCase()}`;
+function levelInLog(line: string): string {
+    return /\[(TRACE|DEBUG|INFO|WARNING|ERROR|FATAL)\]/.exec(line)?.[1] ?? "INFO";
 }
