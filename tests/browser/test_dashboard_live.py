@@ -206,9 +206,10 @@ def kept_lines():
     return [(path, path.read_text().splitlines()) for path in [*backups, LOG]]
 
 
-def pages_of(lines):
-    """From the end, as ranges of numbers."""
-    return [(max(1, last - 199), last) for last in range(len(lines), 0, -200)]
+def all_pages(files):
+    """From the end of the log, with the numbers of their first and last lines."""
+    return [(path, lines, max(1, last - 199), last)
+            for path, lines in reversed(files) for last in range(len(lines), 0, -200)]
 
 
 def pages_behind(files, last):
@@ -231,7 +232,7 @@ def wait_page(page, path, lines, first, last):
 def test_older_lines_are_read_page_by_page_across_rotations(rotated, page):
     files = kept_lines()
     assert len(files) >= 2, "the log was rotated"
-    pages = [(path, lines, first, last) for path, lines in reversed(files) for first, last in pages_of(lines)]
+    pages = all_pages(files)
     page.open()
     page.open_package(NAME, "Logs")
     wait_page(page, *pages[0])
@@ -251,17 +252,16 @@ def test_older_lines_are_read_page_by_page_across_rotations(rotated, page):
     wait_page(page, *pages[0])
 
 
-def test_live_leads_back_to_the_end_from_any_page(rotated, page):
+def test_live_leads_back_to_the_end_from_an_earlier_page(rotated, page):
+    pages = all_pages(kept_lines())
     page.open()
     page.open_package(NAME, "Logs")
-    page.wait('role=button[name="Live"][pressed]')
-    page.wait(".log > div")
-    for _ in range(2):
+    wait_page(page, *pages[0])
+    for older in pages[1:3]:
         page.locate('role=button[name="Older"]', "focus")
         page.press("Enter")
-        page.wait_gone('role=button[name="Live"][pressed]')
-        page.wait(".heading .hint >> text=/in .*app[.]log[.][0-9]+$/")
+        wait_page(page, *older)
+    assert is_live(page) == "false"
     page.click('role=button[name="Live"]')
-    path, lines = kept_lines()[-1]
-    wait_page(page, path, lines, *pages_of(lines)[0])
+    wait_page(page, *pages[0])
     assert is_live(page) == "true"

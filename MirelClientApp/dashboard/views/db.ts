@@ -8,7 +8,7 @@ import { DbTable } from "./db_table";
 /** The tables of a package's database, and below them the rows of the one that was clicked. */
 export function showDb(card: Card, name: string, life: Lifetime): void {
     const list = table(["Table", "Rows", "Columns"]);
-    const below = el("div");
+    const below = el("div", { className: "opened" });
     let opened = "";
     const open = (tableName: string) => {
         opened = tableName;

@@ -7,6 +7,10 @@ import { toast } from "../toast";
 import { DbRow } from "./db_row";
 
 const PAGE_ROWS = 200;
+/** A field's letters, and what it has around them. */
+const LETTER_PIXELS = 7.6;
+const FIELD_PIXELS = 22;
+const MOST_LETTERS = 48;
 
 /** A table's rows, a page of them at a time: read once and after every write. */
 export class DbTable {
@@ -94,7 +98,8 @@ export class DbTable {
             this.#card.empty("The table is empty.");
             return;
         }
-        const list = table([this.#all, "#", ...columns, ""], "rows");
+        const headings = columns.map((column, at) => heading(column, this.#rows.map((row) => row.cells[at] ?? "")));
+        const list = table([this.#all, "#", ...headings, ""], "rows");
         list.body.append(...this.#rows.map((row) => row.element));
         this.#card.show(list.frame);
         this.#rows.forEach((row) => row.takeFocus(edits.get(row.key)));
@@ -150,4 +155,12 @@ export class DbTable {
             toast(errorText(error), "bad");
         }
     }
+}
+
+/** Above a column that is as wide as most of its cells, the window permitting. */
+function heading(name: string, cells: string[]): HTMLElement {
+    const letters = Math.min(MOST_LETTERS, Math.max(...cells.map((cell) => cell.length)));
+    const element = el("span", {}, name);
+    element.style.minWidth = `${Math.ceil(letters * LETTER_PIXELS) + FIELD_PIXELS}px`;
+    return element;
 }
