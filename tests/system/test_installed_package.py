@@ -1,14 +1,17 @@
 """The libraries as somebody finds them who has the installed package and nothing else of this tree."""
 import concurrent.futures
 import json
+import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 
 import pytest
 
-from programs import BIN, CHECKOUT
+from bus_services import Asker, Services
+from programs import BIN, CHECKOUT, DEADLINE, wait_until
 
 BUILD = BIN.parent
 EXPORTED = {"vocabulary", "threads", "utilities", "crcSoft", "crcFast", "zlibCompression", "chacha20",
@@ -159,3 +162,31 @@ def test_the_example_is_built_of_the_package_alone(prefix, settings, tmp_path):
     version = run(user / "build/portwatch", "--version").splitlines()[-1]
     assert re.match(r"1\.0\.0-\d{8}\.\d{6}-", version)
     assert re.search(r"^ +Commit: unknown$", run(user / "build/portwatch", "--help"), re.MULTILINE)
+
+
+def files_shown_in(page):
+    """By name: what stands in blocks that have one behind their language."""
+    return dict(re.findall(r"^```\w+ (\S+)\n(.*?)^```$", page.read_text(), re.MULTILINE | re.DOTALL))
+
+
+def test_what_the_guide_shows_is_built_runs_and_is_published(prefix, settings, tmp_path):
+    files = files_shown_in(CHECKOUT / "docs/writing-an-application.md")
+    assert len(files) == 6
+    user = tmp_path / "meter"
+    for name, text in files.items():
+        path = user / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text)
+    configure(user, prefix, *settings)
+    assert "warning" not in run("cmake", "--build", user / "build")
+    run("sh", "-e", "publish", cwd=user, env={**os.environ, "PATH": f"{BIN}:{os.environ['PATH']}"})
+    assert list((user / "registry/packages/meter/main").glob("1.0.0*"))
+    run("sh", "package/install.sh", cwd=user)
+    program = subprocess.Popen([user / "package/start.sh"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        with Asker(40000) as asker:
+            node = wait_until(lambda: Services(asker, "meter").addresses.get("loads"), "it is on the bus")
+            wait_until(lambda: int(asker.ask(node, "meter.count")[0]["count"]) > 0, "it has measured")
+    finally:
+        program.terminate()
+        assert program.wait(DEADLINE) == 128 + signal.SIGTERM
