@@ -24,6 +24,9 @@ namespace {
 /// The longest wait without a look at the settings, of which an operator may change any.
 constexpr std::chrono::seconds K_LOOK_AT_SETTINGS{1};
 
+/// In seconds: what an operator may set, lest times overflow.
+constexpr long long K_A_YEAR = 365LL * 24 * 3600;
+
 constexpr char K_DATABASE_NAME[] = "portwatch.targets";
 
 /// Where the frame keeps sessions, crashes and settings of this application, too.
@@ -59,7 +62,8 @@ int PortWatch::run_impl() {
 
 bool PortWatch::run_round() {
     auto& config = context().config();
-    std::chrono::milliseconds const timeout(std::max(1LL, config.as_int(K_CONNECT_TIMEOUT_MS)));
+    std::chrono::milliseconds const timeout(
+        std::clamp(config.as_int(K_CONNECT_TIMEOUT_MS), 1LL, K_A_YEAR * 1000));
     try {
         auto const checks = probe(store_.targets(), timeout, stop_event_.descriptor());
         if (!checks) {
@@ -142,7 +146,6 @@ bool PortWatch::wait_for_next_round(Clock::time_point last) {
 }
 
 std::chrono::seconds PortWatch::interval() {
-    constexpr long long K_A_YEAR = 365 * 24 * 3600;
     return std::chrono::seconds(
         std::clamp(context().config().as_int(K_INTERVAL_SECONDS), 1LL, K_A_YEAR));
 }
