@@ -243,5 +243,5 @@ def test_database_that_the_application_cannot_read_is_named(open_page, page):
     open_page(answers=below({"/db": {"name": "app.db", "path": "/opt/app.db", "loaded": False, "tables": []}}))
     page.open_package("app", "DB")
     page.wait(".card .note >> text=could not be read")
-    assert page.text(".card .note").split("\n") == [
+    assert page.text(".card .note >> visible=true").split("\n") == [
         "No tables (package not discovered on the bus, or it has no db).", "/opt/app.db could not be read."]
