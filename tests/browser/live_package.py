@@ -3,7 +3,7 @@ for tests that look at it through the dashboard."""
 import os
 import shutil
 
-from portwatch_app import NEVER, PACKAGE, PORTWATCH, PORTWATCH_DATA, PortWatch, last_check
+from portwatch_app import PACKAGE, PORTWATCH, PORTWATCH_DATA, PortWatch, last_check
 from programs import BIN, wait_until
 from registry import ARCH, entry, run
 

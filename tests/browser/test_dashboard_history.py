@@ -80,7 +80,6 @@ def test_older_ends_at_a_file_that_is_gone(logs, page, answer, text):
 
 
 def test_first_file_of_all_has_none_before_it(logs, page):
-    page.expected_errors = []
     logs({"/log/info": dict(INFO, line_count=3, generation=0), "/log?from=1&to=3": log(0, 1, 3, 3)})
     page.click('role=button[name="Older"]')
     page.wait('.heading .error:text-is("Nothing older is kept.")')
@@ -150,8 +149,8 @@ def test_page_that_cannot_be_read_leaves_what_is_shown(logs, page):
 
 # Crashes
 
-ALL = {"addr": "0x10", "version": "1.2.3", "commit": "abc", "build_type": "Release", "build_ts": "2026", "build_user": "me",
-       "build_machine": "here"}
+ALL = {"addr": "0x10", "version": "1.2.3", "commit": "abc", "build_type": "Release", "build_ts": "2026",
+       "build_user": "me", "build_machine": "here"}
 
 
 def open_crash(open_page, page, crash, trace):

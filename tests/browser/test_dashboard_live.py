@@ -1,4 +1,5 @@
 """The sub-tabs of a package whose application answers on the bus: a whole machine, with nothing standing in."""
+import contextlib
 import os
 import re
 import signal
@@ -10,13 +11,6 @@ from portwatch_app import NEVER, PORTWATCH_DATA, Listener, portwatch_crashes, po
 from programs import wait_until
 
 REFUSED = "config_set failed - check the field name/value"
-
-
-@pytest.fixture
-def listener():
-    listener = Listener()
-    yield listener
-    listener.close()
 
 
 @pytest.fixture
@@ -171,7 +165,8 @@ def test_setting_is_saved_and_a_refused_value_tells_its_error(running, page):
 # Logs
 
 
-def test_lines_appear_while_one_looks(package, page, listener):
+def test_lines_appear_while_one_looks(package, page, stack):
+    listener = stack.enter_context(contextlib.closing(Listener()))
     package.prepare(interval_seconds=1)
     run("CREATE TABLE targets(id INTEGER PRIMARY KEY, host TEXT, port INTEGER, label TEXT)",
         f"INSERT INTO targets(host, port, label) VALUES ('127.0.0.1', {listener.port}, 'shop')")

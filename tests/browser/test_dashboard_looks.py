@@ -153,13 +153,16 @@ DETAILS = {
     "/sessions": {"sessions": [{"is_start": True, "timestamp": 1700000000, "pid": 4711, "reason": "stopped by signal 15",
                                 "args": "--fast " * 30, "working_dir": "/opt/" + "deep" * 40, "log_line": 1}]},
     "/crashes": {"crashes": [{"ts": 1700000000, "pid": 4711, "signum": 11, "detail": "0x10\n" * 5 + "x" * 300,
-                              "version": "1.0.0-" + "v" * 200, "backtrace": ["/opt/run(" + "f" * 300 + "+0x1) [0x2]"]}]},
+                              "version": "1.0.0-" + "v" * 200,
+                              "backtrace": ["/opt/run(" + "f" * 300 + "+0x1) [0x2]"]}]},
     "/crashes/4711/1700000000": {"lines": ["[LOG ERROR] ts=1 " + "x" * 400]},
-    "/log/info": {"line_count": 1, "path": "/var/log/" + "deep" * 60, "generation": 3}, "/log?from=1&to=1": {"ok": True, "lines": ["[redis] [INFO] " + "x" * 400]},
+    "/log/info": {"line_count": 1, "path": "/var/log/" + "deep" * 60, "generation": 3},
+    "/log?from=1&to=1": {"ok": True, "lines": ["[redis] [INFO] " + "x" * 400]},
     "/log?from=1&to=41": {"ok": True, "lines": ["[redis] [ERROR] " + "x" * 400]},
     "/config": {"fields": [{"name": "a_rather_long_name_of_a_field", "type_name": "string", "description": "d " * 60,
                             "current_value": "v" * 200, "default_value": "w" * 200, "is_default": False}]},
-    "/db": {"name": "people.all", "path": "/opt/" + "deep" * 60, "loaded": True, "tables": [{"name": "people", "row_count": 1, "column_names": [f"column_{at}" for at in range(12)]}]},
+    "/db": {"name": "people.all", "path": "/opt/" + "deep" * 60, "loaded": True,
+            "tables": [{"name": "people", "row_count": 1, "column_names": [f"column_{at}" for at in range(12)]}]},
     "/db/people?from=1&to=200": {"ok": True, "from_row": 1, "column_names": [f"column_{at}" for at in range(12)],
                                  "rows": [["value" * 4] * 12]}}
 
@@ -168,7 +171,8 @@ DETAILS = {
 def test_details_of_a_package_fit_the_window_whatever_they_hold(machine, page, size):
     page.open(size=size, answers={"/api/packages/redis" + path: answer for path, answer in DETAILS.items()})
     page.click('role=button[name="redis"]')
-    for sub_tab, opener, selector in (("Sessions", "tbody button", ".detail .log"), ("Crashes", "tbody button", ".card .card .log"),
+    for sub_tab, opener, selector in (("Sessions", "tbody button", ".detail .log"),
+                                      ("Crashes", "tbody button", ".card .card .log"),
                                       ("Logs", None, ".log div"), ("Config", None, "tbody input"),
                                       ("DB", "tbody button.link", "table.rows input")):
         page.tab(sub_tab)

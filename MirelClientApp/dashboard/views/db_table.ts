@@ -32,6 +32,8 @@ export class DbTable {
         this.#path = path;
         this.#life = life;
         this.#written = written;
+        this.#previous.hidden = true;
+        this.#next.hidden = true;
         this.#all.addEventListener("change", () => {
             this.#rows.forEach((row) => (row.selected = this.#all.checked));
         });

@@ -41,6 +41,7 @@ class LogView {
     constructor(name: string, life: Lifetime) {
         this.#name = name;
         this.#life = life;
+        this.#say("");
         life.every(REFRESH_MILLISECONDS, async () => {
             if (this.#isLive) {
                 await this.#readEnd();
@@ -136,7 +137,7 @@ class LogView {
 
 function placeOf(part: LogPart, info: unknown): string {
     const path = textAt(info, "path");
-    const file = part.generation === numberAt(info, "generation") ? path : `${path}.${part.generation}`;
+    const file = part.generation < numberAt(info, "generation") ? `${path}.${part.generation}` : path;
     const lines = part.lines.length > 0 ? `lines ${part.from}–${lastOf(part)} of ${part.total}` : "no lines";
     return path === "" ? lines : `${lines} in ${file}`;
 }
