@@ -4,13 +4,15 @@
 #include "MirelClientApp/platform_arch.hpp"
 #include "MirelClientApp/routes/asset_routes.hpp"
 #include "MirelClientApp/routes/console_routes.hpp"
+#include "MirelClientApp/routes/database_routes.hpp"
+#include "MirelClientApp/routes/diagnostics_routes.hpp"
 #include "MirelClientApp/routes/package_routes.hpp"
 #include "MirelClientApp/routes/registry_routes.hpp"
 #include "MirelClientApp/routes/self_routes.hpp"
 #include "MirelClientApp/routes/vnc_routes.hpp"
 #include "app/utilities/shell_command.hpp"
 #include "app/utilities/shell_quote.hpp"
-#include "package/service_client.hpp"
+#include "bus/LocalClient.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -30,9 +32,6 @@ constexpr std::chrono::milliseconds K_TUNNEL_GRACE{50};
 /// How long a stop waits for the tunnel's shells.
 constexpr std::chrono::milliseconds K_STOP_GRACE{500};
 
-/// Where the package service would like to be on the bus, behind this process's own node.
-constexpr std::uint32_t K_PACKAGES_OFFSET = 1000;
-
 std::uint16_t port_of(long long setting) {
     return static_cast<std::uint16_t>(setting);
 }
@@ -41,10 +40,15 @@ std::uint16_t port_of(long long setting) {
 
 MirelClientApp::MirelClientApp(tessaron::AppContext& context)
     : ConsoleApp(context), downloads_dir_(context.app_dir() + "/downloads"),
+      addresses_(ServiceAddresses::claim(
+          context.hub(), context.app_name(),
+          static_cast<std::uint32_t>(context.config().as_int(config::K_SHARED_BUS_ADDRESS)))),
       registry_(context.config().as_str(config::K_REGISTRY_URL)),
       packages_(context.app_dir() + "/store", tessaron::K_PACKAGE_MANAGER_SUPERVISE_POLL,
                 tessaron::InheritedChildren::of_this_process(),
-                connect_service("pkgmgr", K_PACKAGES_OFFSET)),
+                connect_service("pkgmgr", addresses_.packages)),
+      diagnostics_(context.hub(), addresses_.diagnostics),
+      db_browser_(context.hub(), addresses_.db_browser, diagnostics_),
       self_updater_(registry_, context.config().as_str(config::K_SELF_UPDATE_PACKAGE_NAME),
                     detect_platform_arch(), K_RUNNING_VERSION_CORE,
                     [this](std::string const& reason) { app_control().request_reboot(reason); }),
@@ -79,6 +83,8 @@ MirelClientApp::~MirelClientApp() {
 void MirelClientApp::end_what_is_under_way() {
     registry_.request_stop();
     packages_.request_stop();
+    diagnostics_.request_stop();
+    db_browser_.request_stop();
     self_updater_.request_stop();
     console_.request_stop();
     vnc_bridges_.request_stop();
@@ -103,11 +109,9 @@ void MirelClientApp::prepare_for_restart() {
 }
 
 std::shared_ptr<tessaron::bus::LocalClient>
-MirelClientApp::connect_service(std::string const& label, std::uint32_t offset) {
-    auto const shared_address =
-        static_cast<std::uint32_t>(context().config().as_int(config::K_SHARED_BUS_ADDRESS));
-    return tessaron::connect_service(context().hub(),
-                                     {label, context().app_name(), shared_address, offset});
+MirelClientApp::connect_service(std::string const& label, std::uint32_t address) {
+    return context().hub().connect(
+        address, proto::bus::make_identity(label, context().app_name(), 1, "", ""));
 }
 
 int MirelClientApp::run_impl() {
@@ -125,6 +129,8 @@ void MirelClientApp::start_web_server() {
     register_console_routes(web_server_, console_);
     register_vnc_routes(web_server_, vnc_bridges_, context().config());
     register_registry_routes(web_server_, registry_);
+    register_diagnostics_routes(web_server_, diagnostics_);
+    register_database_routes(web_server_, db_browser_);
     register_self_routes(web_server_, {context().config(), registry_, self_updater_, start_time_});
     std::string const error = web_server_.start();
     if (!error.empty()) {

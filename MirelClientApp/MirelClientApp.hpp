@@ -1,6 +1,9 @@
 #pragma once
 
+#include "MirelClientApp/ServiceAddresses.hpp"
 #include "MirelClientApp/console/Console.hpp"
+#include "MirelClientApp/diagnostics/DbBrowserClient.hpp"
+#include "MirelClientApp/diagnostics/DiagnosticsClient.hpp"
 #include "MirelClientApp/remote/ErrorText.hpp"
 #include "MirelClientApp/remote/HeartbeatSender.hpp"
 #include "MirelClientApp/remote/RegistryClient.hpp"
@@ -62,7 +65,7 @@ private:
 
     /// A node of a service's own on the bus.
     std::shared_ptr<tessaron::bus::LocalClient> connect_service(std::string const& label,
-                                                                std::uint32_t offset);
+                                                                std::uint32_t address);
 
     /// Where a build's artifact lies once it was fetched.
     std::string artifact_path(std::string const& name, std::string const& version,
@@ -79,8 +82,11 @@ private:
     void start_web_server();
 
     std::string downloads_dir_;
+    ServiceAddresses addresses_;
     RegistryClient registry_;
     tessaron::PackageManagerService packages_;
+    DiagnosticsClient diagnostics_;
+    DbBrowserClient db_browser_;
     SelfUpdater self_updater_;
     Console console_;
     VncBridges vnc_bridges_;

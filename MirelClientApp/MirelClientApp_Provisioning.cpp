@@ -23,8 +23,6 @@ using tessaron::json::Value;
 namespace {
 
 constexpr char const* K_DEFAULT_CHANNEL = "main";
-/// Where the one who fetches would like to be on the bus, behind this process's own node.
-constexpr std::uint32_t K_REGISTRY_OFFSET = 2000;
 
 std::string error_of(PackageManagerReply const& reply) {
     return reply.ok ? "" : reply.error;
@@ -57,7 +55,11 @@ PackageManagerReply MirelClientApp::fetch_install(std::string const& name,
 }
 
 void MirelClientApp::serve_fetch_install() {
-    registry_on_bus_ = connect_service("registry", K_REGISTRY_OFFSET);
+    if (!context().config().as_str(config::K_BOOTSTRAP_PACKAGE_LIST_PATH).empty()) {
+        // That may have taken long, and somebody else may be there by now.
+        addresses_.claim_registry_again(context().hub(), context().app_name());
+    }
+    registry_on_bus_ = connect_service("registry", addresses_.registry);
     registry_on_bus_->serve_record<FetchInstallRequest, PackageManagerReply>(
         "pkgmgr.fetch_install",
         [this](FetchInstallRequest const& request) {

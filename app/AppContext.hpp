@@ -53,7 +53,7 @@ public:
     std::string const& executable_path() const { return executable_path_; }
     std::string const& user_name() const { return user_name_; }
     /// This process's one node on the bus.
-    bus::IHub& hub() { return hub_; }
+    bus::Hub& hub() { return hub_; }
     /// An address of this process's own for the application's control node.
     std::uint32_t control_address() const { return control_address_; }
     /// The process's one log. Its own messages have no source; code that may run while the context

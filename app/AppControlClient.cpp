@@ -1,5 +1,10 @@
 #include "app/AppControlClient.hpp"
 
+#include "bus/network_map_join.hpp"
+
+#include <utility>
+#include <vector>
+
 namespace tessaron {
 
 namespace {
@@ -59,10 +64,11 @@ std::optional<LogInfoReply> AppControlClient::log_info(Milliseconds timeout) {
     return request_typed<LogInfoReply>(logger_, "info", LogInfoRequest(), timeout);
 }
 
-std::optional<LogReadReply>
-AppControlClient::log_read(std::uint64_t from_line, std::uint64_t to_line, Milliseconds timeout) {
+std::optional<LogReadReply> AppControlClient::log_read(std::uint64_t from_line,
+                                                       std::uint64_t to_line, Milliseconds timeout,
+                                                       std::optional<std::uint64_t> generation) {
     return client_->call<LogReadReply>(logger_, "read",
-                                       LogReadRequest{from_line, to_line, std::nullopt}, timeout);
+                                       LogReadRequest{from_line, to_line, generation}, timeout);
 }
 
 std::optional<config::ConfigListReply> AppControlClient::config_list(Milliseconds timeout) {
@@ -79,10 +85,15 @@ std::optional<config::ConfigSetReply> AppControlClient::config_set(std::string c
 
 std::optional<proto::bus::NetworkDomain> AppControlClient::discover_network(std::uint16_t max_depth,
                                                                             Milliseconds timeout) {
-    auto const reply =
-        client_->request_to(bus::LocalClient::K_EVERYBODY, "bus.discover_network",
-                            proto::bus::DiscoverNetworkRequest{max_depth, {}}.build(), timeout);
-    return reply ? proto::bus::decode_network_domain(*reply) : std::nullopt;
+    std::vector<proto::bus::NetworkDomain> maps;
+    for (auto const& [source, reply] :
+         client_->call(bus::LocalClient::K_EVERYBODY, "bus.discover_network",
+                       proto::bus::DiscoverNetworkRequest{max_depth, {}}.build(), timeout)) {
+        if (auto map = proto::bus::decode_network_domain(reply)) {
+            maps.push_back(std::move(*map));
+        }
+    }
+    return maps.empty() ? std::nullopt : std::optional(bus::network_map_join(std::move(maps)));
 }
 
 } // namespace tessaron

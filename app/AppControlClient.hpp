@@ -55,15 +55,21 @@ public:
     std::optional<CrashIncidentReply> crash_incident(std::int64_t pid, std::int64_t ts,
                                                      Milliseconds timeout);
     std::optional<LogInfoReply> log_info(Milliseconds timeout);
-    /// Of the current file, both included; 0 means its first and its last line.
+    /// Both included; 0 means the first and the last line of the file, which is the current one
+    /// without a generation.
     std::optional<LogReadReply> log_read(std::uint64_t from_line, std::uint64_t to_line,
-                                         Milliseconds timeout);
+                                         Milliseconds timeout,
+                                         std::optional<std::uint64_t> generation = std::nullopt);
     std::optional<config::ConfigListReply> config_list(Milliseconds timeout);
     std::optional<config::ConfigSetReply>
     config_set(std::string const& name, std::string const& value, Milliseconds timeout);
-    /// The map of the network that the first node to answer has.
+    /// Asks everybody on the bus for the map of the network that each has, for the whole of the
+    /// time, and joins the answers. Nothing if nobody answers.
     std::optional<proto::bus::NetworkDomain> discover_network(std::uint16_t max_depth,
                                                               Milliseconds timeout);
+    /// For a stop: questions under way end at once, as if nobody had answered, and so do further
+    /// ones.
+    void request_stop() { client_->stop_waiting(); }
 
     std::uint32_t address() const { return client_->address(); }
 

@@ -40,12 +40,6 @@ bool is_header(std::string_view line) {
     return line.starts_with(K_CRASH_HEADER);
 }
 
-std::string hex_text(std::uint64_t number) {
-    std::array<char, 16> digits{};
-    auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
-    return std::string(K_HEX).append(digits.data(), end);
-}
-
 /// A blank would end the value, and a line break the header.
 std::string without_blanks(std::string_view value) {
     std::string text = one_line(value);
@@ -191,12 +185,22 @@ std::optional<std::string> read_tail(int fd, std::uint64_t offset) {
 
 } // namespace
 
+std::string crash_address_text(CrashRecord const& record) {
+    if (!record.addr) {
+        return "";
+    }
+    std::array<char, 16> digits{};
+    auto const end =
+        std::to_chars(digits.data(), digits.data() + digits.size(), *record.addr, 16).ptr;
+    return std::string(K_HEX).append(digits.data(), end);
+}
+
 std::string format_crash_header_line(CrashRecord const& record) {
     std::string line(K_CRASH_HEADER);
     line += " signum=" + std::to_string(record.signum) + " pid=" + std::to_string(record.pid) +
             " ts=" + std::to_string(record.ts) + " ts_ms=" + std::to_string(record.ts_ms);
     if (record.addr) {
-        line += " addr=" + hex_text(*record.addr);
+        line += " addr=" + crash_address_text(record);
     }
     for (TextField const& field : K_BUILD_FIELDS) {
         line.append(" ").append(field.key).append("=").append(without_blanks(record.*field.value));

@@ -46,6 +46,9 @@ struct CrashRecord {
     std::string compiler; ///< with "_" for each blank
 };
 
+/// "0x" and hexadecimal digits; empty without an address.
+std::string crash_address_text(CrashRecord const& record);
+
 /// The header line of a record, without its newline.
 std::string format_crash_header_line(CrashRecord const& record);
 

@@ -156,6 +156,9 @@ public:
     /// whole time, since nobody knows how many will answer, unless one comes that `is_last`.
     Replies call(std::uint32_t target, std::string const& topic, Bytes const& payload,
                  Milliseconds timeout, IsLast const& is_last = {});
+    /// For a stop: whoever waits for replies returns at once with those that there are, and so does
+    /// whoever asks from now on.
+    void stop_waiting() { pending_.close(); }
     std::unordered_map<std::uint32_t, DiscoveredDevice> discovered_devices() const;
 
     // --- For the hub.

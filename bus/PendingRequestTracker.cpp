@@ -14,8 +14,9 @@ void Waiter::deliver(std::uint32_t source, std::vector<std::uint8_t> payload) {
 
 std::optional<RequestReply> Waiter::wait_for_first(std::chrono::milliseconds timeout) {
     MutexLock lock(mutex_);
-    changed_.wait_for(lock.native(), timeout,
-                      [this]() TESSARON_REQUIRES(mutex_) { return !responses_.empty(); });
+    changed_.wait_for(lock.native(), timeout, [this]() TESSARON_REQUIRES(mutex_) {
+        return closed_ || !responses_.empty();
+    });
     if (responses_.empty()) {
         return std::nullopt;
     }
@@ -25,16 +26,26 @@ std::optional<RequestReply> Waiter::wait_for_first(std::chrono::milliseconds tim
 
 std::vector<RequestReply> Waiter::collect(std::chrono::milliseconds timeout) {
     MutexLock lock(mutex_);
-    changed_.wait_for(lock.native(), timeout, [] { return false; });
+    changed_.wait_for(lock.native(), timeout,
+                      [this]() TESSARON_REQUIRES(mutex_) { return closed_; });
     return all_locked();
 }
 
 std::vector<RequestReply>
 Waiter::collect_more_than(std::size_t count, std::chrono::steady_clock::time_point deadline) {
     MutexLock lock(mutex_);
-    changed_.wait_until(lock.native(), deadline,
-                        [&]() TESSARON_REQUIRES(mutex_) { return responses_.size() > count; });
+    changed_.wait_until(lock.native(), deadline, [&]() TESSARON_REQUIRES(mutex_) {
+        return closed_ || responses_.size() > count;
+    });
     return all_locked();
+}
+
+void Waiter::close() {
+    {
+        MutexLock lock(mutex_);
+        closed_ = true;
+    }
+    changed_.notify_all();
 }
 
 std::vector<RequestReply> Waiter::all_locked() const {
@@ -49,6 +60,9 @@ std::vector<RequestReply> Waiter::all_locked() const {
 std::shared_ptr<Waiter> PendingRequestTracker::register_waiter(std::uint32_t msg_id) {
     auto waiter = std::make_shared<Waiter>();
     MutexLock lock(mutex_);
+    if (closed_) {
+        waiter->close();
+    }
     waiters_[msg_id] = waiter;
     return waiter;
 }
@@ -76,6 +90,14 @@ void PendingRequestTracker::unregister(std::uint32_t msg_id) {
 std::size_t PendingRequestTracker::size() const {
     MutexLock lock(mutex_);
     return waiters_.size();
+}
+
+void PendingRequestTracker::close() {
+    MutexLock lock(mutex_);
+    closed_ = true;
+    for (auto const& [msg_id, waiter] : waiters_) {
+        waiter->close();
+    }
 }
 
 } // namespace tessaron::bus

@@ -83,6 +83,10 @@ public:
     std::optional<database::DbWriteReply>
     first_write_reply(std::string const& topic, Bytes const& payload, Milliseconds timeout);
 
+    /// For a stop: operations under way end at once, as if nobody had answered, and so do further
+    /// ones.
+    void request_stop() { client_->stop_waiting(); }
+
     std::uint32_t address() const { return client_->address(); }
 
 private:

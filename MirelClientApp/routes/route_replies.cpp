@@ -2,6 +2,7 @@
 
 #include "app/utilities/json_value.hpp"
 
+#include <cstdlib>
 #include <exception>
 
 namespace mirelclient {
@@ -35,6 +36,13 @@ std::string parse_body_field(std::string const& body, std::string const& key) {
     } catch (std::exception const&) {
         return "";
     }
+}
+
+std::uint64_t query_number(HttpRequest const& request, std::string const& key,
+                           std::uint64_t fallback) {
+    auto const text = request.query.find(key);
+    return text == request.query.end() ? fallback
+                                       : std::strtoull(text->second.c_str(), nullptr, 10);
 }
 
 } // namespace mirelclient
