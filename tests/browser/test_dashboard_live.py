@@ -192,6 +192,7 @@ def rotated(package):
         "WITH RECURSIVE numbers(n) AS (SELECT 1 UNION SELECT n + 1 FROM numbers WHERE n < 300) "
         f"INSERT INTO targets(host, port, label) SELECT 'target', 1, n || '{LONG}' FROM numbers")
     package.start()
+    assert package.get("/log/info").status == 200  # all that was logged is written then
     return package
 
 

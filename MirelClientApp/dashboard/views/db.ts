@@ -8,6 +8,7 @@ import { DbTable } from "./db_table";
 /** The tables of a package's database, and below them the rows of the one that was clicked. */
 export function showDb(card: Card, name: string, life: Lifetime): void {
     const list = table(["Table", "Rows", "Columns"]);
+    const place = el("p", { className: "hint" });
     const below = el("div", { className: "opened" });
     let opened = "";
     const open = (tableName: string) => {
@@ -35,11 +36,16 @@ export function showDb(card: Card, name: string, life: Lifetime): void {
         });
         markOpened();
         arrange(list.body, elements);
-        const place = [textAt(info, "name"), textAt(info, "path")].filter(Boolean).join(": ");
-        card.show(el("p", { className: "hint" }, place), list.frame, below);
+        setText(place, [textAt(info, "name"), textAt(info, "path")].filter(Boolean).join(": "));
+        card.show(place, list.frame, below);
     };
     /** After a write; what is shown of the table itself stays, whatever becomes of the list. */
-    const refresh = () => load().catch((error: unknown) => toast(errorText(error), "bad"));
+    const refresh = () =>
+        load().catch((error: unknown) => {
+            if (!life.ended) {
+                toast(errorText(error), "bad");
+            }
+        });
     void card.fill(life, load);
 }
 
