@@ -7,12 +7,17 @@ target_compile_options(
             $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion -Wthread-safety>)
 
 # tessaron_library(name SOURCES a.cpp ... [PUBLIC targets] [PRIVATE targets])
+#
+# What holds for this tree alone (where it lies, its warnings) is not told to users of the installed
+# package; see Install.cmake.
 function(tessaron_library name)
   cmake_parse_arguments(arg "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
   add_library(${name} STATIC ${arg_SOURCES})
   target_compile_features(${name} PUBLIC cxx_std_20)
-  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${name} PUBLIC ${arg_PUBLIC} PRIVATE tessaron_flags ${arg_PRIVATE})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_compile_options(${name}
+                         PRIVATE $<TARGET_PROPERTY:tessaron_flags,INTERFACE_COMPILE_OPTIONS>)
+  target_link_libraries(${name} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
 endfunction()
 
 # tessaron_program(name SOURCES a.cpp ... [PRIVATE targets])

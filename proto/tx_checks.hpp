@@ -1,7 +1,11 @@
 #pragma once
 
+#include "proto/FieldFlags.hpp"
 #include "proto/FieldName.hpp"
 #include "proto/MatchStatus.hpp"
+
+#include <cstddef>
+#include <type_traits>
 
 namespace proto {
 

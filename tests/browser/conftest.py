@@ -13,6 +13,7 @@ _spec.loader.exec_module(_fixtures)
 globals().update({name: value for name, value in vars(_fixtures).items() if not name.startswith("_")})
 
 from browser import Browser, Page  # noqa: E402
+from live_package import LivePackage, build_artifact  # noqa: E402
 from preloaded import entry_text, write_registry  # noqa: E402
 
 
@@ -39,3 +40,14 @@ def open_page(daemon, page):
     write_registry(entry_text("app", "1.0.0", "/usr/local/daemon/nowhere", stopped=True))
     daemon.start()
     return lambda **options: page.open(**options)
+
+
+@pytest.fixture(scope="session")
+def artifact(tmp_path_factory):
+    return build_artifact(tmp_path_factory.mktemp("live"))
+
+
+@pytest.fixture
+def package(daemon, registry, artifact):
+    """An application of the real kind, not installed yet."""
+    return LivePackage(daemon, registry, artifact)

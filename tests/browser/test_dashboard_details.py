@@ -18,7 +18,8 @@ def session(is_start, timestamp, log_line, **fields):
 
 
 def log(first, lines, **fields):
-    return {"ok": True, "error": "", "total_lines": 1000, "from_line": first, "generation": 1, "lines": lines, **fields}
+    return {"ok": True, "error": "", "total_lines": first + len(lines) - 1, "from_line": first, "generation": 1,
+            "lines": lines, **fields}
 
 
 @pytest.fixture

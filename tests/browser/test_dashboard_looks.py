@@ -32,7 +32,10 @@ def test_hostile_package_runs_nothing_on_the_page(daemon, page):
     table = {"ok": True, "from_row": 1, "column_names": [EVIL, EVIL], "rows": [[EVIL, EVIL]]}
     page.open(answers={
         quoted(EVIL_NAME, "sessions"): {"sessions": [event]},
-        quoted(EVIL_NAME, "crashes"): {"crashes": [{"ts": 1, "pid": 2, "signum": 11, "detail": EVIL}]},
+        quoted(EVIL_NAME, "crashes"): {"crashes": [{"ts": 1, "pid": 2, "signum": 11, "detail": EVIL, "addr": EVIL,
+                                                    "version": EVIL, "commit": EVIL, "build_user": EVIL,
+                                                    "backtrace": [EVIL, f"{EVIL}({EVIL_NAME}+0x1) [0x2]"]}]},
+        quoted(EVIL_NAME, "crashes", "2", "1"): {"lines": [EVIL, f"[LOG {EVIL}] x", '[LOG "><b>] x']},
         quoted(EVIL_NAME, "log/info").replace("%2F", "/"): {"line_count": 1},
         quoted(EVIL_NAME, "log") + "?from=1&to=1": log,
         quoted(EVIL_NAME, "log") + "?from=1&to=41": log,
@@ -53,11 +56,12 @@ def test_hostile_package_runs_nothing_on_the_page(daemon, page):
     page.wait(".package h2")
     assert page.text(".package h2") == EVIL_NAME
     assert json.loads(page.text("pre"))["executable"] == EVIL
-    page.tab("Sessions")
-    page.click("tbody button.link")
-    page.wait(".log")
-    expect_unhurt(page)
-    for sub_tab, selector in (("Crashes", "tbody tr"), ("Logs", ".log"), ("Config", "tbody input"),
+    for sub_tab in ("Sessions", "Crashes"):
+        page.tab(sub_tab)
+        page.click("tbody button.link")
+        page.wait(".card .card .log >> text=window.hurt")
+        expect_unhurt(page)
+    for sub_tab, selector in (("Logs", ".log"), ("Config", "tbody input"),
                               ("Launch args", ".line input"), ("DB", "tbody tr")):
         page.tab(sub_tab)
         page.wait(selector)
@@ -148,12 +152,17 @@ def test_every_view_is_drawn_and_fits_the_window(machine, page, size):
 DETAILS = {
     "/sessions": {"sessions": [{"is_start": True, "timestamp": 1700000000, "pid": 4711, "reason": "stopped by signal 15",
                                 "args": "--fast " * 30, "working_dir": "/opt/" + "deep" * 40, "log_line": 1}]},
-    "/crashes": {"crashes": [{"ts": 1700000000, "pid": 4711, "signum": 11, "detail": "0x10\n" * 5 + "x" * 300}]},
-    "/log/info": {"line_count": 1}, "/log?from=1&to=1": {"ok": True, "lines": ["[redis] [INFO] " + "x" * 400]},
+    "/crashes": {"crashes": [{"ts": 1700000000, "pid": 4711, "signum": 11, "detail": "0x10\n" * 5 + "x" * 300,
+                              "version": "1.0.0-" + "v" * 200,
+                              "backtrace": ["/opt/run(" + "f" * 300 + "+0x1) [0x2]"]}]},
+    "/crashes/4711/1700000000": {"lines": ["[LOG ERROR] ts=1 " + "x" * 400]},
+    "/log/info": {"line_count": 1, "path": "/var/log/" + "deep" * 60, "generation": 3},
+    "/log?from=1&to=1": {"ok": True, "lines": ["[redis] [INFO] " + "x" * 400]},
     "/log?from=1&to=41": {"ok": True, "lines": ["[redis] [ERROR] " + "x" * 400]},
     "/config": {"fields": [{"name": "a_rather_long_name_of_a_field", "type_name": "string", "description": "d " * 60,
                             "current_value": "v" * 200, "default_value": "w" * 200, "is_default": False}]},
-    "/db": {"tables": [{"name": "people", "row_count": 1, "column_names": [f"column_{at}" for at in range(12)]}]},
+    "/db": {"name": "people.all", "path": "/opt/" + "deep" * 60, "loaded": True,
+            "tables": [{"name": "people", "row_count": 1, "column_names": [f"column_{at}" for at in range(12)]}]},
     "/db/people?from=1&to=200": {"ok": True, "from_row": 1, "column_names": [f"column_{at}" for at in range(12)],
                                  "rows": [["value" * 4] * 12]}}
 
@@ -162,7 +171,8 @@ DETAILS = {
 def test_details_of_a_package_fit_the_window_whatever_they_hold(machine, page, size):
     page.open(size=size, answers={"/api/packages/redis" + path: answer for path, answer in DETAILS.items()})
     page.click('role=button[name="redis"]')
-    for sub_tab, opener, selector in (("Sessions", "tbody button", ".detail .log"), ("Crashes", None, "tbody td"),
+    for sub_tab, opener, selector in (("Sessions", "tbody button", ".detail .log"),
+                                      ("Crashes", "tbody button", ".card .card .log"),
                                       ("Logs", None, ".log div"), ("Config", None, "tbody input"),
                                       ("DB", "tbody button.link", "table.rows input")):
         page.tab(sub_tab)

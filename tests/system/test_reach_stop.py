@@ -1,10 +1,10 @@
 """A stop while people use the machine: terminals, viewers and streams of the tunnel are open."""
-import contextlib
 import re
 import socket
 
 import pytest
 from daemon import CRASHES, MIRELCLIENT, SESSIONS, STOPPED_BY_SIGTERM, WEB_PORT
+from full_listener import attempts_under_way, filled
 from processes import instances, jobs_of, thread_names
 from programs import wait_until
 from screen import VNC_PORT, abort, accepted, fill, read_all, screen_server
@@ -125,24 +125,13 @@ def test_with_50_viewers_it_is_as_clean_as_without(daemon, screen):
 
 def test_viewers_whose_server_takes_no_connection_do_not_hold_it(daemon):
     daemon.start()
-    with screen_server(backlog=0), contextlib.ExitStack() as others:
-        for _ in range(2):  # from here on it neither takes nor refuses any
-            other = others.enter_context(socket.socket())
-            other.setblocking(False)
-            other.connect_ex(("127.0.0.1", VNC_PORT))
+    with screen_server(backlog=0), filled(VNC_PORT):
         viewers = [RawViewer() for _ in range(COUNT)]
         assert all(viewer.is_open for viewer in viewers)
-        wait_until(lambda: attempts_under_way() > COUNT, "all of them are being dialled")
+        wait_until(lambda: attempts_under_way(VNC_PORT) > COUNT, "all of them are being dialled")
         check_clean_stop(daemon)
         assert [viewer.frames() for viewer in viewers] == [[]] * COUNT
         close_all(viewers)
-
-
-def attempts_under_way():
-    """Connections to the screen server that have no answer yet."""
-    remote, asked = f"0100007F:{VNC_PORT:04X}", "02"
-    lines = open("/proc/net/tcp").read().splitlines()[1:]
-    return sum(line.split()[2:4] == [remote, asked] for line in lines)
 
 
 def test_with_50_of_everything_at_once_it_is_as_clean_as_without(daemon, screen, tmp_path):

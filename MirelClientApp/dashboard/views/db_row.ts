@@ -7,7 +7,10 @@ export interface Edits {
     focused: number | undefined;
 }
 
-/** One row of a table: its key in the first column, and a field for every other one. */
+const BAR_HINT = "A cell holds a “|”, which cells are parted by: which is which cannot be told any more.";
+
+/** One row of a table: its key in the first column, and a field for every other one. A row that has
+ * not come apart into its cells has no fields: what is typed would be saved into the wrong ones. */
 export class DbRow {
     readonly element = el("tr");
     readonly #selection: HTMLInputElement;
@@ -22,15 +25,21 @@ export class DbRow {
         const save = button("Save", () => actions.save(this));
         const remove = button("Delete", () => actions.delete(this), "danger");
         this.#selection = el("input", { type: "checkbox", "aria-label": `Select row ${index}` });
-        this.#fields = cells.slice(1).map((value, at) => {
+        const isWhole = cells.length === columns.length;
+        this.#fields = (isWhole ? cells.slice(1) : []).map((value, at) => {
             const label = `${columns[at + 1] ?? at + 1} of row ${index}`;
             return new ValueField(label, value, () => save.click());
         });
+        const others = isWhole
+            ? this.#fields.map((field) => el("td", {}, field.element))
+            : [el("td", { colSpan: Math.max(1, columns.length - 1), title: BAR_HINT }, cells.slice(1).join("|"))];
+        save.disabled = !isWhole;
+        save.title = isWhole ? "" : BAR_HINT;
         this.element.append(
             el("td", {}, this.#selection),
             el("td", { className: "number" }, String(index)),
             el("td", { className: "key" }, this.key),
-            ...this.#fields.map((field) => el("td", {}, field.element)),
+            ...others,
             el("td", { className: "actions" }, save, remove),
         );
     }

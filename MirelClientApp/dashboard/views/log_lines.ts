@@ -1,20 +1,15 @@
-import { textAt, textsAt, valueAt } from "../api";
 import { el } from "../dom";
 
 /** Where lines of a log stand. */
-export function logFrame(): HTMLElement {
-    return el("pre", { className: "log", tabIndex: 0 });
+export function logFrame(...lines: HTMLElement[]): HTMLElement {
+    return el("pre", { className: "log", tabIndex: 0 }, ...lines);
 }
 
-/** The lines of a log, coloured by their level. What the machine could not read is thrown. */
-export function logLines(log: unknown): HTMLElement[] {
-    if (valueAt(log, "ok") === false) {
-        throw new Error(textAt(log, "error") || "the log could not be read");
-    }
-    return textsAt(log, "lines").map((line) => el("div", { className: levelOf(line) }, line));
+/** The lines, coloured by their level. */
+export function logLines(lines: string[], levelOf = levelInLog): HTMLElement[] {
+    return lines.map((line) => el("div", { className: `level-${levelOf(line).toLowerCase()}` }, line));
 }
 
-function levelOf(line: string): string {
-    const tag = /\[(TRACE|DEBUG|INFO|WARNING|ERROR|FATAL)\]/.exec(line);
-    return `level-${(tag?.[1] ?? "INFO").toLowerCase()}`;
+function levelInLog(line: string): string {
+    return /\[(TRACE|DEBUG|INFO|WARNING|ERROR|FATAL)\]/.exec(line)?.[1] ?? "INFO";
 }

@@ -1,6 +1,7 @@
 import { api, errorText, numberAt, textAt, valueAt } from "../api";
 import { Card } from "../card";
 import { button, el } from "../dom";
+import { facts } from "../facts";
 import { Lifetime } from "../lifetime";
 import { toast } from "../toast";
 import { ConfigTable } from "./config_table";
@@ -77,12 +78,11 @@ export class SelfView {
 
 function factsOf(self: unknown): HTMLElement {
     const os = textAt(self, "os");
-    const facts: [string, string][] = [
+    return facts([
         ["Version", textAt(self, "version")],
         ["OS and arch", `${os} ${textAt(self, "arch")}`.trim()],
         ["Config name", textAt(self, "config_name") || "(unset)"],
         ["Registry URL", textAt(self, "registry_url")],
         ["Uptime", `${Math.floor(numberAt(self, "uptime_seconds") / 60)} minutes`],
-    ];
-    return el("dl", {}, ...facts.flatMap(([key, value]) => [el("dt", {}, key), el("dd", {}, value)]));
+    ]);
 }
