@@ -14,6 +14,7 @@ using tessaron::database::DbTableReadReply;
 using tessaron::database::DbWriteReply;
 using tessaron::database::K_NOT_ADDRESSED;
 using tessaron::test::answer;
+using tessaron::test::topic_hash;
 using testing::ElementsAre;
 
 DbInfoReply info(std::string const& name) {
@@ -55,12 +56,25 @@ TEST_F(DbBrowserClientTest, OfTwoPackagesEachHasItsOwnDatabase) {
 }
 
 TEST_F(DbBrowserClientTest, ADatabaseOfAModuleIsItsNodes) {
-    auto const module = club.hub.connect(4321, proto::bus::make_identity("store", "club", 1));
-    answer(*module, "db.info", info("members"));
+    RawNode depot(bus, 500);
+    depot.on_frame = [&depot](tessaron::bus::WireFrame const& asked) {
+        if (asked.type == MessageType::REQUEST && asked.topic_id == topic_hash("db.info")) {
+            tessaron::bus::WireFrame reply;
+            reply.type = MessageType::RESPONSE;
+            reply.dest = 4200;
+            reply.msg_id = asked.msg_id;
+            reply.origin = proto::bus::Origin(0, 4321);
+            depot.send(reply, info("stock").build());
+        }
+    };
+    depot.join();
+    depot.announce("depot", {.modules = {{4321, "store", {}}}});
     answer(shop.hub, "db.info", info("orders"));
-    auto const members = result_of([&] { return browser->list_tables("club"); });
-    EXPECT_EQ(members->name, "members");
-    EXPECT_EQ(members->source, 4321U);
+    wait_until_discovered("depot");
+    auto const stock = result_of([&] { return browser->list_tables("depot"); });
+    ASSERT_TRUE(stock);
+    EXPECT_EQ(stock->name, "stock");
+    EXPECT_EQ(stock->source, 4321U);
 }
 
 TEST_F(DbBrowserClientTest, OneThatIsNotLoadedIsShown) {
@@ -151,7 +165,7 @@ TEST_F(DbBrowserClientTest, EverybodyIsToldApartByTheWholeDomainsAnswers) {
     tessaron::test::settle(raw, own.hub);
     EXPECT_GE(raw.heard(MessageType::DISCOVERY_REQUEST).size(), 1U);
     for (auto const& frame : raw.heard(MessageType::REQUEST)) {
-        if (frame.topic_id != tessaron::test::topic_hash(K_MAP_TOPIC)) {
+        if (frame.topic_id != topic_hash(K_MAP_TOPIC)) {
             EXPECT_EQ(frame.dest, 0U);
         }
     }

@@ -1,6 +1,7 @@
 #include "tests/unit/MirelClientApp/diagnostics/DiagnosticsTest.hpp"
 
 #include <atomic>
+#include <future>
 #include <gmock/gmock.h>
 #include <thread>
 
@@ -63,7 +64,8 @@ TEST_F(DiagnosticsQuestions, ThoseForAModuleThatIsNotThereGoToTheNodeItself) {
 TEST_F(DiagnosticsQuestions, NobodyIsAskedForAnApplicationThatIsNotKnown) {
     RawNode raw(bus, 9);
     raw.join();
-    start_and_find({"daemon"});
+    Application const clock(bus, 400, "clock");
+    start_and_find({"clock"});
     bool is_called = false;
     auto const reply = diagnostics->with_package("weather", [&](AppControlClient& client) {
         is_called = true;
@@ -76,6 +78,7 @@ TEST_F(DiagnosticsQuestions, NobodyIsAskedForAnApplicationThatIsNotKnown) {
 }
 
 TEST_F(DiagnosticsQuestions, AnApplicationThatDoesNotAnswerIsKnownAllTheSame) {
+    Application const clock(bus, 400, "clock"); // Tells of the other.
     RawNode raw(bus, 300);
     raw.join();
     raw.announce("weather");
@@ -90,14 +93,15 @@ TEST_F(DiagnosticsQuestions, AnApplicationThatDoesNotAnswerIsKnownAllTheSame) {
 }
 
 TEST_F(DiagnosticsQuestions, ThoseOfSeveralThreadsFollowEachOther) {
-    start_and_find({"daemon"});
+    Application const clock(bus, 400, "clock");
+    start_and_find({"clock"});
     std::atomic<int> within{0};
     std::atomic<int> most{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int n = 0; n < 50; ++n) {
-                std::ignore = diagnostics->with_package("daemon", [&](AppControlClient&) {
+                std::ignore = diagnostics->with_package("clock", [&](AppControlClient&) {
                     most = std::max<int>(most, ++within);
                     std::this_thread::yield();
                     --within;
@@ -113,12 +117,13 @@ TEST_F(DiagnosticsQuestions, ThoseOfSeveralThreadsFollowEachOther) {
 }
 
 TEST_F(DiagnosticsQuestions, LookingSomebodyUpDoesNotWaitForOne) {
-    start_and_find({"daemon"});
-    auto const found = diagnostics->with_package("daemon", [&](AppControlClient&) {
+    Application const clock(bus, 400, "clock");
+    start_and_find({"clock"});
+    auto const found = diagnostics->with_package("clock", [&](AppControlClient&) {
         auto look_up = std::async(std::launch::async, [&] {
-            return diagnostics->is_discovered("daemon") &&
-                   diagnostics->hub_owns_address("daemon", 200) &&
-                   diagnostics->hub_location("daemon");
+            return diagnostics->is_discovered("clock") &&
+                   diagnostics->hub_owns_address("clock", 400) &&
+                   diagnostics->hub_location("clock");
         });
         return std::optional(look_up.get());
     });
@@ -155,6 +160,7 @@ TEST_F(DiagnosticsQuestions, EachThreadGetsTheAnswerOfItsOwnApplication) {
 }
 
 TEST_F(DiagnosticsQuestions, AStopEndsThoseUnderWayAndFurtherOnes) {
+    Application const clock(bus, 400, "clock"); // Tells of the other.
     RawNode raw(bus, 300);
     raw.join();
     raw.announce("weather");

@@ -26,32 +26,38 @@ void answer_map(RawNode& raw, NetworkDomain const& map) {
 TEST_F(DiagnosticsClientTest, NobodyIsKnownUntilSomebodyHasAnsweredWithAMap) {
     RawNode raw(bus, 9);
     raw.join();
-    {
-        Silence const silence(own, raw);
-        start();
-        // With the second question the first round is over.
-        wait_until([&] { return requests(raw, K_MAP_TOPIC) >= 2; }, "it has looked around");
-        EXPECT_FALSE(diagnostics->is_discovered("daemon"));
-        EXPECT_EQ(diagnostics->hub_location("daemon"), std::nullopt);
-        EXPECT_FALSE(diagnostics->hub_owns_address("daemon", 200));
-        EXPECT_EQ(log_path_of("daemon"), "nobody");
+    raw.announce("silent");
+    start();
+    // With the second question the first round is over.
+    wait_until([&] { return requests(raw, K_MAP_TOPIC) >= 2; }, "it has looked around");
+    for (std::string const name : {"silent", "daemon", "weather"}) {
+        EXPECT_FALSE(diagnostics->is_discovered(name)) << name;
+        EXPECT_EQ(diagnostics->hub_location(name), std::nullopt) << name;
+        EXPECT_FALSE(diagnostics->hub_owns_address(name, 9)) << name;
+        EXPECT_EQ(log_path_of(name), "nobody") << name;
     }
+    Application const weather(bus, 300, "weather");
+    wait_until_discovered("weather");
     wait_until_discovered("daemon");
 }
 
 TEST_F(DiagnosticsClientTest, ARoundWithoutAnswersLeavesWhatIsKnown) {
     RawNode raw(bus, 9);
     raw.join();
-    start_and_find({"daemon"});
-    Silence const silence(own, raw);
+    std::optional<Application> weather;
+    weather.emplace(bus, 300, "weather");
+    start_and_find({"weather"});
+    weather.reset();
     std::size_t const before = requests(raw, K_MAP_TOPIC);
     wait_until([&] { return requests(raw, K_MAP_TOPIC) >= before + 3; }, "rounds have failed");
-    EXPECT_TRUE(diagnostics->is_discovered("daemon"));
-    EXPECT_TRUE(diagnostics->hub_owns_address("daemon", 200));
+    EXPECT_TRUE(diagnostics->is_discovered("weather"));
+    EXPECT_EQ(diagnostics->hub_location("weather"), (HubLocation{300, 0}));
+    EXPECT_TRUE(diagnostics->hub_owns_address("weather", 300));
 }
 
 TEST_F(DiagnosticsClientTest, ApplicationsThatComeLaterAreFound) {
-    start_and_find({"daemon"});
+    Application const clock(bus, 400, "clock");
+    start_and_find({"clock"});
     EXPECT_FALSE(diagnostics->is_discovered("weather"));
     Application const weather(bus, 300, "weather");
     wait_until_discovered("weather");
@@ -75,17 +81,18 @@ TEST_F(DiagnosticsClientTest, WhatABusIsCalledFromBehindAGatewayIsNotItsAddress)
     RawNode gateway(bus, 9);
     answer_map(gateway, {4711, {HubSummary{9, "gateway", 5, {}}}, {}});
     gateway.join();
-    start_and_find({"gateway", "daemon"});
+    start_and_find({"gateway"});
     EXPECT_EQ(diagnostics->hub_location("gateway"), (HubLocation{9, 0}));
-    EXPECT_EQ(diagnostics->hub_location("daemon"), (HubLocation{200, 0}));
 }
 
 TEST_F(DiagnosticsClientTest, ANodeThatIsMemberOfADomainKnowsItsBusByIt) {
     HubNode member(bus, 250, "member", tessaron::test::hub_settings(77));
+    HubNode other(bus, 260, "other", tessaron::test::hub_settings(77));
     member.join();
+    other.join();
     DiagnosticsClient of_member(member.hub, 3250);
-    wait_until([&] { return of_member.is_discovered("daemon"); }, "the other is found");
-    EXPECT_EQ(of_member.hub_location("daemon"), (HubLocation{200, 77}));
+    wait_until([&] { return of_member.is_discovered("other"); }, "the other is found");
+    EXPECT_EQ(of_member.hub_location("other"), (HubLocation{260, 77}));
 }
 
 TEST_F(DiagnosticsClientTest, ApplicationsBehindGatewaysAreFoundInTheirDomains) {
@@ -106,7 +113,8 @@ TEST_F(DiagnosticsClientTest, AMapThatCannotBeReadIsPassedOver) {
         }
     };
     raw.join();
-    start_and_find({"daemon"});
+    Application const weather(bus, 300, "weather");
+    start_and_find({"weather"});
 }
 
 TEST_F(DiagnosticsClientTest, ItIsANodeOfItsOwn) {

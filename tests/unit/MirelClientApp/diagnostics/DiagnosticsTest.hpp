@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <future>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
@@ -45,7 +44,8 @@ struct Application {
     std::shared_ptr<LocalClient> logger;
 };
 
-/// The daemon's node, and a client that starts when the test says so.
+/// The daemon's node, and a client that starts when the test says so. What is found are nodes that
+/// others know of: the daemon's own is nobody who answers it.
 class DiagnosticsTest : public testing::Test {
 protected:
     DiagnosticsTest() { own.join(); }
@@ -76,29 +76,6 @@ protected:
                 return frame.topic_id == tessaron::test::topic_hash(topic.c_str());
             }));
     }
-    /// Until it is destroyed, the daemon's own node answers nobody: it is busy with a request.
-    class Silence {
-    public:
-        Silence(HubNode& node, RawNode& raw) {
-            Collected<int> held;
-            node.hub.serve(
-                "hold",
-                [held, ended = ended_](proto::bus::Bytes const&) {
-                    held.add(1);
-                    ended.wait();
-                    return proto::bus::Bytes();
-                },
-                "");
-            raw.send(MessageType::REQUEST, node.hub.address(), {}, "hold", 1);
-            held.wait_for(1, "the node is busy");
-        }
-        ~Silence() { end_.set_value(); }
-
-    private:
-        std::promise<void> end_;
-        std::shared_future<void> ended_ = end_.get_future().share();
-    };
-
     LoopbackBus bus;
     HubNode own{bus, 200, "daemon"};
     std::optional<DiagnosticsClient> diagnostics;
