@@ -62,8 +62,7 @@ MirelClientApp::MirelClientApp(tessaron::AppContext& context)
               port_of(context.config().as_int(config::K_VNC_LOCAL_PORT))),
       web_server_(context.config().as_str(config::K_WEB_ADDR),
                   port_of(context.config().as_int(config::K_WEB_PORT))),
-      start_time_(steady_clock::now()),
-      registry_on_bus_(connect_service("registry", addresses_.registry)) {
+      start_time_(steady_clock::now()) {
     mkdir_recursive(downloads_dir_);
     apply_bootstrap_package_list();
     serve_fetch_install();

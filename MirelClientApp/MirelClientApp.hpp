@@ -82,7 +82,7 @@ private:
     void start_web_server();
 
     std::string downloads_dir_;
-    ServiceAddresses const addresses_;
+    ServiceAddresses addresses_;
     RegistryClient registry_;
     tessaron::PackageManagerService packages_;
     DiagnosticsClient diagnostics_;

@@ -55,6 +55,11 @@ PackageManagerReply MirelClientApp::fetch_install(std::string const& name,
 }
 
 void MirelClientApp::serve_fetch_install() {
+    if (!context().config().as_str(config::K_BOOTSTRAP_PACKAGE_LIST_PATH).empty()) {
+        // That may have taken long, and somebody else may be there by now.
+        addresses_.claim_registry_again(context().hub(), context().app_name());
+    }
+    registry_on_bus_ = connect_service("registry", addresses_.registry);
     registry_on_bus_->serve_record<FetchInstallRequest, PackageManagerReply>(
         "pkgmgr.fetch_install",
         [this](FetchInstallRequest const& request) {

@@ -22,6 +22,8 @@ struct ServiceAddresses {
     /// be called from a handler. They are safe from others once somebody is connected there.
     [[nodiscard]] static ServiceAddresses
     claim(tessaron::bus::Hub& hub, std::string const& app_name, std::uint32_t shared_address);
+    /// For the registry's node, which comes long after the others: its address once more.
+    void claim_registry_again(tessaron::bus::Hub& hub, std::string const& app_name);
 };
 
 } // namespace mirelclient

@@ -23,7 +23,7 @@ Hub::Hub(BusWire::Buffer rx, BusWire::Buffer tx, std::uint32_t address,
          NodeIdentity const& identity, Settings const& settings)
     : settings_(settings), preferred_address_(address), chance_(draw()), address_(address),
       identity_(identity), debug_name_(bus::debug_name(identity)),
-      network_cache_(settings.network_map_cache_ttl),
+      presence_(settings.presence_patience), network_cache_(settings.network_map_cache_ttl),
       request_worker_("bus-hub-req", [this](RequestTask const& task) { run_request(task); }),
       wire_(rx, tx, [this](ReceivedFrame&& received) { dispatch(std::move(received)); }) {
     touch_debug_marker(debug_app_name(identity), debug_name_, address, "",

@@ -11,6 +11,7 @@
 #include "bus/NetworkMapCache.hpp"
 #include "bus/NetworkSource.hpp"
 #include "bus/PendingRequestTracker.hpp"
+#include "bus/PresenceWatch.hpp"
 #include "bus/RequestWorker.hpp"
 #include "bus/RoutingTable.hpp"
 #include "bus/TopicRegistry.hpp"
@@ -274,6 +275,8 @@ private:
     void serve_network_map();
     proto::bus::NetworkDomain answer_network_map(proto::bus::DiscoverNetworkRequest question,
                                                  std::uint32_t requester);
+    /// Without those who are gone; asks those who may be.
+    DeviceMap present_devices();
     proto::bus::NetworkDomain own_network_domain(DeviceMap const& devices) const;
     /// What others say, in the place of this bus. Takes the walk one hop further.
     proto::bus::NetworkDomain ask_beyond(NetworkWalk& walk, DeviceMap const& devices,
@@ -322,6 +325,7 @@ private:
     FragmentAssembler fragments_;
     TopicRegistry topics_;
     DeviceRegistry devices_;
+    PresenceWatch presence_;
     LocalClientRegistry local_clients_;
     RoutingTable routes_;
 

@@ -23,6 +23,9 @@ struct HubConstants {
     static constexpr Milliseconds DEFAULT_DISCOVERY_TIMEOUT{500};
     /// How long others are told what was found beyond the gateways before.
     static constexpr std::chrono::seconds K_NETWORK_MAP_CACHE_TTL{10};
+    /// A node that has been silent for so long is asked whether it is still there: longer than it
+    /// refuses to answer the same question again.
+    static constexpr std::chrono::seconds K_PRESENCE_PATIENCE{6};
     /// Of hubs that have a far side, so that others know whom to ask for it.
     static constexpr char K_GATEWAY_ROLE[] = "gateway";
     static constexpr std::chrono::seconds K_VERSION_MISMATCH_WARNING_INTERVAL{30};
@@ -53,6 +56,7 @@ struct HubSettings {
     /// Where the node leaves its marker; see debug_marker.hpp.
     std::filesystem::path debug_marker_base = K_DEBUG_MARKER_BASE;
     Milliseconds network_map_cache_ttl = HubConstants::K_NETWORK_MAP_CACHE_TTL;
+    Milliseconds presence_patience = HubConstants::K_PRESENCE_PATIENCE;
     std::uint32_t domain = 0; ///< A second address of the node; a gateway's hubs have one.
 };
 

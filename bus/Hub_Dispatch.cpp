@@ -52,6 +52,9 @@ void Hub::dispatch(ReceivedFrame&& received) {
     if (is_own_or_twins(frame)) {
         return;
     }
+    if (frame.type == MessageType::RESPONSE) {
+        presence_.heard(frame.source, Clock::now()); // Whoever it answers.
+    }
     if (is_for_this_node(frame.dest) || local_clients_.has(frame.dest)) {
         dispatch_for_this_node(std::move(frame), received.has_data);
     } else if (received.has_data) {

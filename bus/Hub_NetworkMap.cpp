@@ -4,10 +4,11 @@
 #include "proto/bus/topic_match.hpp"
 
 #include <algorithm>
+#include <iterator>
 
 // The network as seen through gateways: asking runs on the caller's thread, answering on the
 // request worker, and the far side of a gateway answers on the thread that asks the near one.
-// Touches the devices, the cache and the far sides.
+// Touches the devices and who of them is there, the cache and the far sides.
 
 namespace tessaron::bus {
 namespace {
@@ -77,11 +78,15 @@ std::vector<DiscoveredDevice const*> gateways_to_ask(DeviceMap const& devices,
     return gateways;
 }
 
+void drop_topics(HubSummary& hub) {
+    for (ModuleSummary& module : hub.modules) {
+        module.topics.clear();
+    }
+}
+
 void drop_topics(NetworkDomain& domain) {
     for (HubSummary& hub : domain.hubs) {
-        for (ModuleSummary& module : hub.modules) {
-            module.topics.clear();
-        }
+        drop_topics(hub);
     }
     for (NetworkDomain& child : domain.children) {
         drop_topics(child);
@@ -92,13 +97,14 @@ void drop_topics(NetworkDomain& domain) {
 proto::bus::Bytes encode_to_fit(NetworkDomain map) {
     using Drop = void (*)(NetworkDomain&);
     proto::bus::Bytes payload = encode_network_domain(map);
-    for (Drop const drop : std::initializer_list<Drop>{
-             &drop_topics, [](NetworkDomain& domain) { domain.children.clear(); },
-             [](NetworkDomain& domain) {
-                 for (HubSummary& hub : domain.hubs) {
-                     hub.modules.clear();
-                 }
-             }}) {
+    for (Drop const drop :
+         std::initializer_list<Drop>{[](NetworkDomain& domain) { drop_topics(domain); },
+                                     [](NetworkDomain& domain) { domain.children.clear(); },
+                                     [](NetworkDomain& domain) {
+                                         for (HubSummary& hub : domain.hubs) {
+                                             hub.modules.clear();
+                                         }
+                                     }}) {
         if (payload.size() > Hub::K_MAX_MESSAGE_SIZE) {
             drop(map);
             payload = encode_network_domain(map);
@@ -141,9 +147,16 @@ NetworkDomain Hub::answer_network_map(DiscoverNetworkRequest question, std::uint
     // Who asked waits for longer than whoever is asked in turn.
     auto const time = DEFAULT_DISCOVERY_TIMEOUT * question.max_depth / (question.max_depth + 1);
     NetworkWalk walk{std::move(question), has_local_route(requester), Clock::now() + time};
-    DeviceMap const devices = discovered_devices();
+    DeviceMap const devices = present_devices();
     std::vector<NetworkDomain> answers{own_network_domain(devices)};
-    if (walk.question.max_depth > 0) {
+    if (walk.question.max_depth == 0) {
+        // That is asked often, and of everybody: each tells its own topics.
+        for (HubSummary& hub : answers.front().hubs) {
+            if (hub.address != address_) {
+                drop_topics(hub);
+            }
+        }
+    } else {
         auto beyond = network_cache_.find(walk.question, walk.came_across, Clock::now());
         if (!beyond) {
             bool is_complete = true;
@@ -183,13 +196,28 @@ NetworkDomain Hub::discover_network_impl(std::uint8_t max_depth, std::vector<std
         return {};
     }
     NetworkWalk walk{{max_depth, std::move(visited)}, came_across, Clock::now() + timeout};
-    DeviceMap const devices = discovered_devices();
+    DeviceMap const devices = present_devices();
     std::vector<NetworkDomain> answers{own_network_domain(devices)};
     if (max_depth > 0) {
         bool is_complete = true;
         answers.push_back(ask_beyond(walk, devices, is_complete));
     }
     return network_map_join(std::move(answers));
+}
+
+DeviceMap Hub::present_devices() {
+    DeviceMap devices = discovered_devices();
+    auto const now = Clock::now();
+    for (auto device = devices.begin(); device != devices.end();) {
+        auto const& [address, record] = *device;
+        auto const state = address == address_ ? PresenceWatch::State::PRESENT
+                                               : presence_.look(address, record.last_seen, now);
+        if (state == PresenceWatch::State::TO_BE_ASKED) {
+            discover(address);
+        }
+        device = state == PresenceWatch::State::GONE ? devices.erase(device) : std::next(device);
+    }
+    return devices;
 }
 
 NetworkDomain Hub::own_network_domain(DeviceMap const& devices) const {

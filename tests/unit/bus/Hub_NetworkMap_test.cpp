@@ -88,7 +88,7 @@ TEST_F(OneBus, AHubStandsInTheMapWithItsModulesAndTheirTopics) {
     newcomer.send(MessageType::DISCOVERY_REQUEST, Hub::BROADCAST_ADDRESS, {}, "", 1);
     test::wait_until([&] { return !node.hub.discovered_devices().at(201).hosted_modules.empty(); },
                      "the module is known");
-    auto const map = ask(asker.hub, 200, {});
+    auto const map = ask(asker.hub, 201, {});
     ASSERT_TRUE(map);
     ASSERT_THAT(map->hubs[1].modules, SizeIs(1));
     ModuleSummary const& module = map->hubs[1].modules[0];
@@ -98,6 +98,53 @@ TEST_F(OneBus, AHubStandsInTheMapWithItsModulesAndTheirTopics) {
     EXPECT_EQ(module.topics[0].name, "ask me");
     EXPECT_EQ(module.topics[0].description, "what for");
     EXPECT_EQ(module.topics[0].kind, proto::bus::TopicKind::REQUEST);
+}
+
+TEST_F(OneBus, EachTellsOnlyItsOwnTopicsSinceEverybodyIsAsked) {
+    auto const client = other.hub.connect(500, proto::bus::make_identity("module", "b", 1));
+    client->serve(
+        "ask me", [](Bytes const&) { return Bytes(); }, "what for");
+    RawNode newcomer(bus, 0xFFFF);
+    newcomer.join();
+    newcomer.send(MessageType::DISCOVERY_REQUEST, Hub::BROADCAST_ADDRESS, {}, "", 1);
+    test::wait_until([&] { return !node.hub.discovered_devices().at(201).hosted_modules.empty(); },
+                     "the module is known");
+    auto const map = ask(asker.hub, 200, {});
+    ASSERT_TRUE(map);
+    EXPECT_THAT(map->hubs[1].modules, ElementsAre(ModuleSummary{500, "module", {}}));
+    auto const whole = node.hub.discover_network_impl(0, {}, K_COLLECT, false);
+    EXPECT_THAT(whole.hubs[1].modules.at(0).topics, SizeIs(1)) << "but knows them";
+}
+
+TEST(NetworkMap, WhoDoesNotAnswerAnyMoreIsLeftOutAndWhoDoesIsNot) {
+    LoopbackBus bus;
+    Hub::Settings settings = test::hub_settings();
+    settings.presence_patience = std::chrono::milliseconds(10);
+    HubNode node{bus, 200, "node", settings};
+    node.join();
+    RawNode mute(bus, 300);
+    mute.join();
+    mute.announce("mute");
+    RawNode polite(bus, 301);
+    polite.on_frame = [&](WireFrame const& frame) {
+        if (frame.type == MessageType::DISCOVERY_REQUEST && frame.dest == 301) {
+            polite.announce("polite", {}, frame.source);
+        }
+    };
+    polite.join();
+    polite.announce("polite");
+    wait_until_known(node.hub, 300);
+    wait_until_known(node.hub, 301);
+    std::vector<std::uint32_t> const present{200, 301};
+    EXPECT_TRUE(test::wait_until(
+        [&] {
+            return addresses(node.hub.discover_network_impl(0, {}, K_COLLECT, false)) == present;
+        },
+        "the mute one is left out"));
+    auto asked = mute.heard(MessageType::DISCOVERY_REQUEST);
+    std::erase_if(asked, [](WireFrame const& frame) { return frame.dest != 300; });
+    EXPECT_THAT(asked, SizeIs(PresenceWatch::K_QUESTIONS));
+    EXPECT_TRUE(node.hub.discovered_devices().contains(300)) << "who was heard is known";
 }
 
 TEST_F(OneBus, AHubHasOneNumberWhoeverTellsOfIt) {
