@@ -119,7 +119,7 @@ TEST_F(AppControlClientTest, TheMapOfTheNetworkIsWhatAllWhoAnswerKnow) {
             if (frame.type == test::MessageType::REQUEST) {
                 auto const known = is_one ? hub(901, "first") : hub(902, "second");
                 raw->send(test::MessageType::RESPONSE, 3200,
-                          encode_network_domain({0, {known}, {}}), "", frame.msg_id);
+                          proto::bus::encode_network_domain({0, {known}, {}}), "", frame.msg_id);
             }
         };
         raw->join();
