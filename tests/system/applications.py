@@ -25,7 +25,8 @@ class PackagedApp:
 
     def script(self):
         """The package's program; writes the configuration that it reads."""
-        (self.folder / self.name).mkdir(parents=True)
+        for folder in (self.folder / self.name, self.folder / "log"):
+            folder.mkdir(parents=True)
         settings = {"app_name": self.name, "app_dir": str(self.folder), "log_dir": str(self.folder / "log")}
         self.config_file.write_text(json.dumps({key: {"value": value} for key, value in settings.items()}))
         return f"#!/bin/sh\nexec env FRAME_APP_CONFIG={self.config_file} {FRAME_PROGRAM}\n"

@@ -94,7 +94,7 @@ def test_the_log_is_read_line_by_line(daemon, weather):
     assert read("") == (1, lines[:1])
     assert read("?from=3") == (3, lines[2:3])
     assert read("?from=2&to=4") == (2, lines[1:4])
-    assert read("?from=4&to=3") == (0, []) or read("?from=4&to=3")[1] == []
+    assert read("?from=4&to=3")[1] == []
     assert read("?from=x&to=2") == (1, lines[:2])
     assert read("?from=1&to=0")[1][:len(lines)] == lines
     assert read("?from=99999999999999999999")[1] == []
@@ -164,5 +164,4 @@ def test_a_package_that_is_not_on_the_bus(daemon, package):
 
 def test_a_name_is_what_its_path_decodes_to(daemon):
     assert is_discovered(daemon, "%77eather")
-    assert daemon.get("/api/packages/weather%2Fsessions").status == 404
     expect_error(daemon.get("/api/packages/wea%2Fther/sessions"), 404, "not found")

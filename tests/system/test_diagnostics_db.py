@@ -92,7 +92,7 @@ def test_a_bar_in_a_cell_makes_two_of_it(daemon, orders):
 
 
 def test_cells_are_changed_and_rows_deleted_in_the_packages_own_file(daemon, orders, members):
-    expect(post(daemon, "t/cell", compact({"row_index": 2, "column_index": 1, "value": "it's new\n\"|ü"})), 200, OK)
+    expect(post(daemon, "t/cell", compact({"row_index": 2, "column_index": 1, "value": "it's new\n\"|ü"}).encode()), 200, OK)
     expect(post(daemon, "t/cell", '{"row_index":3.9,"column_index":2.9,"value":"42"}'), 200, OK)
     assert run(orders, "SELECT * FROM t") == [(10, "first", 1), (20, "it's new\n\"|ü", 2), (30, "third", 42)]
     expect(post(daemon, "t/cell", {"row_index": 1, "column_index": 1}), 200, OK)

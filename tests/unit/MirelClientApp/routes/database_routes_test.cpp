@@ -125,11 +125,13 @@ TEST_F(DatabaseRoutes, NumbersOfAnEditAreCutToWhatTheyCanBe) {
 }
 
 TEST_F(DatabaseRoutes, ADeletionTakesItsRowFromTheBody) {
-    for (auto const& [body, row] : std::initializer_list<std::pair<std::string, std::uint64_t>>{
+    for (auto const& wanted : std::initializer_list<std::pair<std::string, std::uint64_t>>{
              {R"({"row_index":3})", 3}, {"{}", 0}, {R"({"row_index":-3})", 0}}) {
-        EXPECT_EQ(until_answered([&] { return post("/api/packages/shop/db/t/delete-row", body); }),
+        EXPECT_EQ(until_answered(
+                      [&] { return post("/api/packages/shop/db/t/delete-row", wanted.first); }),
                   json_answer("200 OK", K_WRITTEN));
-        EXPECT_EQ(DbDeleteRowRequest::parse(deletions.all().back()).row_index, row) << body;
+        EXPECT_EQ(DbDeleteRowRequest::parse(deletions.all().back()).row_index, wanted.second)
+            << wanted.first;
     }
 }
 
