@@ -7,7 +7,6 @@
 
 namespace mirelclient {
 
-using proto::bus::NetworkDomain;
 using tessaron::AppControlClient;
 
 namespace {

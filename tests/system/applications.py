@@ -58,7 +58,7 @@ def compact(value):
 
 
 def expect(answer, status, value):
-    assert (answer.status, answer.text) == (status, compact(value))
+    assert (answer.status, answer.text) == (status, compact(value)), f"{answer.status} {answer.text}"
 
 
 def expect_error(answer, status, text):

@@ -10,15 +10,17 @@ MAP = "bus.discover_network"
 
 class FakeApplication(BusPeer):
     """Is there for who asks who is there. `map` is what it says of the network, None for nothing; `answers` are
-    replies by topic, as bytes, or as fields and text; what it is asked, but for maps, stands in `asked`."""
+    replies by topic: bytes, fields and text, or a function that gives them when it is asked. What it was asked, but
+    for maps, stands in `asked`, and the topics that it has answered in `answered`."""
 
     def __init__(self, address, name):
         super().__init__(address)
         self.name = name
         self.map = None
         self.maps_asked = []
-        self.answers = {}
+        self.answers = {"session_history": ({"status": "ok"}, "")}
         self.asked = []
+        self.answered = []
         self.response = DiscoveryResponse(Identity(name, name, 1))
         self.answer_claims(self.response)
         self.answer_who = self.on_message
@@ -37,10 +39,12 @@ class FakeApplication(BusPeer):
             if self.map:
                 self.reply(message, self.map.encode())
             return
+        self.asked.append(message)
         for topic, answer in list(self.answers.items()):
             if message.topic_id == topic_id(topic):
-                self.reply(message, answer if isinstance(answer, bytes) else envelope(*answer))
-        self.asked.append(message)
+                given = answer() if callable(answer) else answer
+                self.reply(message, given if isinstance(given, bytes) else envelope(*given))
+                self.answered.append(topic)
 
     def reply(self, message, payload):
         self.send(Frame(bus_wire.RESPONSE, dest=message.origin[1], data=payload, msg_id=message.msg_id))

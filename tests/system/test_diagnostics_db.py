@@ -1,28 +1,17 @@
 """The databases of packages, asked of the daemon: real files behind real nodes on the bus."""
-import contextlib
-import sqlite3
-
 import machine
 import pytest
 from applications import NO_DATABASE, compact, expect, expect_error, is_discovered
 from daemon import Daemon
-from databases import DatabaseNode
+from databases import HOSTILE, HOSTILE_QUOTED, DatabaseNode, run
 from programs import wait_until
 
 fresh_machine = pytest.fixture(machine.fresh, scope="module", autouse=True)
 
 SHOP, CLUB = 700, 710
-HOSTILE = 'x"; DROP TABLE t; -- \''
 OK = {"error": "", "ok": True}
 CELL = 'expected {"row_index":N,"column_index":N,"value":"..."}: '
 ROW = 'expected {"row_index":N}: '
-
-
-def run(path, *statements):
-    with contextlib.closing(sqlite3.connect(path)) as connection:
-        rows = [connection.execute(statement).fetchall() for statement in statements][-1]
-        connection.commit()
-    return rows
 
 
 @pytest.fixture(scope="module")
@@ -36,7 +25,7 @@ def daemon(tmp_path_factory, files):
     """With two applications on the bus; what they offer has tables of the same name."""
     orders, members = files
     run(orders, "CREATE TABLE t(id INTEGER PRIMARY KEY, name, amount INTEGER)",
-        f"CREATE TABLE \"{HOSTILE.replace(chr(34), chr(34) * 2)}\"(a)")
+        f"CREATE TABLE {HOSTILE_QUOTED}(a)")
     run(members, "CREATE TABLE t(name)")
     daemon = Daemon(tmp_path_factory.mktemp("daemon") / "daemon.out")
     with (DatabaseNode(SHOP, "shop", "shop.orders", orders), DatabaseNode(CLUB, "club", "club.members", members)):
@@ -110,7 +99,7 @@ def test_a_table_is_cleared_in_the_packages_own_file(daemon, orders, members):
 
 def test_a_table_of_a_hostile_name_is_a_table(daemon, orders):
     path = "%78%22%3B%20DROP%20TABLE%20t%3B%20--%20'"
-    run(orders, f"INSERT INTO \"{HOSTILE.replace(chr(34), chr(34) * 2)}\" VALUES ('old')")
+    run(orders, f"INSERT INTO {HOSTILE_QUOTED} VALUES ('old')")
     assert get(daemon, "/" + path).json()["rows"][0][1] == "old"
     expect(post(daemon, path + "/clear"), 200, OK)
     assert get(daemon, "/" + path).json()["total_rows"] == 0

@@ -1,11 +1,12 @@
 """Ten packages at once, installed and run by the daemon: each is asked for what it has."""
 import concurrent.futures
 import os
+import pathlib
 import signal
-import sqlite3
 
 import pytest
 from applications import NO_DATABASE, NO_REPLY, PackagedApp, expect, expect_error, is_discovered, session_record
+from databases import run
 from programs import BIN, wait_until
 from registry import SLEEPER, entry
 
@@ -21,12 +22,6 @@ def database_script(address, name, path):
     return f"#!/bin/sh\ntail -f /dev/null | {BIN}/database_node {address} {name} {name}.db {path}\n"
 
 
-def make_database(path, rows):
-    with sqlite3.connect(path) as connection:
-        connection.execute("CREATE TABLE t(name)")
-        connection.executemany("INSERT INTO t VALUES (?)", [(row,) for row in rows])
-
-
 @pytest.fixture
 def apps():
     return {name: PackagedApp(name) for name in APPS}
@@ -37,7 +32,8 @@ def ten(daemon, registry, apps, tmp_path):
     for name, app in apps.items():
         registry.publish(name, files={"run": app.script()})
     for number, name in enumerate(DATABASES):
-        make_database(tmp_path / f"{name}.db", [f"{name} {row}" for row in range(number + 1)])
+        run(tmp_path / f"{name}.db", "CREATE TABLE t(name)",
+            *(f"INSERT INTO t VALUES ('{name} {row}')" for row in range(number + 1)))
         registry.publish(name, files={"run": database_script(700 + number, name, tmp_path / f"{name}.db")})
     registry.publish(BARE, files={"run": SLEEPER})
     registry.serve()
@@ -83,6 +79,14 @@ def expect_silence(daemon, name):
         expect_error(get(daemon, name, path), 404, NO_REPLY)
 
 
+def stop(pid):
+    """Returns when none of its threads runs any more."""
+    os.kill(pid, signal.SIGSTOP)
+    tasks = pathlib.Path(f"/proc/{pid}/task")
+    wait_until(lambda: all("State:\tT" in (task / "status").read_text() for task in tasks.iterdir()),
+               "it has stopped")
+
+
 def test_each_of_ten_packages_is_asked_for_what_it_has(ten, apps):
     for name, app in apps.items():
         wait_until(lambda: is_discovered(ten, name), f"{name} is discovered")
@@ -100,7 +104,7 @@ def test_each_of_ten_packages_is_asked_for_what_it_has(ten, apps):
         expect_error(get(ten, BARE, path), 404, NO_REPLY)
     expect_error(get(ten, BARE, "db"), 404, NO_DATABASE)
 
-    os.kill(apps[STOPPED].pid, signal.SIGSTOP)
+    stop(apps[STOPPED].pid)
     with concurrent.futures.ThreadPoolExecutor() as pool:
         silence = pool.submit(expect_silence, ten, STOPPED)
         others = [pool.submit(expect_application, ten, app) for name, app in apps.items() if name != STOPPED]

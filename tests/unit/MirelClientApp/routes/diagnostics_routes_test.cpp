@@ -94,7 +94,7 @@ TEST_F(DiagnosticsRoutes, TheLogIsReadInThePartAndOfTheFileThatTheQueryNames) {
            asked);
     std::string const shown = json_answer(
         "200 OK",
-        R"({"error":"no","from_line":0,"generation":0,"lines":[],"ok":false,"total_lines":0})");
+        R"({"error":"no","from_line":4,"generation":2,"lines":["x"],"ok":false,"total_lines":9})");
     struct Case {
         std::string query;
         std::uint64_t from;
