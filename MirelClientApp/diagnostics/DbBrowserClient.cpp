@@ -1,6 +1,8 @@
 #include "MirelClientApp/diagnostics/DbBrowserClient.hpp"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace mirelclient {
 
@@ -30,7 +32,7 @@ bool DbBrowserClient::pause() {
                               [this]() TESSARON_REQUIRES(stop_mutex_) { return stop_; });
 }
 
-std::optional<DbInfoReply> DbBrowserClient::resolve(std::string const& package) {
+std::optional<DbBrowserClient::Database> DbBrowserClient::resolve(std::string const& package) {
     auto const location = diagnostics_.hub_location(package);
     if (!location) {
         return std::nullopt;
@@ -48,22 +50,28 @@ std::optional<DbInfoReply> DbBrowserClient::resolve(std::string const& package) 
     auto const own = std::find_if(databases.begin(), databases.end(), [&](DbInfoReply const& info) {
         return diagnostics_.hub_owns_address(package, info.source);
     });
-    return own != databases.end() ? std::optional(std::move(*own)) : std::nullopt;
+    if (own == databases.end()) {
+        return std::nullopt;
+    }
+    return Database{std::move(*own), location->domain};
 }
 
 template <typename Operation>
-auto DbBrowserClient::with_database(std::string const& package, Operation const& operation)
-    -> decltype(operation(std::string())) {
+std::invoke_result_t<Operation const&, std::string const&>
+DbBrowserClient::with_database(std::string const& package, Operation const& operation) {
     auto const database = resolve(package);
     if (!database) {
         return std::nullopt;
     }
     MutexLock lock(mutex_);
-    return operation(database->name);
+    // Another operation may have come between, for a package of another domain.
+    client_->set_target(database->domain);
+    return operation(database->info.name);
 }
 
 std::optional<DbInfoReply> DbBrowserClient::list_tables(std::string const& package) {
-    return resolve(package);
+    auto database = resolve(package);
+    return database ? std::optional(std::move(database->info)) : std::nullopt;
 }
 
 std::optional<DbTableReadReply> DbBrowserClient::read_rows(std::string const& package,

@@ -5,11 +5,13 @@
 #include "database/DbClient.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 namespace mirelclient {
 
@@ -53,12 +55,17 @@ public:
     void request_stop() TESSARON_EXCLUDES(stop_mutex_);
 
 private:
-    std::optional<tessaron::database::DbInfoReply> resolve(std::string const& package)
-        TESSARON_EXCLUDES(mutex_);
+    /// A package's, and the domain whose nodes are asked for it.
+    struct Database {
+        tessaron::database::DbInfoReply info;
+        std::uint32_t domain = 0;
+    };
+
+    std::optional<Database> resolve(std::string const& package) TESSARON_EXCLUDES(mutex_);
     /// Resolves the package, then calls `operation` with the database's name.
     template <typename Operation>
-    auto with_database(std::string const& package, Operation const& operation)
-        -> decltype(operation(std::string())) TESSARON_EXCLUDES(mutex_);
+    std::invoke_result_t<Operation const&, std::string const&>
+    with_database(std::string const& package, Operation const& operation) TESSARON_EXCLUDES(mutex_);
     /// False when a stop is requested.
     bool pause() TESSARON_EXCLUDES(stop_mutex_);
 

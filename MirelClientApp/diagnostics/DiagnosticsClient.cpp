@@ -2,11 +2,11 @@
 
 #include "libraries/threads/start_thread.hpp"
 
+#include <exception>
 #include <utility>
 
 namespace mirelclient {
 
-using proto::bus::NetworkDomain;
 using tessaron::AppControlClient;
 
 namespace {
@@ -33,16 +33,24 @@ void DiagnosticsClient::request_stop() {
 
 void DiagnosticsClient::discovery_loop() {
     while (!stop_) {
-        auto found = client_->discover_network(0, K_DISCOVERY_TIMEOUT);
-        if (found) {
-            // A gateway has a name for this bus that only those behind it use.
-            found->address = own_domain_;
-            MutexLock lock(snapshot_mutex_);
-            snapshot_ = std::move(found);
+        try {
+            look_around();
+        } catch (std::exception const&) {
+            // Out of memory for this map; the next may be smaller.
         }
         for (int slice = 0; slice < K_PAUSE_SLICES && !stop_; ++slice) {
             std::this_thread::sleep_for(K_DISCOVERY_INTERVAL / K_PAUSE_SLICES);
         }
+    }
+}
+
+void DiagnosticsClient::look_around() {
+    auto found = client_->discover_network(0, K_DISCOVERY_TIMEOUT);
+    if (found) {
+        // A gateway has a name for this bus that only those behind it use.
+        found->address = own_domain_;
+        MutexLock lock(snapshot_mutex_);
+        snapshot_ = std::move(found);
     }
 }
 

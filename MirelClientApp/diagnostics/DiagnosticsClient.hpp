@@ -9,11 +9,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <type_traits>
 
 namespace mirelclient {
 
@@ -47,9 +47,9 @@ public:
     /// Calls `function` with a client that asks this package's application, and returns what it
     /// does, an optional; nothing, if the application is not known.
     template <typename Function>
-    auto with_package(std::string const& package, Function const& function)
-        -> decltype(function(std::declval<tessaron::AppControlClient&>()))
-            TESSARON_EXCLUDES(asking_mutex_) {
+    std::invoke_result_t<Function const&, tessaron::AppControlClient&>
+    with_package(std::string const& package, Function const& function)
+        TESSARON_EXCLUDES(asking_mutex_) {
         MutexLock lock(asking_mutex_);
         if (!aim_at_locked(package)) {
             return std::nullopt;
@@ -74,6 +74,7 @@ private:
     using MutexLock = tessaron::MutexLock;
 
     void discovery_loop();
+    void look_around() TESSARON_EXCLUDES(snapshot_mutex_);
     bool aim_at_locked(std::string const& package) TESSARON_REQUIRES(asking_mutex_);
 
     std::uint32_t const own_domain_;

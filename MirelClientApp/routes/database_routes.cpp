@@ -3,6 +3,7 @@
 #include "MirelClientApp/routes/diagnostics_json.hpp"
 #include "MirelClientApp/routes/route_replies.hpp"
 
+#include <cstdint>
 #include <exception>
 #include <limits>
 #include <optional>

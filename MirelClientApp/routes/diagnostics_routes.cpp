@@ -4,6 +4,7 @@
 #include "MirelClientApp/routes/json_helpers.hpp"
 #include "MirelClientApp/routes/route_replies.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <optional>

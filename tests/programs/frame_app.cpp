@@ -19,7 +19,8 @@
 // HOW: segv, abort, fpe, ill, bus, overflow (of the stack), or "raise N". A line "ready" tells that
 // the application runs; every command is answered by a line "ok".
 //
-// Environment: FRAME_APP_KEEP is the number of session archives to keep.
+// Environment: FRAME_APP_CONFIG is the path of its configuration, so that several can run under
+// names and in folders of their own. FRAME_APP_KEEP is the number of session archives to keep.
 // FRAME_APP_PAUSE_BEFORE_SHELL names a FIFO; it is read to its end after the first look at the
 // instance lock and before the attempt to take it.
 
@@ -270,6 +271,11 @@ private:
     std::thread commands_;
 };
 
+std::string config_path() {
+    char const* const told = std::getenv("FRAME_APP_CONFIG");
+    return told != nullptr ? told : tessaron::config::AppConfig<K_ALL_FIELDS>::default_path();
+}
+
 /// Lets somebody else take the lock that the context has seen free.
 void pause_if_told() {
     if (char const* const fifo = std::getenv("FRAME_APP_PAUSE_BEFORE_SHELL")) {
@@ -282,8 +288,9 @@ void pause_if_told() {
 int main(int argc, char** argv) {
     try {
         std::filesystem::create_directories(K_APP_DIR.default_value);
-        static tessaron::config::AppConfig<K_ALL_FIELDS> config;
-        static tessaron::AppContext context(config.store(), argc, argv);
+        static tessaron::config::JsonConfigCodec const codec;
+        static tessaron::config::ConfigStore<8192> config(K_ALL_FIELDS, codec, config_path());
+        static tessaron::AppContext context(config, argc, argv);
         pause_if_told();
         return FrameApp::instance(context).run(argc, argv);
     } catch (tessaron::AlreadyRunningError const& error) {

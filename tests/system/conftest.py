@@ -5,15 +5,14 @@ wipe what it likes; each test begins with empty folders.
 """
 import contextlib
 import os
-import pathlib
 import shutil
 import subprocess
 
+import machine
 import pytest
-
 from bus_peer import PEER, BusPeer
 from crash_log import build_stamp
-from daemon import Daemon, LOG_ROOT
+from daemon import Daemon
 from frame_app import FRAME_LOG_ROOT, FRAME_PROGRAM, FrameApp
 from programs import is_sanitized
 from registry import Registry
@@ -39,41 +38,7 @@ def pytest_collection_modifyitems(config, items):
     config.hook.pytest_deselected(items=left_out)
 
 
-def wipe(folder):
-    folder = pathlib.Path(folder)
-    folder.mkdir(parents=True, exist_ok=True)
-    for entry in folder.iterdir():
-        if entry.is_dir() and not entry.is_symlink():
-            shutil.rmtree(entry, ignore_errors=True)
-        else:
-            entry.unlink()
-
-
-def end_leftovers():
-    """Ends what earlier daemons left running, as they should: their packages."""
-    for entry in pathlib.Path("/proc").iterdir():
-        if not entry.name.isdigit() or int(entry.name) in (1, os.getpid(), os.getppid()):
-            continue
-        try:
-            executable = os.readlink(entry / "exe")
-            directory = os.readlink(entry / "cwd")
-        except OSError:
-            continue
-        if directory.startswith("/usr/local/daemon/") or executable.startswith("/usr/local/daemon/"):
-            try:
-                os.kill(int(entry.name), 9)
-            except ProcessLookupError:
-                pass
-
-
-@pytest.fixture(autouse=True)
-def fresh_machine():
-    wipe("/usr/local/daemon")
-    wipe("/mnt")
-    wipe("/tmp/mirelclient")
-    LOG_ROOT.mkdir(parents=True)
-    yield
-    end_leftovers()
+fresh_machine = pytest.fixture(machine.fresh, autouse=True)
 
 
 @pytest.fixture

@@ -1,5 +1,7 @@
 """Databases on the bus: programs that offer them (tests/programs/database_node.cpp), and how to ask."""
+import contextlib
 import itertools
+import sqlite3
 import subprocess
 
 import bus_wire
@@ -9,6 +11,17 @@ from programs import BIN, DEADLINE
 
 DOMAIN = 0
 NOT_ADDRESSED = {"status": "error", "error": "not addressed to this db"}
+# Of a table.
+HOSTILE = 'x"; DROP TABLE t; -- \''
+HOSTILE_QUOTED = '"' + HOSTILE.replace('"', '""') + '"'
+
+
+def run(path, *statements):
+    """As an application does, on a connection of its own."""
+    with contextlib.closing(sqlite3.connect(path)) as connection:
+        rows = [connection.execute(statement).fetchall() for statement in statements][-1]
+        connection.commit()
+    return rows
 
 
 class DatabaseNode:

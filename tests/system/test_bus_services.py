@@ -95,7 +95,7 @@ def test_every_topic_is_declared_with_its_text(app, daemon, asker, name):
     heard = {topic.name: topic.description for topic in node.subscriptions}
     assert heard["log.entry"] == heard["logger.self"] == HEARD
     modules = {module.name: module for module in node.modules}
-    of_the_daemon = {"pkgmgr", "registry"} if name == "mirelclient" else set()
+    of_the_daemon = {"pkgmgr", "registry", "diagnostics", "db_browser"} if name == "mirelclient" else set()
     assert set(modules) == {"logger", "config", "control", "app", "logger.self", "console_app"} | of_the_daemon
     assert {"read", "info", "level.get", "level.set", "log.line"} <= set(modules["logger"].topics)
     assert set(modules["config"].topics) == {"list", "set"}

@@ -11,25 +11,16 @@ import pytest
 import bus_wire
 from bus_payloads import DiscoveryResponse, Envelope, Identity
 from bus_wire import Frame
-from databases import NOT_ADDRESSED, Asker, DatabaseNode
+from databases import HOSTILE, HOSTILE_QUOTED, NOT_ADDRESSED, Asker, DatabaseNode, run
 from programs import wait_until
 
 SHOP, CLUB, VIEWER = 700, 710, 720
 OK = {"status": "ok"}
-HOSTILE = 'x"; DROP TABLE t; -- \''
 MANY = 2500
 
 
 def refused(text):
     return {"status": "error", "error": text}
-
-
-def run(path, *statements):
-    """As an application does, on a connection of its own."""
-    with contextlib.closing(sqlite3.connect(path)) as connection:
-        rows = [connection.execute(statement).fetchall() for statement in statements][-1]
-        connection.commit()
-    return rows
 
 
 @pytest.fixture
@@ -38,7 +29,7 @@ def orders(tmp_path):
     run(path, "CREATE TABLE t(id INTEGER PRIMARY KEY, name, amount INTEGER)",
         "INSERT INTO t VALUES (10, 'first', 1), (20, 'second', 2), (30, 'third', 3)",
         "CREATE TABLE settings(key, value, PRIMARY KEY(key)) WITHOUT ROWID",
-        f"CREATE TABLE \"{HOSTILE.replace(chr(34), chr(34) * 2)}\"(a)", "CREATE VIEW v AS SELECT * FROM t")
+        f"CREATE TABLE {HOSTILE_QUOTED}(a)", "CREATE VIEW v AS SELECT * FROM t")
     return path
 
 
@@ -146,13 +137,12 @@ def test_what_cannot_be_done_is_told(asker, orders, topic, fields, error):
 
 
 def test_a_hostile_name_is_a_name(asker, orders):
-    column = f"\"{HOSTILE.replace(chr(34), chr(34) * 2)}\""
-    run(orders, f"INSERT INTO {column} VALUES ('old')")
+    run(orders, f"INSERT INTO {HOSTILE_QUOTED} VALUES ('old')")
     at = {"db_name": "shop.orders", "table_name": HOSTILE, "row_index": 1, "column_index": 1}
     assert asker.one("db.cell.edit", SHOP, at, HOSTILE) == (OK, "")
-    assert run(orders, f"SELECT a FROM {column}") == [(HOSTILE,)]
+    assert run(orders, f"SELECT a FROM {HOSTILE_QUOTED}") == [(HOSTILE,)]
     assert asker.one("db.row.delete", SHOP, at) == (OK, "")
-    assert run(orders, f"SELECT count(*) FROM {column}") == [(0,)]
+    assert run(orders, f"SELECT count(*) FROM {HOSTILE_QUOTED}") == [(0,)]
     assert len(run(orders, "SELECT * FROM t")) == 3
 
 

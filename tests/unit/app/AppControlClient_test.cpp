@@ -3,8 +3,10 @@
 #include "bus/identity_text.hpp"
 #include "tests/support/bus_nodes.hpp"
 
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <tuple>
 
 namespace tessaron {
 namespace {
@@ -105,20 +107,54 @@ TEST_F(AppControlClientTest, WithoutAnAnswerTheTimeRunsOut) {
     EXPECT_EQ(client->config_list(milliseconds(20)), std::nullopt);
 }
 
-TEST_F(AppControlClientTest, TheMapOfTheNetworkIsThatOfWhoAnswers) {
-    // Whichever of the two it is, it knows both, sooner or later.
+TEST_F(AppControlClientTest, TheMapOfTheNetworkIsWhatAllWhoAnswerKnow) {
+    auto const hub = [](std::uint32_t address, std::string const& name) {
+        return proto::bus::HubSummary{address, name, 0, {}};
+    };
+    // Each of them knows of a node that nobody else has heard of.
+    test::RawNode one(bus, 9);
+    test::RawNode two(bus, 10);
+    for (test::RawNode* const raw : {&one, &two}) {
+        raw->on_frame = [&hub, raw, is_one = raw == &one](bus::WireFrame const& frame) {
+            if (frame.type == test::MessageType::REQUEST) {
+                auto const known = is_one ? hub(901, "first") : hub(902, "second");
+                raw->send(test::MessageType::RESPONSE, 3200,
+                          proto::bus::encode_network_domain({0, {known}, {}}), "", frame.msg_id);
+            }
+        };
+        raw->join();
+    }
     std::vector<std::string> names;
     EXPECT_TRUE(test::wait_until(
         [&] {
-            auto const map = client->discover_network(2, test::K_LONG);
+            auto const map = client->discover_network(0, milliseconds(200));
             names.clear();
-            for (auto const& hub : map ? map->hubs : std::vector<proto::bus::HubSummary>()) {
-                names.push_back(hub.name);
+            for (auto const& known : map ? map->hubs : std::vector<proto::bus::HubSummary>()) {
+                names.push_back(known.name);
             }
-            return names.size() == 2;
+            return names.size() == 4;
         },
-        "the map has both hubs"));
-    EXPECT_THAT(names, ElementsAre("node", "far"));
+        "the map has all hubs"));
+    EXPECT_THAT(names, ElementsAre("node", "far", "first", "second"));
+}
+
+TEST_F(AppControlClientTest, TheLogIsReadOfTheFileThatIsAskedFor) {
+    test::Collected<LogReadRequest> reads;
+    answer(*logger, "read", LogReadReply{true, "", 9, 1, 2, true, {"text"}}, reads);
+    EXPECT_EQ(client->log_read(1, 0, test::K_LONG, 2)->generation, 2U);
+    EXPECT_EQ(reads.all().at(0).generation, 2U);
+}
+
+TEST_F(AppControlClientTest, AStopEndsWhoeverWaitsAndFurtherQuestions) {
+    std::chrono::hours const for_ever(1);
+    auto map =
+        std::async(std::launch::async, [&] { return client->discover_network(0, for_ever); });
+    auto list = std::async(std::launch::async, [&] { return client->config_list(for_ever); });
+    client->request_stop();
+    std::ignore = map.get(); // Whatever had come.
+    EXPECT_EQ(list.get(), std::nullopt);
+    std::ignore = client->discover_network(0, for_ever);
+    EXPECT_EQ(client->crash_incident(1, 2, for_ever), std::nullopt);
 }
 
 TEST_F(AppControlClientTest, ItIsANodeOfItsOwn) {

@@ -93,6 +93,16 @@ TEST(CrashHeader, AnAddressIsThereWithASignalOnly) {
     EXPECT_EQ(back.addr, 0U) << "a null pointer has an address";
 }
 
+TEST(CrashHeader, TheTextOfAnAddressIsThatOfTheLine) {
+    CrashRecord record;
+    EXPECT_EQ(crash_address_text(record), "");
+    record.addr = 0;
+    EXPECT_EQ(crash_address_text(record), "0x0");
+    EXPECT_EQ(crash_address_text(sample()), "0xdeadbeef");
+    record.addr = std::numeric_limits<std::uint64_t>::max();
+    EXPECT_EQ(crash_address_text(record), "0xffffffffffffffff");
+}
+
 TEST(CrashHeader, LimitsOfTheNumbersReadBack) {
     CrashRecord record = sample();
     record.ts = std::numeric_limits<std::int64_t>::min();

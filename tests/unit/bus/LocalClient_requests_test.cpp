@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 
-// What a client answers, and on which thread.
+// What a client answers, and on which thread; and how its waiting for answers is ended.
 
 namespace tessaron::bus {
 namespace {
@@ -116,6 +116,41 @@ TEST(LocalClientRequests, RequestsAreServedOneAtATimeWhileEventsGoOn) {
     gate.set_value();
     test::wait_until([&] { return hub.responses().size() == 2; }, "both are answered");
     EXPECT_EQ(most, 1);
+}
+
+TEST(LocalClientRequests, WhoeverWaitsCanBeToldToStop) {
+    ScriptedHub hub;
+    std::atomic<int> sent{0};
+    hub.answer = [&](auto const&) { ++sent; };
+    auto const client = hub.connect();
+    std::chrono::hours const for_ever(1);
+    auto first = std::async(std::launch::async,
+                            [&] { return client->request_to(4, "a", {}, for_ever).has_value(); });
+    auto all =
+        std::async(std::launch::async, [&] { return client->call(4, "b", {}, for_ever).size(); });
+    test::wait_until([&] { return sent == 2; }, "both are asked");
+    client->stop_waiting();
+    EXPECT_FALSE(first.get());
+    EXPECT_EQ(all.get(), 0U);
+    EXPECT_FALSE(client->request_to(4, "a", {}, for_ever));
+    EXPECT_THAT(client->call(4, "b", {}, for_ever), IsEmpty());
+}
+
+TEST(LocalClientRequests, WhatHasComeBeforeAStopIsTheAnswer) {
+    ScriptedHub hub;
+    std::shared_ptr<LocalClient> client;
+    hub.answer = [&](ScriptedHub::Request const& request) {
+        Frame reply;
+        reply.type = proto::bus::MessageType::RESPONSE;
+        reply.msg_id = request.msg_id;
+        reply.source = request.target;
+        reply.payload = {7};
+        client->push(reply);
+        client->stop_waiting();
+    };
+    client = hub.connect();
+    EXPECT_THAT(client->call(4, "a", {}, std::chrono::hours(1)),
+                ElementsAre(std::pair<std::uint32_t const, Bytes>(4, {7})));
 }
 
 } // namespace

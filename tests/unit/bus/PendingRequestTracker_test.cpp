@@ -80,5 +80,37 @@ TEST(PendingRequestTracker, ALateResponseFindsNothing) {
     EXPECT_FALSE(waiter->wait_for_first(1ms));
 }
 
+TEST(PendingRequestTracker, ClosingEndsEveryWaitWithWhatThereIs) {
+    PendingRequestTracker pending;
+    auto const none = pending.register_waiter(1);
+    auto const some = pending.register_waiter(2);
+    pending.deliver(2, 9, {1});
+    std::thread first([&] { EXPECT_FALSE(none->wait_for_first(1h)); });
+    std::thread all([&] {
+        EXPECT_THAT(some->collect(1h), testing::ElementsAre(RequestReply{9, {1}}));
+    });
+    std::thread more([&] {
+        auto const deadline = std::chrono::steady_clock::now() + 1h;
+        EXPECT_THAT(some->collect_more_than(1, deadline), testing::SizeIs(1));
+    });
+    pending.close();
+    first.join();
+    all.join();
+    more.join();
+}
+
+TEST(PendingRequestTracker, OnceClosedNobodyWaitsAnyMore) {
+    PendingRequestTracker pending;
+    pending.close();
+    auto const waiter = pending.register_waiter(1);
+    EXPECT_FALSE(waiter->wait_for_first(1h));
+    EXPECT_THAT(waiter->collect(1h), testing::IsEmpty());
+    EXPECT_TRUE(pending.deliver(1, 2, {3})) << "who waited may still be looking";
+    EXPECT_EQ(waiter->wait_for_first(1h), (RequestReply{2, {3}}));
+    pending.close();
+    pending.unregister(1);
+    EXPECT_EQ(pending.size(), 0U);
+}
+
 } // namespace
 } // namespace tessaron::bus

@@ -1,8 +1,9 @@
 #include "database/DbClient.hpp"
 
 #include "proto/bus/discovery_records.hpp"
-#include "tests/support/bus_nodes.hpp"
+#include "tests/support/bus_answers.hpp"
 
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -48,13 +49,7 @@ protected:
     template <typename Reply>
     static void answer(HubNode& application, std::string const& topic, Reply const& reply,
                        Collected<test::Bytes> const& asked = {}) {
-        application.hub.serve(
-            topic,
-            [reply, asked](test::Bytes const& request) {
-                asked.add(request);
-                return reply.build();
-            },
-            "");
+        test::answer(application.hub, topic, reply, asked);
     }
     /// What is listed, once there is something of all who answer.
     static std::vector<DbInfoReply> list(DbClient& client, std::size_t count) {
@@ -253,6 +248,16 @@ TEST_F(DbClientTest, WhereNobodyHasADatabaseThereIsNothing) {
     EXPECT_FALSE(client->read_table_rows("first", "t", 1, 0, milliseconds(5)));
     EXPECT_FALSE(client->clear_table("first", "t", milliseconds(5)));
     EXPECT_EQ(K_DB_CLIENT_DEFAULT_REQUEST_TIMEOUT, milliseconds(500));
+}
+
+TEST_F(DbClientTest, AStopEndsWhoeverWaitsAndFurtherQuestions) {
+    std::chrono::hours const for_ever(1);
+    auto waiting =
+        std::async(std::launch::async, [&] { return client->clear_table("first", "t", for_ever); });
+    client->request_stop();
+    EXPECT_FALSE(waiting.get());
+    EXPECT_THAT(client->query_all_db_info(for_ever), IsEmpty());
+    EXPECT_FALSE(client->read_table_rows("first", "t", 1, 0, for_ever));
 }
 
 } // namespace

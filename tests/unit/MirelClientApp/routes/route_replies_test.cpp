@@ -53,6 +53,27 @@ TEST(RouteReplies, WhateverElseABodyMayBeHasNoField) {
     EXPECT_EQ(parse_body_field(std::string(1 << 20, '['), "version"), "");
 }
 
+TEST(RouteReplies, ANumberOfTheQueryIsWhatItBeginsWith) {
+    HttpRequest request;
+    request.query = {{"plain", "5"},
+                     {"blank", ""},
+                     {"text", "x1"},
+                     {"begin", "12ab"},
+                     {"hex", "0x10"},
+                     {"spaced", " 7"},
+                     {"large", "18446744073709551615"},
+                     {"larger", "18446744073709551616"}};
+    EXPECT_EQ(query_number(request, "plain", 1), 5U);
+    EXPECT_EQ(query_number(request, "missing", 1), 1U);
+    EXPECT_EQ(query_number(request, "blank", 1), 0U);
+    EXPECT_EQ(query_number(request, "text", 1), 0U);
+    EXPECT_EQ(query_number(request, "begin", 1), 12U);
+    EXPECT_EQ(query_number(request, "hex", 1), 0U);
+    EXPECT_EQ(query_number(request, "spaced", 1), 7U);
+    EXPECT_EQ(query_number(request, "large", 1), 18446744073709551615U);
+    EXPECT_EQ(query_number(request, "larger", 1), 18446744073709551615U);
+}
+
 TEST(RouteReplies, AConfigurationFieldHasItsKeysInOrder) {
     EXPECT_EQ(json_helpers::config_field({"n", "int", "d", "1", "2", false}).dump(),
               R"({"current_value":"1","default_value":"2","description":"d","is_default":false,)"
