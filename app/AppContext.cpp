@@ -55,8 +55,12 @@ AppContext::AppContext(config::ConfigStore<8192>& config, int argc, char** argv)
 AppContext::~AppContext() {
     logger_.set_incident_trigger_sink({});
     incident_gate_->close();
-    multicast_.close();
+    leave_bus();
     detail::remove_lock_file_if_test_suffixed(app_name_);
+}
+
+void AppContext::leave_bus() {
+    multicast_.close();
 }
 
 std::string

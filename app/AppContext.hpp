@@ -54,6 +54,9 @@ public:
     std::string const& user_name() const { return user_name_; }
     /// This process's one node on the bus.
     bus::Hub& hub() { return hub_; }
+    /// Nobody on the bus hears this process any more, nor does it hear anybody; what its own
+    /// services say to each other still arrives. For its end, on the main thread.
+    void leave_bus();
     /// An address of this process's own for the application's control node.
     std::uint32_t control_address() const { return control_address_; }
     /// The process's one log. Its own messages have no source; code that may run while the context

@@ -56,6 +56,9 @@ AppShellBase::~AppShellBase() {
     context_.set_extra_incident_content_provider({});
     run_flush_callbacks();
     context_.logger().flush();
+    // Who gets the lock next claims its name and its addresses at once, and must not find them
+    // taken: others look for the application by its name.
+    context_.leave_bus();
     lock_.release_signal_safe();
     detail::remove_lock_file_if_test_suffixed(context_.app_name());
     // From here on a crash has no shell to be recorded by.

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <tuple>
 #include <utility>
 
 namespace portwatch {
@@ -23,6 +24,9 @@ namespace {
 
 /// The longest wait without a look at the settings, of which an operator may change any.
 constexpr std::chrono::seconds K_LOOK_AT_SETTINGS{1};
+
+/// Whoever asked for a crash is told that it will come.
+constexpr std::chrono::milliseconds K_TIME_FOR_AN_ANSWER{200};
 
 /// In seconds: what an operator may set, lest times overflow.
 constexpr long long K_A_YEAR = 365LL * 24 * 3600;
@@ -89,10 +93,12 @@ void PortWatch::note(std::vector<Check> const& checks) {
     }
     for (auto const& [id, check] : now) {
         context().log().log(LogLevel::TRACE, check.target.text(), " is ", state_text(check.up),
-                            " after ", check.took.count(), " ms ", check.error);
+                            " after ", check.took.count(), " ms", check.error.empty() ? "" : ": ",
+                            check.error);
         auto const found = before.find(id);
-        // A row that was edited is another target, of which nothing is known.
-        bool const known = found != before.end() && found->second.target == check.target;
+        // A row that was sent elsewhere is another target, of which nothing is known.
+        bool const known =
+            found != before.end() && found->second.target.is_at_place_of(check.target);
         if (!known) {
             tell_of_change(check, "unknown");
         } else if (found->second.up != check.up) {
@@ -131,6 +137,7 @@ bool PortWatch::wait_for_next_round(Clock::time_point last) {
                            std::min<Clock::time_point>(due, Clock::now() + K_LOOK_AT_SETTINGS),
                            asked);
         if (crash_wanted_) {
+            lock.unlock();
             crash_as_asked();
         }
         if (std::exchange(check_wanted_, false)) {
@@ -142,6 +149,7 @@ bool PortWatch::wait_for_next_round(Clock::time_point last) {
 
 /// A function of its own, to be seen in the crash record.
 [[gnu::noinline]] void PortWatch::crash_as_asked() {
+    std::ignore = wait_until_stopped_for(K_TIME_FOR_AN_ANSWER);
     std::abort();
 }
 

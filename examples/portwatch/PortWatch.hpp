@@ -49,7 +49,7 @@ private:
     void tell_of_change(Check const& check, char const* before);
     /// Until a round is due or asked for; false once the application is to stop.
     bool wait_for_next_round(Clock::time_point last) TESSARON_EXCLUDES(mutex_);
-    [[noreturn]] void crash_as_asked();
+    [[noreturn]] void crash_as_asked() TESSARON_EXCLUDES(mutex_);
     std::chrono::seconds interval();
 
     // PortWatch_Bus.cpp: what can be asked of it.

@@ -13,10 +13,14 @@ struct Target {
     std::string port;
     std::string label;
 
-    bool operator==(Target const&) const = default;
+    /// The place is the same, whatever it is called.
+    bool is_at_place_of(Target const& other) const {
+        return host == other.host && port == other.port;
+    }
 
     std::string text() const {
-        std::string const address = host + ":" + port;
+        bool const has_colons = host.find(':') != std::string::npos;
+        std::string const address = (has_colons ? "[" + host + "]" : host) + ":" + port;
         return label.empty() ? address : label + " (" + address + ")";
     }
 };

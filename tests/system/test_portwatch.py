@@ -156,14 +156,14 @@ def test_an_edited_cell_takes_effect_at_the_next_round(watch, listener, peer):
     assert (change["port"], change["state"], change["before"]) == (str(other.port), "up", "unknown")
     watch.edit(1, 3, "the other")
     watch.check_now()
-    assert next_change(peer)["label"] == "the other"
+    assert [line[1] for line in watch.status()[1]] == ["the other"]
     assert run("SELECT target FROM checks ORDER BY id DESC LIMIT 1") == [(f"the other (127.0.0.1:{other.port})",)]
     for column, value, error in ((1, "nowhere", "not an address: nowhere"), (2, "http", "not a port: http"),
                                  (2, "65536", "not a port: 65536"), (2, "0", "not a port: 0")):
         watch.edit(1, column, value)
         watch.check_now()
         change = next_change(peer)
-        assert (change["state"], change["error"]) == ("down", error)
+        assert (change["label"], change["state"], change["error"]) == ("the other", "down", error)
     watch.ask_database("db.row.delete", table_name="targets", row_index=1)
     assert watch.ask("portwatch.check_now")[0] == {"status": "ok"}
     wait_until(lambda: watch.status() == ((0, 0), []), "the target is forgotten")

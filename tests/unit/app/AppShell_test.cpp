@@ -3,6 +3,7 @@
 #include "app/session_history.hpp"
 #include "app/utilities/file_io.hpp"
 #include "tests/support/CapturedStream.hpp"
+#include "tests/support/MulticastNode.hpp"
 #include "tests/support/wait_until.hpp"
 
 #include <atomic>
@@ -50,6 +51,16 @@ private:
 };
 
 using AppShellTest = test::ShellFixture;
+
+TEST_F(AppShellTest, WhoGetsTheInstanceLockNextHasItsNameAndItsAddressOnTheBus) {
+    { WaitingApp const app(*context_); }
+    std::vector<std::string> warnings;
+    test::MulticastNode next(static_cast<std::uint32_t>(K_SHARED_BUS_ADDRESS.default_value),
+                             context_->app_name());
+    next.hub.set_warning_sink([&warnings](std::string const& text) { warnings.push_back(text); });
+    next.join();
+    EXPECT_THAT(warnings, testing::IsEmpty());
+}
 
 TEST_F(AppShellTest, AStopRequestEndsTheRunWithTheApplicationsCode) {
     WaitingApp app(*context_, 5);
