@@ -58,6 +58,9 @@ std::vector<RequestReply> Hub::request_to_and_collect(std::uint32_t destination,
 }
 
 void Hub::handle_request(WireFrame&& message, std::string const& topic) {
+    if (!ready_) {
+        return; // The answer would come from the address that is wanted, which somebody may have.
+    }
     RequestTask task;
     {
         MutexLock lock(state_mutex_);

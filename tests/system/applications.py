@@ -65,6 +65,12 @@ def expect_error(answer, status, text):
     expect(answer, status, {"error": text})
 
 
+def is_answering(daemon, app):
+    """It is told by its log."""
+    answer = daemon.get(f"/api/packages/{app.name}/log/info")
+    return answer.status == 200 and answer.json()["path"] == str(app.log_file)
+
+
 def is_discovered(daemon, name):
     return daemon.get(f"/api/packages/{name}/sessions").json()["discovered"]
 

@@ -4,8 +4,8 @@ import signal
 
 import machine
 import pytest
-from applications import (NO_REPLY, PackagedApp, compact, crash_record, expect, expect_error, is_discovered,
-                          session_record)
+from applications import (NO_REPLY, PackagedApp, compact, crash_record, expect, expect_error, is_answering,
+                          is_discovered, session_record)
 from daemon import LOG_FILE, Daemon
 from preloaded import write_registry
 from programs import wait_until
@@ -24,8 +24,7 @@ def daemon(tmp_path_factory, weather):
     daemon = Daemon(tmp_path_factory.mktemp("daemon") / "daemon.out")
     write_registry(weather.entry())
     daemon.start()
-    wait_until(lambda: is_discovered(daemon, "weather"), "the application is discovered")
-    wait_until(lambda: get(daemon, "config").status == 200, "its services are known")
+    wait_until(lambda: is_answering(daemon, weather), "the application answers")
     wait_until(lambda: weather.sessions(), "its start is in its history")
     yield daemon
     daemon.kill()
@@ -48,17 +47,17 @@ def test_sessions_are_those_of_the_applications_file(daemon, weather):
     before = len(weather.sessions())
     assert daemon.post("/api/packages/weather/restart").status == 200
     wait_until(lambda: len(weather.sessions()) == before + 2, "the next session has begun")
-    told = wait_until(lambda: get(daemon, "sessions").json()["sessions"], "the new process answers")
+    wait_until(lambda: is_answering(daemon, weather), "the new process answers")
+    told = get(daemon, "sessions").json()["sessions"]
     assert told == [session_record(line) for line in weather.sessions()]
     assert [told[-2]["reason"], told[-2]["is_start"], told[-1]["is_start"]] == ["signal: Terminated", False, True]
-    wait_until(lambda: get(daemon, "config").status == 200, "its services are known")
 
 
 def test_crashes_are_told_with_their_traces(daemon, weather):
     before = len(weather.sessions())
     os.kill(weather.pid, signal.SIGSEGV)
     wait_until(lambda: len(weather.sessions()) == before + 2, "the next session has begun")
-    wait_until(lambda: get(daemon, "crashes").json()["crashes"], "the next image answers")
+    wait_until(lambda: is_answering(daemon, weather), "the next image answers")
     text = weather.crash_file.read_text()
     crash, = weather.crashes()
     expect(get(daemon, "crashes"), 200, {"crashes": [crash_record(text)], "discovered": True})

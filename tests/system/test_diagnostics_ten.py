@@ -5,7 +5,7 @@ import pathlib
 import signal
 
 import pytest
-from applications import NO_DATABASE, NO_REPLY, PackagedApp, expect, expect_error, is_discovered, session_record
+from applications import NO_DATABASE, NO_REPLY, PackagedApp, expect, expect_error, is_answering, session_record
 from databases import run
 from programs import BIN, wait_until
 from registry import SLEEPER, entry
@@ -89,9 +89,8 @@ def stop(pid):
 
 def test_each_of_ten_packages_is_asked_for_what_it_has(ten, apps):
     for name, app in apps.items():
-        wait_until(lambda: is_discovered(ten, name), f"{name} is discovered")
-        wait_until(lambda: get(ten, name, "config").status == 200, f"{name} answers")
-        wait_until(lambda: get(ten, name, "sessions").json()["sessions"], f"{name} has its session")
+        wait_until(lambda: is_answering(ten, app), f"{name} answers")
+        wait_until(app.sessions, f"the start of {name} is in its history")
     for app in apps.values():
         expect_application(ten, app)
         expect_error(get(ten, app.name, "db"), 404, NO_DATABASE)
@@ -111,5 +110,5 @@ def test_each_of_ten_packages_is_asked_for_what_it_has(ten, apps):
         for check in [silence, *others]:
             check.result()
     os.kill(apps[STOPPED].pid, signal.SIGCONT)
-    wait_until(lambda: get(ten, STOPPED, "config").status == 200, "it answers again")
+    wait_until(lambda: is_answering(ten, apps[STOPPED]), "it answers again")
     expect_application(ten, apps[STOPPED])

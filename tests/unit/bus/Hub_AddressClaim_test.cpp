@@ -85,6 +85,28 @@ TEST(HubAddressClaim, AnAddressInUseIsLeftToWhoeverHasIt) {
                             "retrying with an alternate address"));
 }
 
+TEST(HubAddressClaim, WithoutAnAddressItAnswersNoRequests) {
+    LoopbackBus bus;
+    RawNode asker(bus, 9);
+    asker.on_frame = [&asker](WireFrame const& frame) {
+        bool const has_address = frame.source != (Hub::BROADCAST_ADDRESS & 0xFFFF);
+        if (frame.type == MessageType::DISCOVERY_REQUEST && !has_address) {
+            asker.send(MessageType::REQUEST, Hub::BROADCAST_ADDRESS, {}, "topic", 77);
+            asker.send(MessageType::REQUEST, 200, {}, "topic", 77);
+        }
+    };
+    asker.join();
+    HubNode node(bus, 200, "abc", claim_settings());
+    node.hub.serve(
+        "topic", [](auto const&) { return test::Bytes{1}; }, "");
+    node.join();
+    asker.send(MessageType::REQUEST, 200, {}, "topic", 78);
+    asker.wait_for(MessageType::RESPONSE, 1, "the node answers");
+    auto const answers = asker.heard(MessageType::RESPONSE);
+    ASSERT_EQ(answers.size(), 1U);
+    EXPECT_EQ(answers.front().msg_id, 78U);
+}
+
 TEST(HubAddressClaim, TheFirstAlternateIsTheSameAtEveryStart) {
     std::set<std::uint32_t> addresses;
     for (int start = 0; start < 2; ++start) {
