@@ -68,7 +68,9 @@ TEST_F(DbBrowserClientTest, ADatabaseOfAModuleIsItsNodes) {
         }
     };
     depot.join();
-    depot.announce("depot", {.modules = {{4321, "store", {}}}});
+    proto::bus::TopicsAndRoles content;
+    content.modules.push_back({4321, "store", {}});
+    depot.announce("depot", content);
     answer(shop.hub, "db.info", info("orders"));
     wait_until_discovered("depot");
     auto const stock = result_of([&] { return browser->list_tables("depot"); });
