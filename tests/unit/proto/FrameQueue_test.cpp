@@ -2,6 +2,7 @@
 
 #include "tests/support/wait_until.hpp"
 #include "tests/unit/proto/Gate.hpp"
+#include "tests/unit/proto/Received.hpp"
 
 #include <atomic>
 #include <gtest/gtest.h>
@@ -14,27 +15,6 @@ namespace proto::test {
 namespace {
 
 using tessaron::test::wait_until;
-using Queue = FrameQueue<int>;
-
-/// Notes what the worker brings. Only the worker writes; `count` says how much may be read.
-class Received {
-public:
-    Queue::Handler handler() {
-        return [this](int&& frame) {
-            frames_.push_back(frame);
-            ++count_;
-        };
-    }
-    bool wait_for(std::size_t count) {
-        return wait_until([&] { return count_ == count; }, "all frames are there");
-    }
-    std::vector<int> const& frames() const { return frames_; }
-    std::size_t count() const { return count_; }
-
-private:
-    std::vector<int> frames_;
-    std::atomic<std::size_t> count_{0};
-};
 
 /// A queue whose worker is held up in the handler by frame 0.
 class BlockedQueue {
@@ -299,103 +279,6 @@ TEST(FrameQueue, WithoutAHandlerFramesAreDropped) {
             return received.count() > 0;
         },
         "the handler is in force"));
-}
-
-/// What was left to do, and on which thread it might take long.
-struct Rests {
-    Queue::Rest rest() {
-        return [this](bool may_take_long) {
-            if (may_take_long) {
-                long_on = std::this_thread::get_id();
-            }
-            ++(may_take_long ? long_ones : short_ones);
-        };
-    }
-
-    std::atomic<int> long_ones{0};
-    std::atomic<int> short_ones{0};
-    std::thread::id long_on;
-};
-
-TEST(FrameQueue, WhoWorksDoesWhatTheHandlerHasLeft) {
-    Rests rests;
-    Received received;
-    Queue queue;
-    queue.set_handler(received.handler(), HandlerPace::TOLD, rests.rest());
-    queue.push(1, true);
-    queue.work();
-    EXPECT_EQ(received.count(), 1U);
-    EXPECT_EQ(rests.long_ones, 1);
-    EXPECT_EQ(rests.long_on, std::this_thread::get_id());
-    EXPECT_EQ(rests.short_ones, 0);
-}
-
-TEST(FrameQueue, TheWorkerDoesItQuickly) {
-    Rests rests;
-    Received received;
-    Queue queue;
-    queue.set_handler(received.handler(), HandlerPace::TOLD, rests.rest());
-    queue.push(1);
-    EXPECT_TRUE(wait_until([&] { return rests.short_ones == 1; }, "the rest is done"));
-    EXPECT_EQ(rests.long_ones, 0);
-}
-
-TEST(FrameQueue, WhatIsLeftDoesNotWaitForALull) {
-    Rests rests;
-    Queue queue;
-    queue.set_handler(
-        [&](int&& frame) {
-            if (frame < 3) {
-                queue.push(frame + 1, true); // Always one more.
-            }
-            EXPECT_EQ(rests.short_ones, frame - 1);
-        },
-        HandlerPace::TOLD, rests.rest());
-    queue.push(1, true);
-    queue.work();
-    EXPECT_EQ(rests.short_ones, 2);
-    EXPECT_EQ(rests.long_ones, 1);
-}
-
-TEST(FrameQueue, OthersHandleFramesWhileWhatIsLeftTakesLong) {
-    Gate gate;
-    Received received;
-    Queue queue;
-    queue.set_handler(received.handler(), HandlerPace::TOLD, [&](bool may_take_long) {
-        if (may_take_long) {
-            gate.pass();
-        }
-    });
-    queue.push(1, true);
-    std::thread helper([&] { queue.work(); });
-    gate.wait_for_visitor();
-    queue.push(2);
-    EXPECT_TRUE(received.wait_for(2));
-    gate.open();
-    helper.join();
-}
-
-TEST(FrameQueue, StopWaitsForWhatIsLeft) {
-    Gate gate;
-    std::atomic<bool> done{false};
-    Queue queue;
-    queue.set_handler([](int&&) {}, HandlerPace::TOLD,
-                      [&](bool may_take_long) {
-                          if (may_take_long) {
-                              gate.pass();
-                              done = true;
-                          }
-                      });
-    queue.push(1, true);
-    std::thread helper([&] { queue.work(); });
-    gate.wait_for_visitor();
-    std::thread stopper([&] {
-        queue.stop();
-        EXPECT_TRUE(done);
-    });
-    gate.open();
-    stopper.join();
-    helper.join();
 }
 
 } // namespace
