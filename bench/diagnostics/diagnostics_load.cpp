@@ -3,10 +3,13 @@
 //     diagnostics_load rest PORT APP COUNT   in turns over the bus and through the daemon's web
 //                                            server: the medians in microseconds, as JSON
 //     diagnostics_load read APP FILE         the last 200 lines of its log, twice over the bus and
-//                                            then with sed, in microseconds, as JSON
+//                                            then with sed, and the same by its index alone, in
+//                                            microseconds, as JSON
 #include "app/AppControlClient.hpp"
+#include "app/utilities/file_io.hpp"
 #include "bench/support/loopback.hpp"
 #include "bench/support/statistics.hpp"
+#include "logger/LineIndex.hpp"
 #include "tests/support/MulticastNode.hpp"
 
 #include <array>
@@ -123,7 +126,19 @@ int measure_read(std::string const& app, std::string const& file) {
     double const second = microseconds(read);
     double const sed =
         microseconds([&] { run_sed(std::to_string(from) + "," + std::to_string(to) + "p", file); });
-    std::printf("{\"first\": %.1f, \"second\": %.1f, \"sed\": %.1f}\n", first, second, sed);
+    // What the application does for it, without the way there and back.
+    tessaron::LineIndex index;
+    tessaron::UniqueFd const log = tessaron::open_file(file, O_RDONLY);
+    auto const look_up = [&] {
+        if (index.read(file, log.get(), from, to).lines.size() != K_LINES) {
+            bench::fail("the lines are not there");
+        }
+    };
+    double const first_look_up = microseconds(look_up);
+    double const second_look_up = microseconds(look_up);
+    std::printf("{\"first\": %.1f, \"second\": %.1f, \"sed\": %.1f, \"first_look_up\": %.1f, "
+                "\"second_look_up\": %.1f}\n",
+                first, second, sed, first_look_up, second_look_up);
     return EXIT_SUCCESS;
 }
 
