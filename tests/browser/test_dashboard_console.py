@@ -46,6 +46,7 @@ def test_terminal_and_its_shell_stay_while_other_tabs_are_open(terminal):
     rows, _ = size_of(terminal)
     assert rows == terminal.count(f"{SCREEN} > div")
     assert terminal.count(".tty .xterm") == 1
+    assert terminal.sockets() == ["/api/console/ws"]
 
 
 def test_end_of_the_shell_is_told_in_red(terminal):

@@ -2,6 +2,7 @@
 import json
 
 import pytest
+from programs import wait_until
 
 BASE = "/api/packages/app"
 NOT_ON_THE_BUS = "package not discovered on the bus, or it didn't reply"
@@ -186,6 +187,20 @@ def test_console_is_opened_once(daemon, page):
     page.tab("Console")
     assert page.count(".tty .xterm") == 1
     assert page.requests().count("/static/xterm/xterm.mjs") == 1
+
+
+def test_console_that_is_opened_again_while_it_loads_is_opened_once(daemon, page):
+    daemon.start()
+    page.open()
+    page.evaluate("""() => {
+        const tabs = [...document.querySelectorAll("[role=tab]")];
+        for (const name of ["Console", "Self", "Console"]) {
+            tabs.find((tab) => tab.textContent === name).click();
+        }
+    }""")
+    wait_until(lambda: "$" in page.text(".tty .xterm-rows") or "#" in page.text(".tty .xterm-rows"), "the shell is there")
+    assert page.count(".tty .xterm") == 1
+    assert page.sockets() == ["/api/console/ws"]
 
 
 # -- DB --

@@ -203,7 +203,7 @@ def test_an_unreachable_registry_is_a_502_without_a_reason(daemon):
                           b"Connection: close\r\n\r\n" b'{"error":"couldn\'t reach the registry"}')
 
 
-@pytest.mark.parametrize("line", ["GET /nothing", "PUT /api/packages", "get /api/packages", "GET /api/packages/a%2Fb/manifest/x",
+@pytest.mark.parametrize("line", ["GET /nothing", "PUT /api/packages", "get /api/packages", "GET /api/packages/a%2Fb/manifest",
                                   "POST /api/packages", "GET /api/packages/x/start",
                                   "POST /api/packages/a%2Fb/start"])
 def test_whatever_is_not_in_the_table_is_not_found(daemon, line):

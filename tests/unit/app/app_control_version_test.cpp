@@ -18,6 +18,7 @@ TEST(AppControlVersion, WhatIsMissingIsZero) {
     EXPECT_EQ(parse_semver_core(""), AppControlVersion());
     EXPECT_EQ(parse_semver_core("x1.2.3"), AppControlVersion());
     EXPECT_EQ(parse_semver_core("4"), (AppControlVersion{4, 0, 0}));
+    EXPECT_EQ(parse_semver_core("1.2"), (AppControlVersion{1, 2, 0}));
     EXPECT_EQ(parse_semver_core("4.x.5"), (AppControlVersion{4, 0, 0}));
     EXPECT_EQ(parse_semver_core("4..5"), (AppControlVersion{4, 0, 5}));
     EXPECT_EQ(parse_semver_core(".1"), (AppControlVersion{0, 1, 0}));
@@ -27,6 +28,7 @@ TEST(AppControlVersion, WhatIsTooLargeStaysTheLargest) {
     EXPECT_EQ(parse_semver_core("65535.255.255"), (AppControlVersion{65535, 255, 255}));
     EXPECT_EQ(parse_semver_core("65536.256.99999999999999999999"),
               (AppControlVersion{65535, 255, 255}));
+    EXPECT_EQ(parse_semver_core("300.400.1"), (AppControlVersion{300, 255, 1}));
 }
 
 TEST(AppControlVersion, IsPackedInOrder) {

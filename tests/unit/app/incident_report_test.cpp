@@ -192,10 +192,13 @@ TEST_F(IncidentReports, WhatIsNoReportIsNotPruned) {
 TEST_F(IncidentReports, AnEmptyRuntimeStateLeavesItsPartOut) {
     reporter_.set_extra_content_provider([] { return std::string(); });
     reporter_.write_report(LogLevel::ERROR, "x");
+    ASSERT_THAT(reports(), SizeIs(1));
     EXPECT_THAT(newest(), Not(HasSubstr("runtime state")));
     reporter_.set_extra_content_provider([] { return "state"; });
     reporter_.set_extra_content_provider({});
+    clock_.advance(milliseconds(1));
     reporter_.write_report(LogLevel::ERROR, "x");
+    ASSERT_THAT(reports(), SizeIs(2));
     EXPECT_THAT(newest(), Not(HasSubstr("runtime state")));
 }
 

@@ -76,6 +76,7 @@ TEST_F(HubDiscovery, OneSourceIsAnsweredOnceInFiveSeconds) {
 }
 
 TEST_F(HubDiscovery, AfterTheDebounceItIsAnsweredAgain) {
+    EXPECT_EQ(Hub::Settings().discovery_debounce, std::chrono::seconds(5));
     Hub::Settings settings = test::hub_settings();
     settings.discovery_debounce = std::chrono::milliseconds(1);
     HubNode eager(bus, 300, "eager", settings);
