@@ -40,8 +40,8 @@ namespace tessaron::bus {
 /// reports), Hub_NetworkMap.cpp. Its tables are small classes of their own.
 ///
 /// Threads: the transport's reader parses frames; the wire's worker runs `dispatch` and event
-/// handlers; the request worker runs request handlers; callers come on their own. No lock is held
-/// while a handler runs.
+/// handlers; the request worker runs request handlers, on its thread or on a reader that has
+/// nothing else to do; callers come on their own. No lock is held while a handler runs.
 ///
 /// Ownership: the buffers, the interfaces and the warning sink's captures are the caller's and
 /// outlive the hub; the hub outlives its clients. Closing the transport comes after.
