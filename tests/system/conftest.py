@@ -14,6 +14,7 @@ from bus_peer import PEER, BusPeer
 from crash_log import build_stamp
 from daemon import Daemon
 from frame_app import FRAME_LOG_ROOT, FRAME_PROGRAM, FrameApp
+from load import Clients, HangingRegistry
 from programs import is_sanitized
 from registry import Registry
 from registry_support import free_port, running_mirelserver
@@ -131,6 +132,23 @@ def server(tmp_path):
     with running_mirelserver(tmp_path / "registry", "--tunnel-port", str(tunnel_port)) as server:
         server.tunnel_port = tunnel_port
         yield server
+
+
+@pytest.fixture
+def registry_without_end():
+    registry = HangingRegistry()
+    yield registry
+    registry.end()
+
+
+@pytest.fixture
+def clients():
+    clients = Clients([("GET", "/api/packages"), ("GET", "/api/self/config"), ("GET", "/"),
+                       ("POST", "/api/packages/changed/launch-args", '{"args":["a","b"]}'),
+                       ("GET", "/api/packages/changed/manifest"),
+                       ("POST", "/api/packages/restarted/start")], count=6)
+    yield clients
+    clients.end()
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -75,6 +75,12 @@ class Clients:
             thread.join()
 
 
+def end_requests(clients, connections):
+    clients.rest()
+    for connection in connections:
+        connection.close()
+
+
 class HangingRegistry:
     """Answers each request with the beginning of an answer, and never with the rest."""
 

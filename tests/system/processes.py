@@ -2,6 +2,7 @@
 import contextlib
 import os
 import pathlib
+import shutil
 import signal
 
 
@@ -121,6 +122,14 @@ def busy_below(folder):
         except OSError:
             pass
     return found
+
+
+def end_instances(*programs):
+    """Kills every process of these programs."""
+    for program in programs:
+        for pid in instances(os.path.realpath(shutil.which(program))):
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(pid, signal.SIGKILL)
 
 
 def end_orphans(folder):

@@ -1,12 +1,9 @@
 """A thousand terminals and a thousand viewers, ended in every way: the daemon is as it was before."""
 import contextlib
-import os
-import shutil
-import signal
 
 import pytest
 from footprint import check_rounds_leave_nothing
-from processes import instances
+from processes import end_instances
 from programs import wait_until
 from screen import abort, accepted, fill, read_all, screen_server
 from websocket import MEBIBYTE, RawTerminal, RawViewer, frame
@@ -71,13 +68,6 @@ TERMINAL_ENDS = [leave_by_close_frame, lose_connection_amid_output, lose_connect
                  leave_a_job, lose_connection_with_a_job, break_off_within_a_frame, send_too_much]
 
 
-def end_jobs():
-    for program in ["sleep", "sh"]:
-        for pid in instances(os.path.realpath(shutil.which(program))):
-            with contextlib.suppress(ProcessLookupError):
-                os.kill(pid, signal.SIGKILL)
-
-
 def test_a_thousand_terminals_leave_nothing_behind(daemon):
     daemon.start()
 
@@ -89,7 +79,7 @@ def test_a_thousand_terminals_leave_nothing_behind(daemon):
             TERMINAL_ENDS[number % len(TERMINAL_ENDS)](terminal)
             terminal.close()
         wait_until(lambda: not daemon.children(), "the shells have ended")
-        end_jobs()
+        end_instances("sleep", "sh")
     check_rounds_leave_nothing(daemon, run_round, ROUNDS)
 
 

@@ -147,7 +147,10 @@ class RawWebSocket:
         """The payloads of the binary frames up to the one that completes this text."""
         output = b""
         while text not in output:
-            answer = self.read_frame()
+            try:
+                answer = self.read_frame()
+            except TimeoutError as error:
+                raise AssertionError(f"nothing after {output}") from error
             assert answer is not None, output
             if answer[0] == 2:
                 output += answer[1]
