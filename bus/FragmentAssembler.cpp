@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::uint8_t K_FRAGMENT_FLAGS = K_FRAG_FLAG_FRAGMENT | K_FRAG_FLAG_LAST;
 
-WireFrame join(std::uint64_t key, FragmentAssembly&& assembly, std::size_t size) {
+WireFrame whole_message(std::uint64_t key, FragmentAssembly&& assembly) {
     WireFrame message;
     message.type = assembly.type;
     message.source = static_cast<std::uint32_t>(key >> 32);
@@ -19,21 +19,11 @@ WireFrame join(std::uint64_t key, FragmentAssembly&& assembly, std::size_t size)
     message.origin = assembly.origin;
     message.topic_id = assembly.topic_id;
     message.uncompressed_size = assembly.uncompressed_size;
-    message.data.reserve(size);
-    for (auto const& [index, chunk] : assembly.chunks) {
-        message.data.insert(message.data.end(), chunk.begin(), chunk.end());
-    }
+    message.data = assembly.chunks.take();
     return message;
 }
 
 } // namespace
-
-bool FragmentAssembler::Entry::is_complete() const {
-    // Indices do not repeat, so as many chunks as the last one tells, with none beyond it, are all
-    // of them.
-    return assembly.last_index && assembly.chunks.size() == *assembly.last_index + std::size_t{1} &&
-           assembly.chunks.rbegin()->first == *assembly.last_index;
-}
 
 std::optional<WireFrame> FragmentAssembler::add(WireFrame fragment, TimePoint now) {
     Entry whole;
@@ -43,7 +33,7 @@ std::optional<WireFrame> FragmentAssembler::add(WireFrame fragment, TimePoint no
         std::uint64_t const key = fragment_key(fragment.source, fragment.msg_id);
         auto const entry = find_or_make_locked(key, fragment, now);
         store_chunk_locked(*entry, fragment);
-        if (entry->bytes > K_MAX_MESSAGE_SIZE) {
+        if (entry->assembly.chunks.size() > K_MAX_MESSAGE_SIZE) {
             take_out_locked(entry);
             return std::nullopt;
         }
@@ -52,8 +42,9 @@ std::optional<WireFrame> FragmentAssembler::add(WireFrame fragment, TimePoint no
             return std::nullopt;
         }
         whole = take_out_locked(entry);
+        usual_size_ = whole.assembly.chunks.size();
     }
-    return join(whole.key, std::move(whole.assembly), whole.bytes);
+    return whole_message(whole.key, std::move(whole.assembly));
 }
 
 std::size_t FragmentAssembler::assemblies() const {
@@ -80,6 +71,9 @@ FragmentAssembler::find_or_make_locked(std::uint64_t key, WireFrame const& fragm
         assembly.origin = fragment.origin;
         assembly.topic_id = fragment.topic_id;
         assembly.first_seen = now;
+        if ((entries_.size() + 1) * usual_size_ <= K_MAX_HELD_SIZE) {
+            assembly.chunks.expect(usual_size_);
+        }
         found->second = entries_.insert(entries_.end(), Entry{key, std::move(assembly)});
     }
     return found->second;
@@ -87,9 +81,7 @@ FragmentAssembler::find_or_make_locked(std::uint64_t key, WireFrame const& fragm
 
 void FragmentAssembler::store_chunk_locked(Entry& entry, WireFrame& fragment) {
     held_ -= entry.held();
-    auto& chunk = entry.assembly.chunks[fragment.frag_index];
-    entry.bytes += fragment.data.size() - chunk.size();
-    chunk = std::move(fragment.data);
+    entry.assembly.chunks.add(fragment.frag_index, std::move(fragment.data));
     held_ += entry.held();
     if ((fragment.frag_flags & K_FRAG_FLAG_LAST) != 0) {
         entry.assembly.last_index = fragment.frag_index;

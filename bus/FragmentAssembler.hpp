@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bus/MessageChunks.hpp"
 #include "bus/WireFrame.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 #include "proto/bus/MessageType.hpp"
@@ -9,7 +10,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
-#include <map>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -25,7 +25,7 @@ struct FragmentAssembly {
     std::uint32_t uncompressed_size = 0;
     std::optional<proto::bus::Origin> origin;
     std::uint16_t topic_id = 0;
-    std::map<std::uint16_t, std::vector<std::uint8_t>> chunks; ///< By `frag_index`.
+    MessageChunks chunks;                    ///< By `frag_index`.
     std::optional<std::uint16_t> last_index; ///< Known once the last part is there.
     std::chrono::steady_clock::time_point first_seen;
 };
@@ -71,10 +71,13 @@ private:
     struct Entry {
         std::uint64_t key = 0;
         FragmentAssembly assembly;
-        std::size_t bytes = 0; ///< Of all chunks together.
 
-        std::size_t held() const { return bytes + assembly.chunks.size() * K_CHUNK_OVERHEAD; }
-        bool is_complete() const;
+        std::size_t held() const {
+            return assembly.chunks.size() + assembly.chunks.count() * K_CHUNK_OVERHEAD;
+        }
+        bool is_complete() const {
+            return assembly.last_index && assembly.chunks.are_all_to(*assembly.last_index);
+        }
     };
     using Entries = std::list<Entry>; ///< The oldest first.
 
@@ -90,6 +93,8 @@ private:
     Entries entries_ TESSARON_GUARDED_BY(mutex_);
     std::unordered_map<std::uint64_t, Entries::iterator> by_key_ TESSARON_GUARDED_BY(mutex_);
     std::size_t held_ TESSARON_GUARDED_BY(mutex_) = 0;
+    /// Of the last message that became whole: the next one is likely to be as large.
+    std::size_t usual_size_ TESSARON_GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace tessaron::bus

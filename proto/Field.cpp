@@ -90,7 +90,7 @@ void Field::store(Bytes part) {
     if (has(FieldFlags::ByteSwapped)) {
         unsigned char* const place = begin() + (get_size() - read_ - part.size());
         std::reverse_copy(part.begin(), part.end(), place);
-    } else {
+    } else if (begin() + read_ != part.data()) { // It may be received where it stands.
         std::memcpy(begin() + read_, part.data(), part.size());
     }
 }

@@ -49,10 +49,8 @@ public:
     explicit FieldContainer(Buffers buffers, CrcArguments&&... crc_arguments)
         : crc_(std::forward<CrcArguments>(crc_arguments)...) {
         std::size_t ordinal = 0;
-        for_each_type([&](auto& field) {
-            field.attach(buffers[std::remove_reference_t<decltype(field)>::K_BUFFER]);
-            in_order_[ordinal++] = &field;
-        });
+        for_each_type([&](auto& field) { in_order_[ordinal++] = &field; });
+        attach(buffers);
     }
     virtual ~FieldContainer() = default;
     FieldContainer(FieldContainer const&) = delete;
@@ -165,6 +163,13 @@ protected:
                     Checks::template of<std::remove_reference_t<decltype(field)>::K_NAME>());
             }
         });
+    }
+
+    /// The buffers that hold the fields from now on.
+    void attach(Buffers const& buffers) {
+        for (std::size_t ordinal = 0; ordinal < K_FIELD_COUNT; ++ordinal) {
+            in_order_[ordinal]->attach(buffers[K_BUFFERS[ordinal]]);
+        }
     }
 
     std::array<Field*, K_FIELD_COUNT> const& in_order() const noexcept { return in_order_; }

@@ -3,6 +3,7 @@
 #include "libraries/threads/start_thread.hpp"
 #include "libraries/vocabulary/Mutex.hpp"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +30,9 @@ enum class HandlerPace : std::uint8_t {
 /// must not cost any. So a reader that finds the queue full gives way first
 /// - while the worker waits, or has been notified and not been scheduled yet: it takes the frames
 ///   before it calls a handler;
-/// - while a handler that tells its pace is not in a slow part: it is through soon.
+/// - while a handler that tells its pace is not in a slow part: it is through soon;
+/// - while the slow part has only just begun: most are short, and a thread that the system has put
+///   off within one is not slow. It waits no longer than `soon` for it, however many frames come.
 ///
 /// Thread safety: safe from any thread; one internal lock, never held while the handler runs.
 /// Errors: an exception out of the handler ends the process.
@@ -41,8 +44,10 @@ public:
     /// nothing else to do. Otherwise the worker is waiting for its end.
     using Rest = std::function<void(bool may_take_long)>;
     static constexpr std::size_t K_MAX_QUEUE = 100;
+    static constexpr std::chrono::milliseconds K_SOON{1};
 
-    FrameQueue() {
+    /// `soon`: see above.
+    explicit FrameQueue(std::chrono::milliseconds soon = K_SOON) : soon_(soon) {
         worker_ = tessaron::start_thread("frame-worker", [this] { run(); });
     }
     ~FrameQueue() { stop(); }
@@ -126,6 +131,8 @@ public:
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     struct PacedHandler {
         Handler call;
         HandlerPace pace;
@@ -144,9 +151,15 @@ private:
             return;
         }
         slow_depth_ += change;
-        if (slow_depth_ > 0) {
-            may_go_on_.notify_all();
+        if (change > 0 && slow_depth_ == 1) {
+            begin_slow_locked();
         }
+    }
+
+    /// Who gives way to this will not wait for its end.
+    void begin_slow_locked() TESSARON_REQUIRES(mutex_) {
+        slow_since_ = Clock::now();
+        may_go_on_.notify_all();
     }
 
     bool is_worker_needed_locked() const TESSARON_REQUIRES(mutex_) {
@@ -157,9 +170,15 @@ private:
         if (is_worker_needed_locked()) {
             queue_ready_.notify_one();
         }
-        may_go_on_.wait(lock.native(), [this]() TESSARON_REQUIRES(mutex_) {
-            return frames_.size() < K_MAX_QUEUE || !running_ || slow_depth_ > 0;
-        });
+        while (frames_.size() >= K_MAX_QUEUE && running_) {
+            if (slow_depth_ == 0) {
+                may_go_on_.wait(lock.native());
+            } else if (Clock::now() >= slow_since_ + soon_) {
+                return;
+            } else {
+                may_go_on_.wait_until(lock.native(), slow_since_ + soon_);
+            }
+        }
     }
 
     void run() TESSARON_EXCLUDES(mutex_) {
@@ -213,7 +232,11 @@ private:
         tessaron::MutexLock const lock(mutex_);
         is_working_ = running_ && !frames_.empty();
         worker_id_ = is_working_ ? std::this_thread::get_id() : std::thread::id();
-        slow_depth_ = is_working_ && handler_->pace == HandlerPace::UNKNOWN ? 1 : 0;
+        slow_depth_ = 0;
+        if (is_working_ && handler_->pace == HandlerPace::UNKNOWN) {
+            slow_depth_ = 1;
+            begin_slow_locked();
+        }
         may_go_on_.notify_all();
         if (!is_working_) {
             return nullptr;
@@ -222,6 +245,7 @@ private:
         return handler_;
     }
 
+    std::chrono::milliseconds const soon_;
     tessaron::Mutex mutex_;
     std::condition_variable queue_ready_; ///< There are frames, or an end.
     std::condition_variable may_go_on_;   ///< A reader that gives way need not any more.
@@ -235,6 +259,7 @@ private:
     int helpers_ TESSARON_GUARDED_BY(mutex_) = 0;           ///< Who are within `work`.
     std::thread::id worker_id_ TESSARON_GUARDED_BY(mutex_); ///< Who that is.
     int slow_depth_ TESSARON_GUARDED_BY(mutex_) = 0;        ///< Above 0: it may take long.
+    Clock::time_point slow_since_ TESSARON_GUARDED_BY(mutex_);
     std::thread worker_;
 };
 

@@ -64,9 +64,10 @@ public:
         byte_callback_ = rx.add_receive_callback(
             [this](tessaron::CustomSpan<unsigned char> bytes, unsigned long& used) {
                 if (rx_interface_->keeps_boundaries()) {
-                    rx_.give_up_unfinished();
+                    rx_.fill_with_whole(bytes, used);
+                } else {
+                    rx_.fill(bytes, used);
                 }
-                rx_.fill(bytes, used);
                 if (!rx_interface_->has_more_for_receivers() && !rx_interface_->follow_up(work_)) {
                     queue_->wake();
                 }

@@ -41,7 +41,7 @@ public:
 
     template <typename... CrcArguments>
     explicit RxContainer(typename Base::Buffers buffers, CrcArguments&&... crc_arguments)
-        : Base(buffers, std::forward<CrcArguments>(crc_arguments)...) {
+        : Base(buffers, std::forward<CrcArguments>(crc_arguments)...), buffers_(buffers) {
         this->template use_checks<RxChecks<RxContainer>>();
         this->reset();
     }
@@ -54,12 +54,28 @@ public:
         return shared;
     }
 
-    /// What comes next is the start of a frame, or of none: half a frame, or bytes that began like
-    /// one, must not take the next one with them.
-    void give_up_unfinished() {
-        if (this->index_ != 0 || this->place(0).read() > 0) {
-            this->reset();
+    /// Feeds a chunk at whose begin a frame begins, or none: half a frame, or bytes that began like
+    /// one, must not take the next one with them. What it leaves unfinished is given up as well. If
+    /// the fields may stand where they came, they are not copied; the chunk is never written to.
+    void fill_with_whole(Bytes const& chunk, unsigned long& consumed) {
+        this->reset();
+        if constexpr (!K_MAY_STAND_WHERE_IT_CAME) {
+            fill(chunk, consumed);
+        } else {
+            Bytes rest = chunk;
+            while (!rest.empty()) {
+                if (this->index_ == 0) {
+                    // As large as the own one, which a frame must have room in; what lies behind
+                    // the chunk is not touched.
+                    this->attach({Bytes(rest.data(), buffers_[0].size())});
+                }
+                unsigned long const used = step(rest);
+                consumed += used;
+                rest = rest.subspan(used);
+            }
+            this->attach(buffers_);
         }
+        this->reset();
     }
 
     /// Feeds a chunk, and adds to `consumed` what was used of it: all.
@@ -73,6 +89,16 @@ public:
     }
 
 private:
+    /// In one buffer, and in the order of the wire.
+    template <typename List>
+    struct StandsAsOnTheWire;
+    template <typename... Each>
+    struct StandsAsOnTheWire<std::tuple<Each...>> {
+        static constexpr bool VALUE = K_BUFFER_COUNT<Fields> == 1 &&
+                                      !(has_flag(Each::K_FLAGS, FieldFlags::ByteSwapped) || ...);
+    };
+    static constexpr bool K_MAY_STAND_WHERE_IT_CAME = StandsAsOnTheWire<Fields>::VALUE;
+
     /// Receives (a part of) the current field; returns the bytes used.
     unsigned long step(Bytes chunk) {
         Field& field = this->place(this->index_);
@@ -137,6 +163,7 @@ private:
         detail::print_broken_packet_stop();
     }
 
+    typename Base::Buffers const buffers_;
     std::vector<std::weak_ptr<FrameCallback>> callbacks_;
 };
 

@@ -108,6 +108,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     Bytes stream(data + 1, data + size);
     mend_checksums(stream);
     std::vector<FrameModel> const whole = receive(stream, pieces_of(stream.size(), stream.size()));
+    BusReceiver in_place;
+    in_place.feed_whole(stream);
+    require(in_place.is_intact() && in_place.frames() == whole);
     receive(stream, pieces_of(1, stream.size()));
     receive(stream, pieces_of(1UL + data[0], stream.size()));
     for (FrameModel const& frame : whole) {

@@ -1,10 +1,10 @@
 #include "libraries/crc/crcFast/CrcFast.hpp"
 
-#include <libdeflate.h>
+#include <isa-l/crc.h>
 
 namespace proto {
 
-CrcFast::CrcFast() : ICrc("crc32 libdeflate module") {
+CrcFast::CrcFast() : ICrc("crc32 isa-l module") {
 }
 
 unsigned int CrcFast::calc(tessaron::CustomSpan<unsigned char> bytes) const {
@@ -12,8 +12,8 @@ unsigned int CrcFast::calc(tessaron::CustomSpan<unsigned char> bytes) const {
 }
 
 unsigned int CrcFast::append(unsigned int crc, tessaron::CustomSpan<unsigned char> bytes) const {
-    // Without bytes there may be no buffer either, which the library takes as a call to begin anew.
-    return bytes.empty() ? crc : libdeflate_crc32(crc, bytes.data(), bytes.size());
+    // Without bytes there may be no buffer either.
+    return bytes.empty() ? crc : crc32_gzip_refl(crc, bytes.data(), bytes.size());
 }
 
 } // namespace proto

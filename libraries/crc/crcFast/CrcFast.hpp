@@ -4,7 +4,7 @@
 
 namespace proto {
 
-/// The CRC-32 by what the processor has to offer, as libdeflate finds out: the same results as
+/// The CRC-32 by what the processor has to offer, as ISA-L finds out: the same results as
 /// `CrcSoft`, for buffers of some hundred bytes and more in a small fraction of its time.
 ///
 /// Thread safety: immutable after construction.

@@ -7,47 +7,48 @@
 namespace proto::interface {
 namespace {
 
-std::size_t run_length(std::vector<std::size_t> const& sizes, std::size_t first,
-                       std::size_t segment_limit) {
-    std::size_t const segment = sizes[first];
+using Datagrams = std::span<DatagramBatch::Datagram>;
+
+/// How many datagrams, from the first one on, may be one message.
+std::size_t run_length(Datagrams datagrams, std::size_t segment_limit) {
+    std::size_t const segment = datagrams.front().size();
     if (segment == 0 || segment > segment_limit) {
         return 1;
     }
     std::size_t total = segment;
-    std::size_t end = first + 1;
-    while (end < sizes.size() && sizes[end - 1] == segment && sizes[end] <= segment &&
-           sizes[end] > 0 && total + sizes[end] <= K_MAX_DATAGRAM_SIZE) {
-        total += sizes[end++];
+    std::size_t end = 1;
+    while (end < datagrams.size() && datagrams[end - 1].size() == segment &&
+           datagrams[end].size() <= segment && !datagrams[end].empty() &&
+           total + datagrams[end].size() <= K_MAX_DATAGRAM_SIZE) {
+        total += datagrams[end++].size();
     }
-    return end - first;
+    return end;
 }
 
 } // namespace
 
-DatagramMessages::DatagramMessages(DatagramBatch& batch, std::size_t first, std::size_t offset,
-                                   sockaddr_in& destination, std::size_t segment_limit) {
-    auto const& sizes = batch.sizes();
-    while (first < sizes.size() && count_ < messages_.size()) {
-        std::size_t const run = run_length(sizes, first, segment_limit);
-        auto const begin = sizes.begin() + static_cast<std::ptrdiff_t>(first);
-        std::size_t const size =
-            std::accumulate(begin, begin + static_cast<std::ptrdiff_t>(run), std::size_t{0});
-        add(batch.bytes() + offset, size, run, sizes[first], destination);
-        first += run;
-        offset += size;
+DatagramMessages::DatagramMessages(Datagrams datagrams, sockaddr_in& destination,
+                                   std::size_t segment_limit) {
+    iovec* pieces = pieces_.data();
+    while (!datagrams.empty()) {
+        std::size_t const run = run_length(datagrams, segment_limit);
+        for (std::size_t i = 0; i < run; ++i) {
+            pieces[i] = {datagrams[i].data(), datagrams[i].size()};
+        }
+        add(pieces, run, destination);
+        pieces += run;
+        datagrams = datagrams.subspan(run);
     }
 }
 
-void DatagramMessages::add(unsigned char* bytes, std::size_t size, std::size_t run,
-                           std::size_t segment_size, sockaddr_in& destination) {
-    pieces_[count_] = {bytes, size};
+void DatagramMessages::add(iovec* pieces, std::size_t run, sockaddr_in& destination) {
     runs_[count_] = run;
     msghdr& header = messages_[count_].msg_hdr;
     header = {};
     header.msg_name = &destination;
     header.msg_namelen = sizeof(destination);
-    header.msg_iov = &pieces_[count_];
-    header.msg_iovlen = 1;
+    header.msg_iov = pieces;
+    header.msg_iovlen = run;
     if (run > 1) {
         controls_[count_] = {};
         header.msg_control = controls_[count_].bytes;
@@ -56,8 +57,8 @@ void DatagramMessages::add(unsigned char* bytes, std::size_t size, std::size_t r
         control->cmsg_level = IPPROTO_UDP;
         control->cmsg_type = UDP_SEGMENT;
         control->cmsg_len = CMSG_LEN(sizeof(std::uint16_t));
-        auto const value = static_cast<std::uint16_t>(segment_size);
-        std::memcpy(CMSG_DATA(control), &value, sizeof(value));
+        auto const segment_size = static_cast<std::uint16_t>(pieces->iov_len);
+        std::memcpy(CMSG_DATA(control), &segment_size, sizeof(segment_size));
     }
     ++count_;
 }
@@ -66,13 +67,9 @@ int DatagramMessages::send(int fd) {
     return ::sendmmsg(fd, messages_.data(), static_cast<unsigned>(count_), MSG_NOSIGNAL);
 }
 
-DatagramMessages::Extent DatagramMessages::extent(std::size_t messages) const {
-    Extent extent;
-    for (std::size_t i = 0; i < messages; ++i) {
-        extent.datagrams += runs_[i];
-        extent.bytes += pieces_[i].iov_len;
-    }
-    return extent;
+std::size_t DatagramMessages::datagrams(std::size_t messages) const {
+    auto const begin = runs_.begin();
+    return std::accumulate(begin, begin + static_cast<std::ptrdiff_t>(messages), std::size_t{0});
 }
 
 } // namespace proto::interface

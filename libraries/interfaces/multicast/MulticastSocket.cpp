@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <netinet/udp.h>
-#include <sched.h>
+#include <numeric>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -28,6 +28,11 @@ timeval to_timeval(std::chrono::milliseconds time) {
 bool is_segmentation_refused(int error) {
     return error == EINVAL || error == EMSGSIZE || error == EIO || error == EOPNOTSUPP ||
            error == ENOPROTOOPT;
+}
+
+std::size_t size_of(std::span<DatagramBatch::Datagram const> datagrams) {
+    return std::accumulate(datagrams.begin(), datagrams.end(), std::size_t{0},
+                           [](std::size_t sum, auto const& each) { return sum + each.size(); });
 }
 
 } // namespace
@@ -110,27 +115,23 @@ bool MulticastSocket::send(tessaron::CustomSpan<unsigned char> datagram) {
 
 bool MulticastSocket::send_all(DatagramBatch& batch) {
     bool all_sent = true;
-    DatagramMessages::Extent done;
-    auto const pass = [&done](DatagramMessages::Extent const& extent) {
-        done.datagrams += extent.datagrams;
-        done.bytes += extent.bytes;
-    };
-    while (done.datagrams < batch.sizes().size()) {
-        DatagramMessages messages(batch, done.datagrams, done.bytes, destination_, segment_limit_);
+    auto left = batch.datagrams();
+    while (!left.empty()) {
+        DatagramMessages messages(left, destination_, segment_limit_);
         int const sent = messages.send(socket_.descriptor());
         if (sent > 0) {
-            pass(messages.extent(static_cast<std::size_t>(sent)));
-            // Whoever is to read all that may be waiting for this very processor.
-            ::sched_yield();
+            auto const gone = left.first(messages.datagrams(static_cast<std::size_t>(sent)));
+            left = left.subspan(gone.size());
+            pace_.wait_after(size_of(gone));
         } else if (errno == EINTR) {
             continue;
         } else if (messages.first_run() > 1 && is_segmentation_refused(errno)) {
-            segment_limit_ = batch.sizes()[done.datagrams] - 1;
+            segment_limit_ = left.front().size() - 1;
         } else if (errno == EAGAIN || errno == EPIPE) {
             return false; // the wait for room is over, or the socket is: no better for the others
         } else {
             all_sent = false;
-            pass(messages.extent(1));
+            left = left.subspan(messages.datagrams(1));
         }
     }
     return all_sent;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "libraries/interfaces/multicast/DatagramBatch.hpp"
+#include "libraries/interfaces/multicast/SendPace.hpp"
 #include "libraries/interfaces/socket/Socket.hpp"
 #include "libraries/vocabulary/CustomSpan.hpp"
 #include "libraries/vocabulary/IInterface.hpp"
@@ -87,6 +88,7 @@ private:
     /// shrinks when the system refuses, as it does for those beyond the network's packet size.
     std::atomic<std::size_t> segment_limit_{K_MAX_DATAGRAM_SIZE};
     std::atomic<bool> is_leaving_out_{false};
+    SendPace pace_;
 };
 
 } // namespace proto::interface

@@ -113,13 +113,17 @@ bool MulticastUdpInterface::write(Bytes bytes, std::chrono::milliseconds /*timeo
     if (!running_) {
         return false;
     }
-    return frames_.add(bytes) || encrypt_and_send(bytes);
+    if (frames_.add(bytes)) {
+        return true;
+    }
+    Datagram datagram(bytes.begin(), bytes.end());
+    return encrypt_and_send(datagram);
 }
 
 void MulticastUdpInterface::end_frame() {
-    FrameCollector::Bytes frame = frames_.end();
+    Datagram frame = frames_.end();
     if (!frame.empty()) {
-        std::ignore = encrypt_and_send({frame.data(), frame.size()}); // a loss, as any on the bus
+        std::ignore = encrypt_and_send(frame); // a loss, as any on the bus
     }
     frames_.reuse(std::move(frame));
 }
@@ -131,7 +135,7 @@ void MulticastUdpInterface::end_burst() {
     }
 }
 
-bool MulticastUdpInterface::encrypt_and_send(Bytes plain) {
+bool MulticastUdpInterface::encrypt_and_send(Datagram& plain) {
     std::optional<ChaCha20> cipher;
     ChaCha20::Nonce nonce{};
     {
@@ -144,18 +148,18 @@ bool MulticastUdpInterface::encrypt_and_send(Bytes plain) {
     if (!cipher) {
         return send_datagram(plain);
     }
-    std::vector<unsigned char> datagram(nonce.size() + plain.size());
+    Datagram datagram(nonce.size() + plain.size());
     std::copy(nonce.begin(), nonce.end(), datagram.begin());
     std::copy(plain.begin(), plain.end(), datagram.begin() + nonce.size());
     cipher->apply_in_place(datagram.data() + nonce.size(), plain.size(), nonce, K_FIRST_BLOCK);
-    return send_datagram({datagram.data(), datagram.size()});
+    return send_datagram(datagram);
 }
 
-bool MulticastUdpInterface::send_datagram(Bytes datagram) {
+bool MulticastUdpInterface::send_datagram(Datagram& datagram) {
     DatagramBatch* const batch = bursts_.current();
     if (batch == nullptr) {
         auto const socket = current_socket();
-        return socket && socket->send(datagram);
+        return socket && socket->send({datagram.data(), datagram.size()});
     }
     if (!batch->has_room_for(datagram.size())) {
         std::ignore = send_batch(*batch); // those before; this one has hopes of its own

@@ -108,10 +108,12 @@ public:
 
 private:
     using Bytes = tessaron::CustomSpan<unsigned char>;
+    using Datagram = DatagramBatch::Datagram;
 
     std::shared_ptr<MulticastSocket> current_socket();
-    bool encrypt_and_send(Bytes plain);
-    bool send_datagram(Bytes datagram);
+    /// What is sent is taken, or left for another use of its memory.
+    bool encrypt_and_send(Datagram& plain);
+    bool send_datagram(Datagram& datagram);
     bool send_batch(DatagramBatch& batch);
 
     void stop_reading() TESSARON_REQUIRES(lifecycle_mutex_);

@@ -63,7 +63,9 @@ void MulticastUdpInterface::read_locked(MulticastSocket& socket) {
         if (reader_.next(socket, K_RETURN) != DatagramReader::Outcome::Datagram) {
             return; // All that there is, or the other thread has read it.
         }
-        stamp();
+        if (read == 0) {
+            stamp();
+        }
         ++datagrams_since_silence_;
         deliver(reader_.datagram(), reader_.has_more());
     }

@@ -49,6 +49,17 @@ public:
         rx_.fill(span_of(chunk), used);
     }
 
+    /// One chunk, which holds whole frames. It must come out as it went in.
+    void feed_whole(Bytes const& stream) {
+        Bytes chunk = stream;
+        chunk.shrink_to_fit();
+        unsigned long used = 0;
+        rx_.fill_with_whole(span_of(chunk), used);
+        is_intact_ = is_intact_ && used == stream.size() && chunk == stream;
+    }
+    /// Whether all that was fed as a whole was used up, and left as it was.
+    bool is_intact() const { return is_intact_; }
+
     void feed_in_chunks(Bytes const& stream, ChunkEnds const& ends) {
         std::size_t begin = 0;
         for (std::size_t const end : ends) {
@@ -81,6 +92,7 @@ private:
     std::vector<unsigned char> buffer_ = std::vector<unsigned char>(bus::MAX_PAYLOAD_SIZE);
     BusRx rx_{{tessaron::CustomSpan<unsigned char>(buffer_.data(), buffer_.size())}};
     std::vector<BusRx::NamedCopies> copies_;
+    bool is_intact_ = true;
     std::shared_ptr<BusRx::FrameCallback> callback_;
 };
 

@@ -103,6 +103,47 @@ TEST(FrameQueue, With101QueuedAndTheWorkerBlockedTheOldestIsGoneAndTheNewestTher
     EXPECT_EQ(blocked.received.frames(), expected);
 }
 
+TEST(FrameQueue, ASlowPartThatHasOnlyJustBegunLosesNothing) {
+    Gate gate;
+    Received received;
+    Queue queue(std::chrono::hours(1)); // As if no time passed.
+    queue.set_handler(
+        [&, note = received.handler()](int&& frame) {
+            queue.begin_slow();
+            gate.pass();
+            queue.end_slow();
+            note(std::move(frame));
+        },
+        HandlerPace::TOLD);
+    queue.push(0);
+    gate.wait_for_visitor();
+    std::thread reader([&queue] {
+        for (int i = 1; i <= 1000; ++i) {
+            queue.push(int{i});
+        }
+    });
+    gate.open();
+    reader.join();
+    ASSERT_TRUE(received.wait_for(1001));
+    EXPECT_EQ(received.frames(), range(0, 1000));
+}
+
+TEST(FrameQueue, AStopLetsAReaderGoThatGivesWayToASlowPart) {
+    Gate gate;
+    Queue queue(std::chrono::hours(1));
+    queue.set_handler([&](int&&) { gate.pass(); });
+    queue.push(0);
+    gate.wait_for_visitor();
+    std::thread reader([&queue] {
+        for (int i = 1; i <= 1000; ++i) {
+            queue.push(int{i});
+        }
+    });
+    queue.request_stop();
+    reader.join(); // The gate is still closed.
+    gate.open();
+}
+
 TEST(FrameQueue, ABlockedHandlerDoesNotHoldUpTheReader) {
     BlockedQueue blocked;
     for (int i = 0; i < 10'000; ++i) {

@@ -56,6 +56,10 @@ public:
         unsigned long used = 0;
         rx_->fill(span_of(chunk), used);
     }
+    void feed_whole(Bytes chunk) {
+        unsigned long used = 0;
+        rx_->fill_with_whole(span_of(chunk), used);
+    }
     void feed_text(std::string const& text) { feed(Bytes(text.begin(), text.end())); }
     void feed_byte_by_byte(std::string const& text) {
         for (char const byte : text) {
@@ -241,6 +245,12 @@ TEST(SizedFrame, ALengthThatDisagreesWithAKnownSizeBreaksTheFrameAndIsSaid) {
               "-------------BROKEN PACKET STOP-------------\n");
 }
 
+TEST(JsonField, OfAWholeChunkEndsWhereItsValueDoes) {
+    Receiver<JsonFrame> receiver;
+    receiver.feed_whole(bytes_of(json_frame("{\"a\":1}") + json_frame("[2]")));
+    EXPECT_THAT(receiver.all<JSON_FIELD>(), ElementsAre(bytes_of("{\"a\":1}"), bytes_of("[2]")));
+}
+
 /// The head in one buffer, the payload in another.
 using SplitFrame = std::tuple<Start<>, Type, Length, Data<1>, Status>;
 
@@ -249,6 +259,14 @@ TEST(SplitFrame, FieldsOfABufferStandOneBehindTheOther) {
     receiver.feed({0xF0, 0x0F, 1, 9, 0, 1, 2, 3, 4, 5, 6, 7, 8, '!'});
     EXPECT_THAT(receiver.all<DATA_FIELD>(), ElementsAre(DataCopy(Bytes{1, 2, 3, 4, 5, 6, 7, 8})));
     EXPECT_THAT(receiver.all<STATUS_FIELD>(), ElementsAre('!'));
+}
+
+TEST(SplitFrame, OfAWholeChunkIsCopiedToItsBuffers) {
+    Receiver<SplitFrame> receiver(8);
+    receiver.feed({0xF0, 0x0F, 1});
+    receiver.feed_whole({0xF0, 0x0F, 1, 3, 0, 7, 8, '!', 0xF0, 0x0F});
+    receiver.feed_whole({1, 3, 0, 7, 8, '!'});
+    EXPECT_THAT(receiver.all<DATA_FIELD>(), ElementsAre(DataCopy(Bytes{7, 8})));
 }
 
 TEST(SplitFrame, IsAWriteForEachPiece) {
