@@ -15,9 +15,9 @@ class SendPace {
 public:
     using Clock = std::chrono::steady_clock;
 
-    static constexpr std::size_t K_BYTES_PER_MICROSECOND = 2000;
+    static constexpr std::size_t K_BYTES_PER_MICROSECOND = 1500;
     /// What is sent in so much time may be sent at any pace.
-    static constexpr std::chrono::microseconds K_ALLOWANCE{60};
+    static constexpr std::chrono::microseconds K_ALLOWANCE{40};
 
     /// After so many bytes have been sent: returns when more may be. At once, if the pace before
     /// was slow enough; meanwhile, and in any case once, others get the processor.
