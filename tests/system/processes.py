@@ -4,6 +4,7 @@ import os
 import pathlib
 import shutil
 import signal
+import subprocess
 
 
 def is_alive(pid):
@@ -122,6 +123,11 @@ def busy_below(folder):
         except OSError:
             pass
     return found
+
+
+def process_table():
+    """For a report: who runs, and on what each waits."""
+    return subprocess.run(["ps", "-eo", "pid,ppid,sid,tty,stat,wchan:24,args"], capture_output=True, text=True).stdout
 
 
 def end_instances(*programs):

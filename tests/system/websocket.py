@@ -8,6 +8,7 @@ import struct
 import websockets
 
 from daemon import WEB_PORT
+from processes import process_table
 from programs import DEADLINE
 
 HOST = f"127.0.0.1:{WEB_PORT}"
@@ -150,7 +151,7 @@ class RawWebSocket:
             try:
                 answer = self.read_frame()
             except TimeoutError as error:
-                raise AssertionError(f"nothing after {output}") from error
+                raise AssertionError(f"nothing after {output}\n{process_table()}") from error
             assert answer is not None, output
             if answer[0] == 2:
                 output += answer[1]
