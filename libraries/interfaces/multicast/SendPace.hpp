@@ -7,8 +7,8 @@
 
 namespace proto::interface {
 
-/// Holds back who sends much in one go: on the machine itself nothing else does, and what comes
-/// faster than a node can read is lost. No network that a bus runs on is as fast.
+/// Holds back who sends much in one go. On one machine nothing else tells a sender that it is too
+/// fast, and what comes faster than a node can read is lost. No network that a bus runs on is.
 ///
 /// Thread safety: safe from any thread; those who send at once share the pace.
 class SendPace {
