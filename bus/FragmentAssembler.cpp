@@ -71,10 +71,11 @@ FragmentAssembler::find_or_make_locked(std::uint64_t key, WireFrame const& fragm
         assembly.origin = fragment.origin;
         assembly.topic_id = fragment.topic_id;
         assembly.first_seen = now;
-        if ((entries_.size() + 1) * usual_size_ <= K_MAX_HELD_SIZE) {
+        if (held_ + usual_size_ <= K_MAX_EXPECTED_SIZE) {
             assembly.chunks.expect(usual_size_);
         }
         found->second = entries_.insert(entries_.end(), Entry{key, std::move(assembly)});
+        held_ += found->second->held();
     }
     return found->second;
 }

@@ -57,6 +57,8 @@ public:
     /// not held for free.
     static constexpr std::size_t K_MAX_HELD_SIZE = std::size_t{32} * 1024 * 1024;
     static constexpr std::size_t K_CHUNK_OVERHEAD = 128;
+    /// Up to so much is set aside for messages before they come, and counts as held.
+    static constexpr std::size_t K_MAX_EXPECTED_SIZE = K_MAX_HELD_SIZE / 2;
 
     /// Takes one fragment; returns the whole message when it was the one still missing. `now` never
     /// goes backwards from one call to the next. The message has the `frag_index` 0 and of the
@@ -73,7 +75,7 @@ private:
         FragmentAssembly assembly;
 
         std::size_t held() const {
-            return assembly.chunks.size() + assembly.chunks.count() * K_CHUNK_OVERHEAD;
+            return assembly.chunks.memory() + assembly.chunks.count() * K_CHUNK_OVERHEAD;
         }
         bool is_complete() const {
             return assembly.last_index && assembly.chunks.are_all_to(*assembly.last_index);

@@ -8,12 +8,29 @@ namespace tessaron::bus {
 void MessageChunks::add(std::uint16_t index, Bytes&& chunk) {
     if (index < ends_.size()) {
         replace(index, chunk);
-    } else if (index == ends_.size()) {
+    } else if (belongs_to_head(index, chunk.size()) && !behind_.contains(index)) {
         append(chunk);
         append_those_that_fit();
     } else {
-        keep_for_later(index, std::move(chunk));
+        keep_behind(index, std::move(chunk));
     }
+}
+
+bool MessageChunks::are_all_to(std::uint16_t last) const {
+    // Numbers do not repeat, so as many as the last one tells, with none beyond it, are all.
+    return count() == last + std::size_t{1} && (behind_.empty() || behind_.rbegin()->first == last);
+}
+
+MessageChunks::Bytes MessageChunks::take() {
+    head_.reserve(size());
+    for (auto const& [index, chunk] : behind_) {
+        head_.insert(head_.end(), chunk.begin(), chunk.end());
+    }
+    return std::move(head_);
+}
+
+bool MessageChunks::belongs_to_head(std::size_t index, std::size_t size) const {
+    return index == ends_.size() && size <= head_.capacity() - head_.size();
 }
 
 void MessageChunks::append(Bytes const& chunk) {
@@ -22,11 +39,11 @@ void MessageChunks::append(Bytes const& chunk) {
 }
 
 void MessageChunks::append_those_that_fit() {
-    auto chunk = behind_gap_.begin();
-    while (chunk != behind_gap_.end() && chunk->first == ends_.size()) {
+    auto chunk = behind_.begin();
+    while (chunk != behind_.end() && belongs_to_head(chunk->first, chunk->second.size())) {
         append(chunk->second);
-        size_behind_gap_ -= chunk->second.size();
-        chunk = behind_gap_.erase(chunk);
+        size_behind_ -= chunk->second.size();
+        chunk = behind_.erase(chunk);
     }
 }
 
@@ -45,9 +62,9 @@ void MessageChunks::replace(std::size_t index, Bytes const& chunk) {
     }
 }
 
-void MessageChunks::keep_for_later(std::uint16_t index, Bytes&& chunk) {
-    Bytes& place = behind_gap_[index];
-    size_behind_gap_ += chunk.size() - place.size();
+void MessageChunks::keep_behind(std::uint16_t index, Bytes&& chunk) {
+    Bytes& place = behind_[index];
+    size_behind_ += chunk.size() - place.size();
     place = std::move(chunk);
 }
 

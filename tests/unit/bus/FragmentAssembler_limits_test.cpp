@@ -37,6 +37,21 @@ TEST(FragmentAssemblerLimits, OfTooManyAssembliesTheOldestGoes) {
     EXPECT_FALSE(assembler.add(fragment(0, 1, true, {1}), K_START));
 }
 
+TEST(FragmentAssemblerLimits, WhatIsSetAsideForALikelyMessageIsHeldAndHasALimit) {
+    FragmentAssembler assembler;
+    EXPECT_TRUE(assembler.add(fragment(0, 0, true, Bytes(K_LARGE)), K_START));
+    EXPECT_EQ(assembler.held_size(), 0U);
+    EXPECT_FALSE(assembler.add(fragment(1, 0, false, {1}), K_START));
+    EXPECT_EQ(assembler.held_size(), K_LARGE + FragmentAssembler::K_CHUNK_OVERHEAD);
+    EXPECT_TRUE(assembler.add(fragment(0, 0, true, Bytes(16 * K_LARGE)), K_START));
+    for (std::uint32_t id = 2; id <= 200; ++id) {
+        EXPECT_FALSE(assembler.add(fragment(id, 0, false, {1}), K_START));
+    }
+    EXPECT_EQ(assembler.assemblies(), 200U);
+    EXPECT_LE(assembler.held_size(), FragmentAssembler::K_MAX_EXPECTED_SIZE +
+                                         200 * (FragmentAssembler::K_CHUNK_OVERHEAD + 1));
+}
+
 TEST(FragmentAssemblerLimits, OfAssembliesThatAreTooLargeTogetherTheOldestGoes) {
     constexpr std::uint32_t fit = FragmentAssembler::K_MAX_HELD_SIZE /
                                   (K_PARTS * (K_LARGE + FragmentAssembler::K_CHUNK_OVERHEAD));

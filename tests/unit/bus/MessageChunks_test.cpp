@@ -1,5 +1,6 @@
 #include "bus/MessageChunks.hpp"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
@@ -22,6 +23,7 @@ TEST(MessageChunks, JoinsThoseThatComeInOrder) {
 
 TEST(MessageChunks, OnesBehindAGapWaitForItToClose) {
     MessageChunks chunks;
+    chunks.expect(7);
     chunks.add(3, {6, 7});
     chunks.add(1, {3});
     EXPECT_EQ(chunks.count(), 2U);
@@ -38,6 +40,7 @@ TEST(MessageChunks, OnesBehindAGapWaitForItToClose) {
 TEST(MessageChunks, ARepeatedOneReplacesTheEarlierWhateverItsSize) {
     for (Bytes const& second : {Bytes{8, 9}, Bytes{8}, Bytes{7, 8, 9}, Bytes{}}) {
         MessageChunks chunks;
+        chunks.expect(6);
         chunks.add(0, {1, 2});
         chunks.add(1, {3, 4});
         chunks.add(2, {5, 6});
@@ -50,6 +53,31 @@ TEST(MessageChunks, ARepeatedOneReplacesTheEarlierWhateverItsSize) {
         expected.push_back(10);
         EXPECT_EQ(chunks.take(), expected);
     }
+}
+
+TEST(MessageChunks, AMessageLargerThanExpectedTakesUpNoMoreThanItHas) {
+    MessageChunks chunks;
+    EXPECT_EQ(chunks.memory(), 0U);
+    chunks.expect(5);
+    EXPECT_EQ(chunks.memory(), 5U);
+    for (std::uint16_t index = 0; index < 10; ++index) {
+        chunks.add(index, {1, 2});
+        EXPECT_LE(chunks.memory(), std::max<std::size_t>(5, chunks.size() + 1)) << index;
+    }
+    EXPECT_TRUE(chunks.are_all_to(9));
+    EXPECT_EQ(chunks.take().size(), 20U);
+}
+
+TEST(MessageChunks, OneThatHadNoRoomIsReplacedWhereItIsWhenThereIs) {
+    MessageChunks chunks;
+    chunks.expect(4);
+    chunks.add(0, {1, 2, 3});
+    chunks.add(1, {4, 5});
+    chunks.add(0, {1});
+    chunks.add(1, {6, 7});
+    EXPECT_EQ(chunks.count(), 2U);
+    EXPECT_TRUE(chunks.are_all_to(1));
+    EXPECT_EQ(chunks.take(), (Bytes{1, 6, 7}));
 }
 
 TEST(MessageChunks, ARepeatedOneBehindAGapReplacesTheEarlier) {
