@@ -15,7 +15,7 @@ def folder_of(name):
 
 
 def fill_store():
-    """Five packages; one of them takes its time to be uninstalled."""
+    """Five packages that nobody starts unasked; one of them takes its time to be uninstalled."""
     shutil.rmtree(STORE, ignore_errors=True)
     for name in NAMES:
         folder = put_into_store(name, "1", SLEEPER)
@@ -23,7 +23,7 @@ def fill_store():
     script = folder_of("leaving") / "uninstall.sh"
     script.write_text(SLOW_SCRIPT)
     script.chmod(0o755)
-    write_registry(*(entry_text(name, "1", str(folder_of(name))) for name in NAMES))
+    write_registry(*(entry_text(name, "1", str(folder_of(name)), stopped=True) for name in NAMES))
 
 
 def check_store():
