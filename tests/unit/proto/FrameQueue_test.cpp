@@ -41,6 +41,15 @@ std::vector<int> range(int first, int last) {
     return numbers;
 }
 
+/// Pushes 1 to 1000.
+std::thread reader_of_a_thousand(Queue& queue) {
+    return std::thread([&queue] {
+        for (int i = 1; i <= 1000; ++i) {
+            queue.push(int{i});
+        }
+    });
+}
+
 TEST(FrameQueue, ABurstWithAQuickHandlerLosesNothing) {
     Received received;
     Queue queue;
@@ -117,11 +126,7 @@ TEST(FrameQueue, ASlowPartThatHasOnlyJustBegunLosesNothing) {
         HandlerPace::TOLD);
     queue.push(0);
     gate.wait_for_visitor();
-    std::thread reader([&queue] {
-        for (int i = 1; i <= 1000; ++i) {
-            queue.push(int{i});
-        }
-    });
+    std::thread reader = reader_of_a_thousand(queue);
     gate.open();
     reader.join();
     ASSERT_TRUE(received.wait_for(1001));
@@ -134,11 +139,7 @@ TEST(FrameQueue, AStopLetsAReaderGoThatGivesWayToASlowPart) {
     queue.set_handler([&](int&&) { gate.pass(); });
     queue.push(0);
     gate.wait_for_visitor();
-    std::thread reader([&queue] {
-        for (int i = 1; i <= 1000; ++i) {
-            queue.push(int{i});
-        }
-    });
+    std::thread reader = reader_of_a_thousand(queue);
     queue.request_stop();
     reader.join(); // The gate is still closed.
     gate.open();
