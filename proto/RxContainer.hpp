@@ -58,7 +58,7 @@ public:
     /// one, must not take the next one with them. What it leaves unfinished is given up as well. If
     /// the fields may stand where they came, they are not copied; the chunk is never written to.
     void fill_with_whole(Bytes const& chunk, unsigned long& consumed) {
-        this->reset();
+        give_up_unfinished();
         if constexpr (!K_MAY_STAND_WHERE_IT_CAME) {
             fill(chunk, consumed);
         } else {
@@ -75,7 +75,7 @@ public:
             }
             this->attach(buffers_);
         }
-        this->reset();
+        give_up_unfinished();
     }
 
     /// Feeds a chunk, and adds to `consumed` what was used of it: all.
@@ -98,6 +98,12 @@ private:
                                       !(has_flag(Each::K_FLAGS, FieldFlags::ByteSwapped) || ...);
     };
     static constexpr bool K_MAY_STAND_WHERE_IT_CAME = StandsAsOnTheWire<Fields>::VALUE;
+
+    void give_up_unfinished() {
+        if (this->index_ != 0 || this->place(0).read() > 0) {
+            this->reset();
+        }
+    }
 
     /// Receives (a part of) the current field; returns the bytes used.
     unsigned long step(Bytes chunk) {

@@ -12,7 +12,6 @@ import subprocess
 
 import pytest
 
-from programs import is_sanitized
 from registry_support import (BUILD, DEADLINE, MIRELSERVER, make_artifact, publish, remove,
                               running_mirelserver, running_nginx, wait_until)
 
@@ -225,7 +224,9 @@ def open_request(port, target):
     return peer
 
 
-def test_large_artifacts_stream_in_little_memory_to_slow_readers_too(registry):
+def test_large_artifacts_stream_in_little_memory_to_slow_readers_too(registry, monkeypatch):
+    # A sanitizer keeps what has been freed for a while, which is not the server's.
+    monkeypatch.setenv("ASAN_OPTIONS", os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=1")
     size = 300 << 20
     url, digest = make_large_artifact(registry, size)
     with running_mirelserver(registry) as server:
@@ -241,7 +242,7 @@ def test_large_artifacts_stream_in_little_memory_to_slow_readers_too(registry):
 
         with concurrent.futures.ThreadPoolExecutor(3) as pool:
             assert set(pool.map(fetch_digest, range(3))) == {digest}
-        assert resident_kib(server.pid) < 50 * 1024 or is_sanitized()
+        assert resident_kib(server.pid) < 50 * 1024
         for peer in slow:
             peer.close()
 
